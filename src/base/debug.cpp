@@ -1,0 +1,50 @@
+#include "base/debug.h"
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+namespace kova {
+namespace {
+
+int debug_level = 0;
+int debug_to_syslog = 0;
+
+[[gnu::format(printf, 1, 0)]] void Emit(const char* format, va_list args) {
+  const int saved = errno;
+  if (debug_to_syslog != 0) {
+    vsyslog(LOG_ERR, format, args);
+    return;
+  }
+  std::fputs("DEBUG: ", stdout);
+  errno = saved;  // for %m
+  std::vfprintf(stdout, format, args);
+  std::fputc('\n', stdout);
+}
+
+}  // namespace
+
+int DebugLevel() { return debug_level; }
+void SetDebugLevel(int level) { debug_level = level; }
+bool DebugToSyslog() { return debug_to_syslog != 0; }
+void SetDebugToSyslog(int flag) { debug_to_syslog = flag; }
+
+void DebugStep(const char* format, ...) {
+  if (debug_level < 1) return;
+  va_list args;
+  va_start(args, format);
+  Emit(format, args);
+  va_end(args);
+}
+
+void DebugDetail(const char* format, ...) {
+  if (debug_level < 2) return;
+  va_list args;
+  va_start(args, format);
+  Emit(format, args);
+  va_end(args);
+}
+
+}  // namespace kova

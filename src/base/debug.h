@@ -1,0 +1,18 @@
+// Progress messages and the two process-wide switches that govern them.
+//
+// Level 1 shows the steps of a command, level 2 also transport details. A message goes to standard
+// output as "DEBUG: text\n", or, when the settings ask for it, to syslog at LOG_ERR as it is. The
+// private key of a new certificate and DDNS credentials appear at level 2 and 1 on purpose.
+#pragma once
+
+namespace kova {
+
+int DebugLevel();
+void SetDebugLevel(int level);
+bool DebugToSyslog();
+void SetDebugToSyslog(int flag);
+
+[[gnu::format(printf, 1, 2)]] void DebugStep(const char* format, ...);    // level 1 and above
+[[gnu::format(printf, 1, 2)]] void DebugDetail(const char* format, ...);  // level 2 and above
+
+}  // namespace kova

@@ -1,0 +1,24 @@
+// File helpers shared by all layers above. Failures are reported by the result unless stated.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace kova {
+
+// The whole file, or an empty string when it cannot be opened.
+std::string ReadTextFile(const std::string& path);
+
+// Appends every match of the shell pattern, sorted, folders with a trailing "/". True also when
+// nothing matches; false on any other failure of glob(3).
+[[nodiscard]] bool ListByPattern(const std::string& pattern, std::vector<std::string>& matches);
+
+// Replaces the file whole, with exactly that mode from its first byte on. Throws SLError 202
+// (file "utils"): "Failed to chmod." when the file cannot be created or its mode not be set,
+// "Failed to write PATH: REASON" when its content could not be stored whole. The old file, if any,
+// is then untouched.
+void WriteTextFile(const std::string& path, const std::string& content, mode_t mode);
+
+}  // namespace kova

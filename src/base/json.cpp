@@ -1,0 +1,51 @@
+#include "base/json.h"
+
+#include <json/writer.h>
+
+#include <cerrno>
+
+#include "platform/files.h"
+#include "platform/json_text.h"
+
+namespace kova {
+
+// The classic writers are kept for their exact bytes: file formats and signed texts depend on them.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+std::string JsonFastText(const Json::Value& value) { return Json::FastWriter().write(value); }
+
+std::string JsonStyledText(const Json::Value& value) { return Json::StyledWriter().write(value); }
+#pragma GCC diagnostic pop
+
+std::string JsonToString(const Json::Value& value) {
+  std::string text = JsonFastText(value);
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  return text;
+}
+
+bool JsonFromText(const std::string& text, Json::Value& value) {
+  return platform::ParseJson(text, value);
+}
+
+bool JsonFromFile(const std::string& path, Json::Value& value) {
+  value = Json::Value();
+  std::string text;
+  if (!platform::ReadWholeFile(path, text)) return false;
+  errno = 0;
+  return platform::ParseJson(text, value);
+}
+
+bool HasMember(const Json::Value& value, const char* name) {
+  return value.isObject() && value.isMember(name);
+}
+
+const Json::Value& Member(const Json::Value& value, const char* name) {
+  return HasMember(value, name) ? value[name] : Json::Value::nullSingleton();
+}
+
+std::string TextMember(const Json::Value& value, const char* name) {
+  const Json::Value& member = Member(value, name);
+  return member.isString() ? member.asString() : std::string();
+}
+
+}  // namespace kova

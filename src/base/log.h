@@ -1,0 +1,15 @@
+// Messages to the system log in the program's common form: "%s:%d " (source-file tag and line),
+// then the text. Identity and facility are the system defaults; no log is opened.
+#pragma once
+
+#include "base/site.h"
+
+namespace kova {
+
+// LOG_ERR. `errno` is unchanged on return.
+[[gnu::format(printf, 2, 3)]] void LogError(Site site, const char* format, ...);
+
+// LOG_DEBUG, for the few messages that are no failures.
+[[gnu::format(printf, 2, 3)]] void LogDebugPriority(Site site, const char* format, ...);
+
+}  // namespace kova

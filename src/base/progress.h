@@ -1,0 +1,26 @@
+// Comfort for people: one line on standard error that rewrites itself, shown only when standard
+// error is a terminal. It says which name and stage an issuance is at and how long it has waited.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace kova {
+
+// Switches the line on (when standard error is a terminal) for the life of the object and wipes it
+// at the end. One at a time; new-cert owns it.
+class ProgressLine {
+ public:
+  ProgressLine();
+  ~ProgressLine();
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+};
+
+// What is being worked on now; `name` may be empty. Without a ProgressLine nothing happens.
+void ShowStage(const std::string& name, const std::string& stage);
+
+// Sleeps through the platform's SleepFor and adds the time to what the line shows as waited.
+void WaitVisibly(std::chrono::seconds duration);
+
+}  // namespace kova

@@ -1,0 +1,79 @@
+// Proofs of control over a name. A challenge object lives for one authorization: made, filled with
+// Set, set up, validated by the CA, destroyed; its destruction undoes what setup() did.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/device.h"
+
+namespace kova {
+
+class LeChallenge {
+ public:
+  // Puts the response in place; true on success.
+  virtual bool setup() = 0;
+  // Removes what setup() put in place; safe when it did nothing.
+  virtual void teardown() = 0;
+  // The ACME challenge type.
+  virtual std::string type() = 0;
+  // Whether this type can serve that name.
+  virtual bool isSupport(const std::string& domain) = 0;
+
+  void Set(const std::string& domain_, const std::string& token_,
+           const std::string& key_authorization) {
+    domain = domain_;
+    token = token_;
+    keyAuthorization = key_authorization;
+  }
+
+  std::string domain;            // the identifier; a wildcard's base name
+  std::string token;             // as the CA sent it: not to be trusted
+  std::string keyAuthorization;  // token "." thumbprint, built by the client
+
+ protected:
+  LeChallenge() = default;
+  LeChallenge(const LeChallenge&) = delete;
+  LeChallenge& operator=(const LeChallenge&) = delete;
+  // Not virtual on purpose: objects are destroyed as their concrete type, whose destructor tears
+  // down first. Hold one by value or by the factory's shared owner.
+  ~LeChallenge() = default;
+};
+
+// A file under the web root that the host's web server publishes on port 80.
+class Http01Challenge final : public LeChallenge {
+ public:
+  ~Http01Challenge();
+  bool setup() override;
+  void teardown() override;
+  std::string type() override;
+  bool isSupport(const std::string& domain) override;
+};
+
+// A TXT record placed through the vendor's dynamic-DNS service; serves names that contain the
+// host's own DDNS name.
+class KovaDns01Challenge final : public LeChallenge {
+ public:
+  ~KovaDns01Challenge();
+  bool setup() override;
+  void teardown() override;
+  std::string type() override;
+  bool isSupport(const std::string& domain) override;
+
+  // The update request, or an empty string when the settings file cannot be used.
+  std::string BuildDdnsUrl(bool create, const std::string& hostname) const;
+
+ private:
+  bool CreateRecord();
+  void AwaitRecord();
+
+  char serial_[36] = {};
+  KOVA_TOLU_ACCOUNT account_ = {};
+  std::string txtValue_;
+  bool isSetup_ = false;  // the service accepted the create request
+};
+
+// "http-01" or "dns-01", exactly; anything else throws SLError 204 "Unknown challenge type.".
+std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type);
+
+}  // namespace kova

@@ -1,0 +1,18 @@
+// Certificate keys and requests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kova {
+
+// A fresh 2048-bit RSA key (PKCS#1 PEM) and a PKCS#10 request for `domains`, which is not empty;
+// the first is the common name, all are alternative names. No exceptions: what could not be made
+// is left empty. The caller cleanses the key text.
+void GenerateCsr(const std::vector<std::string>& domains, std::string& request_pem,
+                 std::string& private_key_pem);
+
+// PEM text of a DER certificate, or an empty string when the bytes are not one.
+std::string DerToPem(const std::string& der);
+
+}  // namespace kova

@@ -1,0 +1,23 @@
+// Private keys do not stay in memory longer than they are needed.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+namespace kova {
+
+// Overwrites and empties the text.
+void Cleanse(std::string& secret);
+
+// A text that is cleansed at the end of its life.
+struct SecretText {
+  SecretText() = default;
+  SecretText(const SecretText&) = delete;
+  SecretText& operator=(const SecretText&) = delete;
+  ~SecretText() { Cleanse(text); }
+
+  std::string text;
+};
+
+}  // namespace kova

@@ -1,0 +1,21 @@
+// Look-ups in the raw header text of a reply. A missing header or link is an empty string.
+#pragma once
+
+#include <string>
+
+#include "net/client_network.h"
+
+namespace kova {
+
+// The first value of header `name`. Case-sensitive, and exactly one blank after the colon: both
+// are deliberate.
+std::string GetHeader(const HttpResponse& response, const std::string& name);
+
+// The same, searching from `position` on, which moves behind the value found; npos when there is
+// nothing more to find.
+std::string GetHeader(const HttpResponse& response, const std::string& name, size_t& position);
+
+// The target of the first Link header of that relation, in the strict form <URL>;rel="RELATION".
+std::string GetLinkUrl(const HttpResponse& response, const std::string& relation);
+
+}  // namespace kova

@@ -1,0 +1,30 @@
+// Jobs of the system's cron, one file /etc/cron.d/NAME each.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+namespace KOVA::KOVACrond {
+
+class ConfigManager {
+ public:
+  ConfigManager(std::string name, bool flag);
+
+  // True when a job of that name is configured.
+  [[nodiscard]] bool Exist() const;
+
+  // Writes an array of objects with strings "name", "cmd", "user" and "period" ("daily", "weekly",
+  // "monthly") as the job. Minute, hour and weekday are the host's own, stable and spread over a
+  // fleet. False when an object is not of that shape or the file cannot be written.
+  [[nodiscard]] bool Save(const Json::Value& jobs) const;
+
+  // Deletes the job. False when that failed.
+  [[nodiscard]] bool Remove() const;
+
+ private:
+  std::string name_;
+  std::string path_;
+};
+
+}  // namespace KOVA::KOVACrond

@@ -1,0 +1,34 @@
+// Files and folders. Calls that can fail record the platform's error triple (platform/error.h).
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdio>
+#include <string>
+
+// True when something of that name exists (links are followed).
+bool KLIBCFileExist(const std::string& path);
+
+// True when the path names a directory (links are followed).
+bool KLIBCFileCheckDir(const std::string& path);
+
+// fgets(3); -1 at the end of the file or on an error, else the number of bytes read.
+int KLIBCFgets(char* buffer, int size, std::FILE* file);
+
+// Creates an empty file, or updates the times of an existing one. 0, or -1.
+int KLIBCFileTouch(const std::string& path);
+
+// Removes a UTF-8 byte-order mark from the file in place (whole or not at all, mode and owner
+// kept). 0, also when there was none; -1 when the file cannot be read or rewritten.
+int KLIBCFileUTF8BomStrip(const std::string& path);
+
+// mkdir -p. The four middle words are the platform's and are passed as (0, 1, 0, 0) by every
+// caller; folders that are created get `mode`, whatever the umask. 0, or negative.
+int KOVAFSMkdirP(const std::string& path, int, int, int, int, mode_t mode);
+
+namespace kova::platform {
+
+// The whole content of a regular file. False when it cannot be read; errno says why.
+[[nodiscard]] bool ReadWholeFile(const std::string& path, std::string& content);
+
+}  // namespace kova::platform

@@ -1,0 +1,39 @@
+#include "platform/json_text.h"
+
+#include <json/reader.h>
+
+#include <cerrno>
+#include <exception>
+
+#include "platform/files.h"
+
+namespace kova::platform {
+
+bool ParseJson(const std::string& text, Json::Value& value) {
+  value = Json::Value();
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  // The classic reader: its leniency decides which files and replies count as JSON.
+  try {
+    Json::Reader reader;
+    if (reader.parse(text, value, /*collectComments=*/false)) return true;
+  } catch (const std::exception&) {
+    // Nested beyond the reader's limit.
+  }
+#pragma GCC diagnostic pop
+  value = Json::Value();
+  return false;
+}
+
+bool ReadJsonObject(const std::string& path, Json::Value& object) {
+  object = Json::Value();
+  std::string text;
+  if (!ReadWholeFile(path, text)) return false;
+  Json::Value parsed;
+  errno = 0;
+  if (!ParseJson(text, parsed) || !parsed.isObject()) return false;
+  object = parsed;
+  return true;
+}
+
+}  // namespace kova::platform

@@ -1,0 +1,32 @@
+// Child programs: run by absolute path, without a shell, and waited for.
+//
+// A child gets its standard input from /dev/null, inherits no descriptor of ours beyond standard
+// error, and its standard output never reaches the program's own (it goes to /dev/null). Results:
+// 0 on exit status 0, the exit status when positive, negative when the program could not be run
+// or was killed by a signal (the error triple then tells).
+#pragma once
+
+#include <string>
+#include <vector>
+
+using KovaArgs = std::vector<std::string>;
+
+// `args` are the arguments after the program's own name.
+int KLIBCExec(const std::string& program, const KovaArgs& args);
+
+// Option words of the callers. kKovaExecQuiet: the child's standard error is kept and its last
+// line written to syslog only when the child fails; otherwise standard error is inherited.
+inline constexpr unsigned kKovaExecTool = 0xBB;
+inline constexpr unsigned kKovaExecScript = 0x1BB;
+int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args);
+
+// A whole argument vector, argv[0] being the program. Flag 1: as kKovaExecTool.
+int KLIBCExecv(const KovaArgs& argv, int flag);
+
+namespace kova::platform {
+
+// As above, and collects at most `limit` bytes of the child's standard output.
+int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,
+                  std::string& output);
+
+}  // namespace kova::platform

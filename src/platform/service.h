@@ -1,0 +1,25 @@
+// Services, the web front-end and system notifications.
+#pragma once
+
+#include <string>
+
+int KLIBServiceReload(const std::string& name);                 // 0, or -1
+int KLIBServicectlIsJobRunning(const std::string& name, int);   // non-zero when running
+int KOVASysNotifySendNotifiction(const char* tag, const void*); // 0 on success
+
+namespace kovaw3 {
+
+// A handle on the web front-end; it holds nothing on a stock host.
+class Engine {};
+
+class Omx {
+ public:
+  explicit Omx(Engine& engine);
+  // Restarts the web front-end. False when that failed.
+  bool RestartService();
+
+ private:
+  Engine& engine_;
+};
+
+}  // namespace kovaw3
