@@ -10,10 +10,17 @@
 
 namespace kova::platform {
 
+struct FileOwner {
+  uid_t uid;
+  gid_t gid;
+};
+
 // Replaces `path` whole. Staged beside it under a name that ends in a dot and six random
 // characters (cron ignores such names). Returns 0, or the errno of the step that failed; the old
-// file is then untouched.
-[[nodiscard]] int ReplaceFile(const std::string& path, std::string_view content, mode_t mode);
+// file is then untouched (only when flushing the folder failed is the new one already in place).
+// Without an owner the file is the effective user's.
+[[nodiscard]] int ReplaceFile(const std::string& path, std::string_view content, mode_t mode,
+                              const FileOwner* owner = nullptr);
 
 // The two halves of the above, for a format whose staging name is fixed. Stage creates `staging`
 // anew (a leftover is removed first, links are never followed); Commit renames it over `path` and

@@ -21,5 +21,4 @@ int KLibKovaPortMapRulesSet(KOVA_RULE_SET_RESULT* results, int result_count, con
                             const KOVA_PORTMAP_RULE* rules, int rule_count);
 
 // Edits only the host's own record of the sets, /usr/kova/etc/portmap.json. 0, or negative.
-int KLibKovaPortMapRulesConfigSet(const char* name, const KOVA_PORTMAP_RULE* rules,
-                                  int rule_count);
+int KLibKovaPortMapRulesConfigSet(const char* name, const KOVA_PORTMAP_RULE* rules, int rule_count);

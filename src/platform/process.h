@@ -2,10 +2,11 @@
 //
 // A child gets its standard input from /dev/null, inherits no descriptor of ours beyond standard
 // error, and its standard output never reaches the program's own (it goes to /dev/null). Results:
-// 0 on exit status 0, the exit status when positive, negative when the program could not be run
-// or was killed by a signal (the error triple then tells).
+// 0 on exit status 0 and the exit status when positive (errno is then 0: the fault is the child's),
+// negative when the program could not be run or was killed by a signal (EINTR in the error triple).
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ using KovaArgs = std::vector<std::string>;
 // `args` are the arguments after the program's own name.
 int KLIBCExec(const std::string& program, const KovaArgs& args);
 
-// Option words of the callers. kKovaExecQuiet: the child's standard error is kept and its last
-// line written to syslog only when the child fails; otherwise standard error is inherited.
+// Option words of the callers. kKovaExecTool: the child's standard error is kept and its last line
+// that is not empty written to syslog only when the child fails; with any other word standard error
+// is inherited.
 inline constexpr unsigned kKovaExecTool = 0xBB;
 inline constexpr unsigned kKovaExecScript = 0x1BB;
 int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args);
@@ -25,7 +27,9 @@ int KLIBCExecv(const KovaArgs& argv, int flag);
 
 namespace kova::platform {
 
-// As above, and collects at most `limit` bytes of the child's standard output.
+// As above, and collects at most `limit` bytes of the child's standard output; what is beyond them
+// is read and dropped. Returns when the child has ended, also when something that the child left
+// running still holds its standard output.
 int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,
                   std::string& output);
 

@@ -3,9 +3,9 @@
 
 #include <string>
 
-int KLIBServiceReload(const std::string& name);                 // 0, or -1
-int KLIBServicectlIsJobRunning(const std::string& name, int);   // non-zero when running
-int KOVASysNotifySendNotifiction(const char* tag, const void*); // 0 on success
+int KLIBServiceReload(const std::string& name);                  // 0, or -1
+int KLIBServicectlIsJobRunning(const std::string& name, int);    // non-zero when running
+int KOVASysNotifySendNotifiction(const char* tag, const void*);  // 0 on success
 
 namespace kovaw3 {
 

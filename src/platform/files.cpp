@@ -1,0 +1,148 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/fd.h"
+#include "platform/file_writer.h"
+
+using kova::platform::Fd;
+using kova::platform::RecordError;
+
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr mode_t kPermissionBits = 07777;
+
+bool IsFolder(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return false;
+  errno = ENOTDIR;
+  return S_ISDIR(status.st_mode);
+}
+
+// One folder of a path; its parents exist. 0, or an errno.
+int MakeFolder(const std::string& path, mode_t mode) {
+  if (IsFolder(path)) return 0;
+  if (mkdir(path.c_str(), mode) != 0) {
+    if (errno != EEXIST) return errno;
+    return IsFolder(path) ? 0 : ENOTDIR;  // someone else was faster, or it is no folder
+  }
+  return fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+}
+
+// Never through a dangling link.
+int CreateEmpty(const std::string& path) {
+  const Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+  return file ? 0 : errno;
+}
+
+int ReadAll(int fd, std::string& content) {
+  std::array<char, 16384> buffer{};
+  while (true) {
+    const ssize_t count = read(fd, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0) return 0;
+    content.append(buffer.data(), static_cast<size_t>(count));
+  }
+}
+
+// O_NONBLOCK: opening a pipe that was planted there must not wait for its other end.
+int ReadRegular(const std::string& path, std::string& content, struct stat& status) {
+  const Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  if (!file || fstat(file.Get(), &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  return ReadAll(file.Get(), content);
+}
+
+int Failed(int error, int line = __builtin_LINE()) {
+  RecordError(error, __builtin_FILE(), line);
+  return -1;
+}
+
+}  // namespace
+
+bool KLIBCFileExist(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0) return true;
+  RecordError(errno);
+  return false;
+}
+
+bool KLIBCFileCheckDir(const std::string& path) {
+  if (IsFolder(path)) return true;
+  RecordError(errno);
+  return false;
+}
+
+int KLIBCFgets(char* buffer, int size, std::FILE* file) {
+  if (buffer == nullptr || size <= 0 || file == nullptr) return Failed(EINVAL);
+  int length = 0;
+  int c = 0;
+  errno = 0;
+  while (length < size - 1 && c != '\n' && (c = std::getc(file)) != EOF) {
+    buffer[length++] = static_cast<char>(c);
+  }
+  buffer[length] = '\0';
+  if (c != EOF || length > 0) return length;
+  return std::ferror(file) != 0 ? Failed(errno) : -1;
+}
+
+int KLIBCFileTouch(const std::string& path) {
+  if (utimensat(AT_FDCWD, path.c_str(), nullptr, 0) == 0) return 0;
+  if (errno != ENOENT) return Failed(errno);
+  const int error = CreateEmpty(path);
+  return error == 0 ? 0 : Failed(error);
+}
+
+int KLIBCFileUTF8BomStrip(const std::string& path) {
+  std::string content;
+  struct stat status {};
+  if (const int error = ReadRegular(path, content, status); error != 0) return Failed(error);
+  if (!content.starts_with(kByteOrderMark)) return 0;
+  // A link stays a link: its target is what gets replaced.
+  const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr),
+                                                           &std::free);
+  if (target == nullptr) return Failed(errno);
+  const kova::platform::FileOwner owner{status.st_uid, status.st_gid};
+  const int error = kova::platform::ReplaceFile(
+      target.get(), std::string_view(content).substr(kByteOrderMark.size()),
+      status.st_mode & kPermissionBits, &owner);
+  return error == 0 ? 0 : Failed(error);
+}
+
+int KOVAFSMkdirP(const std::string& path, int, int, int, int, mode_t mode) {
+  if (path.empty()) return Failed(ENOENT);
+  size_t end = 0;
+  while (end < path.size()) {
+    end = std::min(path.find('/', end + 1), path.size());
+    const int error = MakeFolder(path.substr(0, end), mode & kPermissionBits);
+    if (error != 0) return Failed(error);
+  }
+  return 0;
+}
+
+namespace kova::platform {
+
+bool ReadWholeFile(const std::string& path, std::string& content) {
+  content.clear();
+  struct stat status {};
+  const int error = ReadRegular(path, content, status);
+  if (error == 0) return true;
+  content.clear();
+  RecordError(error);
+  return false;
+}
+
+}  // namespace kova::platform

@@ -1,0 +1,121 @@
+#include "platform/spawn.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+
+#include "platform/error.h"
+
+namespace kova::platform {
+namespace {
+
+constexpr int kFirstFree = STDERR_FILENO + 1;
+
+class Attributes {
+ public:
+  Attributes() {
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    posix_spawnattr_init(&value_);
+    posix_spawnattr_setsigdefault(&value_, &all);
+    posix_spawnattr_setsigmask(&value_, &none);
+    posix_spawnattr_setflags(&value_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  }
+  ~Attributes() { posix_spawnattr_destroy(&value_); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  const posix_spawnattr_t* Get() const { return &value_; }
+
+ private:
+  posix_spawnattr_t value_{};
+};
+
+// The child's descriptor table: 0, 1, 2 and nothing else.
+class Descriptors {
+ public:
+  Descriptors(int output, int errors) {
+    posix_spawn_file_actions_init(&value_);
+    Null(STDIN_FILENO, O_RDONLY);
+    output < 0 ? Null(STDOUT_FILENO, O_WRONLY) : Use(output, STDOUT_FILENO);
+    // Closed here: a file that the child opens must not become its standard error.
+    const bool closed = fcntl(STDERR_FILENO, F_GETFD) < 0;
+    if (errors >= 0) {
+      Use(errors, STDERR_FILENO);
+    } else if (closed) {
+      Null(STDERR_FILENO, O_WRONLY);
+    }
+    Check(posix_spawn_file_actions_addclosefrom_np(&value_, kFirstFree));
+  }
+  ~Descriptors() { posix_spawn_file_actions_destroy(&value_); }
+  Descriptors(const Descriptors&) = delete;
+  Descriptors& operator=(const Descriptors&) = delete;
+
+  const posix_spawn_file_actions_t* Get() const { return &value_; }
+  int Error() const { return error_; }
+
+ private:
+  void Check(int error) {
+    if (error_ == 0) error_ = error;
+  }
+  void Null(int fd, int flags) {
+    Check(posix_spawn_file_actions_addopen(&value_, fd, "/dev/null", flags, 0));
+  }
+  void Use(int from, int fd) { Check(posix_spawn_file_actions_adddup2(&value_, from, fd)); }
+
+  posix_spawn_file_actions_t value_{};
+  int error_ = 0;
+};
+
+}  // namespace
+
+ChildSignalGuard::ChildSignalGuard() {
+  struct sigaction standard {};
+  standard.sa_handler = SIG_DFL;
+  sigaction(SIGCHLD, &standard, &saved_);
+}
+
+ChildSignalGuard::~ChildSignalGuard() {
+  const int saved_errno = errno;
+  sigaction(SIGCHLD, &saved_, nullptr);
+  errno = saved_errno;
+}
+
+Fd AboveStandard(Fd fd) {
+  if (fd.Get() < 0 || fd.Get() >= kFirstFree) return fd;
+  return Fd(fcntl(fd.Get(), F_DUPFD_CLOEXEC, kFirstFree));
+}
+
+int Spawn(const std::vector<std::string>& argv, int output, int errors, pid_t* child) {
+  if (argv.empty() || !argv[0].starts_with('/')) return EINVAL;
+  std::vector<char*> words;
+  for (const std::string& word : argv) {
+    if (word.find('\0') != std::string::npos) return EINVAL;  // the child would see it cut
+    words.push_back(const_cast<char*>(word.c_str()));
+  }
+  words.push_back(nullptr);
+  const Attributes attributes;
+  const Descriptors descriptors(output, errors);
+  if (descriptors.Error() != 0) return descriptors.Error();
+  return posix_spawn(child, words[0], descriptors.Get(), attributes.Get(), words.data(), environ);
+}
+
+int WaitFor(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno == EINTR) continue;
+    RecordError(errno);
+    return -1;
+  }
+  if (!WIFEXITED(status)) {
+    RecordError(EINTR);
+    return -1;
+  }
+  errno = 0;
+  return WEXITSTATUS(status);
+}
+
+}  // namespace kova::platform
