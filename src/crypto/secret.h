@@ -10,6 +10,9 @@ namespace kova {
 // Overwrites and empties the text.
 void Cleanse(std::string& secret);
 
+// Overwrites every text in the value and makes it null.
+void Cleanse(Json::Value& secret);
+
 // A text that is cleansed at the end of its life.
 struct SecretText {
   SecretText() = default;
