@@ -9,13 +9,4 @@ bool OpenRouterPorts();
 // Removes the forwarding; failures are silent.
 void CloseRouterPorts();
 
-// Closes the ports at the end of a scope.
-class RouterPortsCloser {
- public:
-  RouterPortsCloser() = default;
-  ~RouterPortsCloser() { CloseRouterPorts(); }
-  RouterPortsCloser(const RouterPortsCloser&) = delete;
-  RouterPortsCloser& operator=(const RouterPortsCloser&) = delete;
-};
-
 }  // namespace kova

@@ -1,0 +1,33 @@
+// The account store: /usr/kova/etc/letsencrypt/account, one folder per account, each with
+// info.json and private_key.json (docs/formats.md). Both protocol versions keep their accounts
+// here; "version" in info.json tells whose it is. An account folder, once written, is never
+// changed.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace kova {
+
+// The folders of the store, sorted. Throws the text "glob error" (deliberately no SLError).
+std::vector<std::string> ListAccounts();
+
+// Reads `folder`/info.json or `folder`/private_key.json; false when it is no JSON object.
+[[nodiscard]] bool ReadAccountInfo(const std::string& folder, Json::Value& info);
+[[nodiscard]] bool ReadAccountKey(const std::string& folder, Json::Value& key);
+
+std::string AccountInfoPath(const std::string& folder);
+std::string AccountKeyPath(const std::string& folder);
+
+// Whether the record is an account of that protocol version for that directory and contact. The
+// comparison is exact, types included: a "version" of "2" is not 2.
+[[nodiscard]] bool IsAccountOf(const Json::Value& info, const std::string& directory,
+                               const std::string& contact, int version);
+
+// Writes a new folder (0700, files 0600) and returns its path. Failures are SLError 202 with `tag`
+// as the file, each logged.
+std::string CreateAccount(const char* tag, const Json::Value& info, const Json::Value& key);
+
+}  // namespace kova

@@ -1,0 +1,35 @@
+// Storage of an issued certificate: one folder of the archive (docs/formats.md), for both protocol
+// versions.
+#pragma once
+
+#include <json/value.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kova {
+
+struct CertificatePems {
+  std::string cert;       // the leaf
+  std::string chain;      // what follows it
+  std::string fullchain;  // both
+};
+
+// Splits a downloaded chain after its first certificate, whose text then ends without the line feed
+// that follows it. None when there is no second certificate.
+std::optional<CertificatePems> SplitChain(const std::string& full_chain);
+
+// Writes cert.pem, chain.pem, fullchain.pem, privkey.pem and renew.json (0400 each, in that order)
+// and returns the folder: that of `certificate_id`, which must exist, or a new one (0700) when the
+// id is empty. Failures are SLError 202 with `tag` as the file: "Failed to create folder for
+// account item.", "Failed to chmod.", or "Failed to save pems" when `pems` is none or a file could
+// not be written; the five files are then removed, and the folder unless it holds others.
+std::string StoreCertificate(const char* tag, const std::string& certificate_id,
+                             const std::optional<CertificatePems>& pems,
+                             const std::string& private_key_pem, const Json::Value& record);
+
+// The names as one text for the renewal record.
+std::string JoinNames(const std::vector<std::string>& names, const char* separator);
+
+}  // namespace kova

@@ -1,0 +1,90 @@
+#include <algorithm>
+
+#include "acme_v2/client_v2.h"
+#include "acme_v2/reply.h"
+#include "base/json.h"
+#include "base/log.h"
+#include "base/progress.h"
+#include "base/sl_error.h"
+#include "net/retry_after.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "client_v2";
+constexpr std::chrono::seconds kDefaultPollPause{1};
+constexpr std::chrono::seconds kOrderTimeout{60};
+
+bool IsProcessing(const Json::Value& order) {
+  return !HasMember(order, "certificate") && TextMember(order, "status") == "processing";
+}
+
+bool IsIssued(const Json::Value& order) {
+  return TextMember(order, "status") == "valid" && HasMember(order, "certificate");
+}
+
+bool IsReady(const Json::Value& order) { return TextMember(order, "status") == "ready"; }
+
+bool IsOrderNotReady(const HttpResponse& response) {
+  Json::Value body;
+  return response.status == 403 && JsonFromText(response.body, body) &&
+         IsProblem(body, kOrderNotReadyProblem);
+}
+
+void RequireFinalized(const HttpResponse& response) {
+  if (response.status == 200) return;
+  if (response.status == 400 && IsProblem(GetJsonBody(response), kBadNonceProblem)) {
+    LogError(kTag, "Failed to new cert due to badnonce");
+    throw Error(code::kBadNonceFinalize, kTag, "badnonce for new-cert");
+  }
+  // The reply's own error is not consulted here, on purpose.
+  LogError(kTag, "Failed to new cert with %s (%s) [%ld]", "unknown", "unknown", response.status);
+  throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (new-cert)");
+}
+
+}  // namespace
+
+// Without `asyncfinalize` the CA must answer at once; the order's status is then not looked at.
+Json::Value AcmeV2Client::FinalizeOrder(const std::string& csr) {
+  Json::Value payload(Json::objectValue);
+  payload["csr"] = csr;
+  HttpResponse response = PostJws(finalize_url_, payload);
+  if (async_finalize_ && IsOrderNotReady(response)) {
+    AwaitOrder(response, IsReady);
+    response = PostJws(finalize_url_, payload);
+  }
+  RequireFinalized(response);
+  Json::Value order = ObjectBody(response);
+  if (async_finalize_ && IsProcessing(order)) order = AwaitOrder(response, IsIssued);
+  return order;
+}
+
+// Fetches the order again, at the pace that the CA asks for, until `done` holds for it.
+Json::Value AcmeV2Client::AwaitOrder(const HttpResponse& reply,
+                                     bool (*done)(const Json::Value& order)) {
+  // Time on the wire counts as well as the pauses.
+  const auto start = std::chrono::steady_clock::now();
+  std::chrono::seconds paused{0};
+  HttpResponse response = reply;
+  for (;;) {
+    const std::chrono::seconds pause = RetryAfter(response, kDefaultPollPause);
+    const auto spent = std::max<std::chrono::steady_clock::duration>(
+        paused, std::chrono::steady_clock::now() - start);
+    if (spent + pause > kOrderTimeout) throw Error(code::kRefused, kTag, "Order timeout");
+    WaitVisibly(pause);
+    paused += pause;
+    response = PostAsGet(order_url_);
+    if (response.status != 200) {
+      LogError(kTag, "Failed to fetch order %s [%ld]", order_url_.c_str(), response.status);
+      throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (order)");
+    }
+    Json::Value order = ObjectBody(response);
+    if (done(order)) return order;
+    if (TextMember(order, "status") == "invalid") {
+      throw SLError::FromServerText(code::kProtocol, kTag,
+                                    TextMember(Member(order, "error"), "detail"));
+    }
+  }
+}
+
+}  // namespace kova

@@ -1,0 +1,73 @@
+#include "acme_v2/certificate_folder.h"
+#include "acme_v2/client_v2.h"
+#include "acme_v2/reply.h"
+#include "base/debug.h"
+#include "base/json.h"
+#include "base/log.h"
+#include "base/progress.h"
+#include "base/sl_error.h"
+#include "crypto/csr.h"
+#include "crypto/pem.h"
+#include "crypto/secret.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "client_v2";
+constexpr int kRecordVersion = 2;
+
+void GenerateKeyAndRequest(const std::vector<std::string>& domains, std::string& request,
+                           std::string& private_key) {
+  GenerateCsr(domains, request, private_key);
+  if (request.empty() || private_key.empty()) {
+    throw Error(code::kLocal, kTag, "Failed to genrate CSR.");
+  }
+  // The key in the log at this level is deliberate.
+  DebugDetail("======= Private Key ========");
+  DebugDetail("%s", private_key.c_str());
+  DebugDetail("=========== CSR ============");
+  DebugDetail("%s", request.c_str());
+}
+
+}  // namespace
+
+std::string AcmeV2Client::NewCertificate(const std::vector<std::string>& domains,
+                                         const std::string& certificate_id) {
+  DebugStep("==> start new-cert.");
+  DebugStep("generate csr & private key");
+  ShowStage("", "generating the key and the request");
+  std::string request;
+  SecretText private_key;
+  GenerateKeyAndRequest(domains, request, private_key.text);
+
+  DebugStep("get new-cert");
+  ShowStage("", "waiting for the certificate");
+  const Json::Value order = FinalizeOrder(PemToBase64Url(request, kRequestBegin, kRequestEnd));
+  const std::string chain = DownloadChain(order);
+
+  DebugStep("save to files");
+  ShowStage("", "storing the certificate");
+  Json::Value record(Json::objectValue);
+  record["version"] = kRecordVersion;
+  record["server"] = directory_url_;
+  record["account"] = account_folder_;
+  record["domains"] = JoinNames(domains, ";");
+  return StoreCertificate(kTag, certificate_id, SplitChain(chain), private_key.text, record);
+}
+
+std::string AcmeV2Client::DownloadChain(const Json::Value& order) {
+  // An order without a certificate makes an empty URL, whose download fails.
+  const std::string url =
+      HasMember(order, "certificate") ? RequiredText(order, "certificate") : std::string();
+  const HttpResponse response = PostAsGet(url);
+  if (response.status != 200) {
+    LogError(kTag, "Failed to download cert with %s [%ld]", JsonToString(order).c_str(),
+             response.status);
+    throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (download cert)");
+  }
+  DebugStep("get issuer-cert");
+  DebugDetail("%s", response.body.c_str());
+  return response.body;
+}
+
+}  // namespace kova

@@ -1,0 +1,33 @@
+#include "challenge/ddns_host.h"
+
+#include <algorithm>
+#include <array>
+#include <locale>
+
+#include "base/log.h"
+#include "platform/device.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "utils";
+
+std::string Lower(std::string text) {
+  const std::locale& classic = std::locale::classic();
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [&classic](char c) { return std::tolower(c, classic); });
+  return text;
+}
+
+}  // namespace
+
+bool IsKovaDdnsHost(const std::string& name) {
+  std::array<char, 1024> own{};
+  if (KOVADDNSGetKovaHostname(own.data(), own.size()) < 0 || own[0] == '\0') {
+    LogDebugPriority(kTag, "No kova DDNS.");
+    return false;
+  }
+  return Lower(name).find(Lower(own.data())) != std::string::npos;
+}
+
+}  // namespace kova

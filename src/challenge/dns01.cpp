@@ -1,0 +1,108 @@
+#include <algorithm>
+#include <chrono>
+
+#include "base/debug.h"
+#include "base/json.h"
+#include "base/progress.h"
+#include "base/settings.h"
+#include "challenge/challenge.h"
+#include "challenge/ddns_host.h"
+#include "challenge/txt_probe.h"
+#include "crypto/digest.h"
+#include "net/client_network.h"
+
+namespace kova {
+namespace {
+
+constexpr char kBuiltInEndpoint[] = "https://ddns.kova.example/main.php";
+constexpr int kReadinessTries = 7;
+constexpr std::chrono::seconds kReadinessPause{1};
+
+// The name reaches a URL as it is, and it comes from the CA.
+bool IsHostName(const std::string& name) {
+  return std::all_of(name.begin(), name.end(), [](unsigned char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '-' || c == '_';
+  });
+}
+
+}  // namespace
+
+KovaDns01Challenge::~KovaDns01Challenge() {
+  try {
+    teardown();
+  } catch (...) {
+    // A record that could not be deleted is not reported, and must not end the process.
+  }
+}
+
+bool KovaDns01Challenge::setup() {
+  LeChallenge& self = *this;
+  if (!self.isSupport(domain) || !IsHostName(domain)) {
+    DebugStep("[%s] is not subdomain of kova ddns", domain.c_str());
+    return false;
+  }
+  if (KOVATOLUAccountGet(&account_) < 0) {
+    DebugStep("Failed to get Tolu Account.");
+    return false;
+  }
+  if (KLIBGetSerialNumber(serial_, sizeof serial_) < 0) {
+    DebugStep("Failed to get serial number.");
+    return false;
+  }
+  txtValue_ = Sha256Base64Url(keyAuthorization);
+  DebugStep("Setup DDNS: TXT [_acme-challenge.%s][%s]", domain.c_str(), txtValue_.c_str());
+  if (!CreateRecord()) return false;
+  AwaitRecord();
+  return true;
+}
+
+bool KovaDns01Challenge::CreateRecord() {
+  const std::string url = BuildDdnsUrl(true, domain);
+  if (url.empty()) return false;
+  const HttpResponse response = HttpGet(url);
+  if (response.status != 200) {
+    DebugStep("Failed to setup challenge by dns01 with [%ld]", response.status);
+    return false;
+  }
+  DebugStep("Dns01 challenge: Setup [%s].", response.body.c_str());
+  return TextMember(GetJsonBody(response), "code") == "good";
+}
+
+// The record that never shows up is no failure: the CA looks later and may still see it.
+void KovaDns01Challenge::AwaitRecord() {
+  DebugStep("Vaild DNS Ready: %s", txtValue_.c_str());
+  isSetup_ = true;  // whatever happens from here on, the record is there to be deleted
+  for (int attempt = 1; attempt <= kReadinessTries; ++attempt) {
+    if (CheckTxtRecord(domain, txtValue_)) return;
+    if (attempt < kReadinessTries) WaitVisibly(kReadinessPause);
+  }
+  DebugStep("DNS may not ready, but still try");
+}
+
+void KovaDns01Challenge::teardown() {
+  if (!isSetup_) return;
+  isSetup_ = false;
+  const std::string url = BuildDdnsUrl(false, domain);
+  if (url.empty()) return;
+  const HttpResponse response = HttpGet(url);
+  DebugStep("Dns01 challenge: Teardown [%s].", response.body.c_str());
+}
+
+std::string KovaDns01Challenge::type() { return "dns-01"; }
+
+bool KovaDns01Challenge::isSupport(const std::string& name) { return IsKovaDdnsHost(name); }
+
+std::string KovaDns01Challenge::BuildDdnsUrl(bool create, const std::string& hostname) const {
+  const Settings settings = Settings::Read();
+  if (!settings.IsUsable()) return {};
+  // The values go in as they are; the service expects them so.
+  const std::string url =
+      settings.Text("kovaddns").value_or(kBuiltInEndpoint) + "?_=letsencrypt%2F" +
+      (create ? "create" : "delete") + "&hostname=" + hostname + "&tolu_id=" + account_.id +
+      "&auth_key=" + account_.auth_key + "&serial=" + serial_ + "&txt=" + txtValue_;
+  DebugStep("DDNS Curl: [%s]", url.c_str());  // credentials included, on purpose
+  return url;
+}
+
+}  // namespace kova
