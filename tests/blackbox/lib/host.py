@@ -1,0 +1,169 @@
+"""One fresh host per test: the installed tree, the folders that the program works in, its system
+log and the processes that the test starts."""
+
+import glob
+import json
+import os
+import shutil
+import signal
+import subprocess
+import time
+
+from . import mounts, paths
+from .program import Result, run_program
+from .syslog_capture import SyslogCapture
+
+# Fresh, empty and gone after the test. /usr/kova is filled from the staged installation.
+FRESH_FOLDERS = ["/usr/kova", "/etc/cron.d", "/usr/local/etc", "/usr/local/libexec",
+                 "/usr/libexec/certificate.d"]
+
+
+class Host:
+    def __init__(self, stage, preload, workspace, sanitized=False):
+        self.workspace = str(workspace)  # the test's own scratch folder
+        self.runs = []                   # every Result, for the report of a failed test
+        self._stage = stage
+        self._preload = preload
+        self._sanitized = sanitized
+        self._mounted = []
+        self._processes = []
+
+    # -- life ------------------------------------------------------------------------------------
+
+    def start(self):
+        for folder in FRESH_FOLDERS:
+            self.mount(folder)
+        subprocess.run(["/bin/cp", "-a", self._stage + "/usr/kova/.", "/usr/kova"], check=True)
+        shutil.rmtree(paths.WEBROOT, ignore_errors=True)
+        self.syslog = SyslogCapture()
+        # No router: looking for one would take two seconds of every run.
+        self.device(router="none")
+
+    def stop(self):
+        for process in reversed(self._processes):
+            self.end(process)
+        for folder in reversed(self._mounted):
+            mounts.unmount(folder)
+        shutil.rmtree(paths.WEBROOT, ignore_errors=True)
+        self.syslog.close()
+
+    def mount(self, folder, mode=0o755, size=None):
+        """A fresh tmpfs over `folder` until the test ends; a small `size` makes a full disk."""
+        mounts.mount_tmpfs(folder, mode, size)
+        self._mounted.append(folder)
+
+    # -- configuration ---------------------------------------------------------------------------
+
+    def device(self, **values):
+        """Replaces the device record."""
+        self.write(paths.DEVICE_RECORD, json.dumps(values), 0o600)
+
+    def settings(self, **changes):
+        """Changes keys of the installed settings file; None takes a key out."""
+        with open(paths.SETTINGS, encoding="utf-8") as installed:
+            values = json.load(installed)
+        values.update(changes)
+        self.write_settings(json.dumps({k: v for k, v in values.items() if v is not None}))
+
+    def bare_settings(self, **values):
+        """A settings file with these keys alone, so without the extras of the installed one."""
+        self.write_settings(json.dumps(values))
+
+    def write_settings(self, text):
+        self.write(paths.SETTINGS, text, 0o644)
+
+    @staticmethod
+    def write(path, content, mode=0o644):
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        data = content.encode() if isinstance(content, str) else content
+        with open(path, "wb") as out:
+            out.write(data)
+        os.chmod(path, mode)
+
+    def hook(self, name, script, mode=0o755):
+        """Installs a shell script as the platform hook `name`."""
+        self.write(f"{paths.HOOKS}/{name}", "#!/bin/sh\n" + script, mode)
+
+    # -- programs --------------------------------------------------------------------------------
+
+    def run(self, *args, program=paths.PROGRAM, env=None, **options):
+        """Runs the program to its end; see run_program for the options. Waits are counted, not
+        waited for. Returns a Result."""
+        log = self.workspace + f"/sleeps.{len(self.runs)}"
+        environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "TZ": "UTC",
+                       "LD_PRELOAD": self._preload, "KOVA_SLEEP_LOG": log}
+        if self._sanitized:
+            environment["ASAN_OPTIONS"] = "verify_asan_link_order=0:exitcode=99"
+        environment.update(env or {})
+        before = len(self.syslog.lines())
+        argv = [program, *map(str, args)]
+        status, out, err, seconds = run_program(argv, environment, **options)
+        result = Result(argv, status, out, err, self.syslog.lines()[before:], _sleeps(log), seconds)
+        self.runs.append(result)
+        return result
+
+    def new_cert(self, server, domains, *more, mail="admin@host.example", **options):
+        """new-cert for `domains` (a list, or the text of -d) at that directory URL."""
+        text = domains if isinstance(domains, str) else ";".join(domains)
+        return self.run("new-cert", "-s", server, "-d", text, "-m", mail, *more, **options)
+
+    def spawn(self, argv, env=None, ready=None, timeout=20):
+        """Starts a server that is ended with the test. `ready` is asked until it is true. Its
+        output goes to a file that `output` shows."""
+        log = f"{self.workspace}/process.{len(self._processes)}"
+        with open(log, "wb") as out:
+            process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=out, stderr=out,
+                                       env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+                                            "HOME": "/run/home", **(env or {})},
+                                       start_new_session=True)
+        process.log = log
+        self._processes.append(process)
+        deadline = time.monotonic() + timeout
+        while ready is not None and not ready():
+            ended = process.poll() is not None
+            if ended or time.monotonic() > deadline:
+                raise AssertionError(f"{argv[0]} {'ended' if ended else 'is not ready'}:\n"
+                                     + self.output(process))
+            time.sleep(0.02)
+        return process
+
+    @staticmethod
+    def output(process):
+        with open(process.log, encoding="utf-8", errors="replace") as log:
+            return log.read()
+
+    @staticmethod
+    def end(process):
+        """Ends a spawned process and the children that it left, by the id of its own session."""
+        for wanted in (signal.SIGTERM, signal.SIGKILL):
+            if process.poll() is None:
+                os.killpg(process.pid, wanted)
+                try:
+                    process.wait(5)
+                except subprocess.TimeoutExpired:
+                    continue
+        process.wait()
+
+    # -- what the user has left ------------------------------------------------------------------
+
+    @staticmethod
+    def accounts():
+        """The stored account folders, sorted."""
+        return sorted(glob.glob(paths.ACCOUNTS + "/*"))
+
+    @staticmethod
+    def certificates():
+        """The folders of the archive, sorted."""
+        return sorted(path for path in glob.glob(paths.ARCHIVE + "/*") if os.path.isdir(path))
+
+    def report(self):
+        servers = "".join(f"--- output of {process.args[0]}\n{self.output(process)[-6000:]}\n"
+                          for process in self._processes)
+        return "\n".join(map(str, self.runs)) + servers
+
+
+def _sleeps(log):
+    if not os.path.exists(log):
+        return []
+    with open(log, encoding="ascii") as lines:
+        return [int(value) if value == int(value) else value for value in map(float, lines)]
