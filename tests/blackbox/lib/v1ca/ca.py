@@ -9,7 +9,6 @@ import re
 
 from cryptography.hazmat.primitives.serialization import Encoding
 
-from .. import validators
 from ..http_script import Reply
 from ..issuer import Issuer
 from ..signed_server import SignedServer
@@ -19,6 +18,7 @@ from .certificates import Certificates
 from .refusal import Refusal, bad_nonce, malformed
 from .registrations import Registrations
 from .state import State
+from .validation import asked_of, fetched_from
 
 _ROUTES = [  # endpoint, path, whether requests are signed; groups go to the endpoint's step
     ("directory", "/directory", False),
@@ -40,7 +40,7 @@ class AcmeV1Ca(SignedServer):
     def __init__(self, port=0, organisation="Early Protocol Testing"):
         # Knobs; tests set them before they run the client.
         self.challenge_types = ["http-01", "dns-01"]
-        self.validators = {"http-01": validators.webroot, "dns-01": validators.accept}
+        self.validators = {"http-01": fetched_from(80), "dns-01": asked_of("127.0.0.1")}
         self.refusals = collections.deque()  # (error type, detail) for the next validations
         self.tokens = collections.deque()    # tokens to hand out before good ones
         self.states_before_decided = []      # what an authorization shows first, poll by poll

@@ -13,7 +13,8 @@ from cryptography.hazmat.primitives.asymmetric import padding, rsa
 from cryptography.hazmat.primitives.serialization import Encoding
 from cryptography.x509.oid import NameOID
 
-from . import b64
+from ..jws import encode
+from .encoding import encode_number
 
 
 @dataclass
@@ -91,21 +92,21 @@ class TinyClient:
     @property
     def jwk(self) -> dict:
         numbers = self.key.public_key().public_numbers()
-        return {"kty": "RSA", "n": b64.encode_number(numbers.n), "e": b64.encode_number(numbers.e)}
+        return {"kty": "RSA", "n": encode_number(numbers.n), "e": encode_number(numbers.e)}
 
     @property
     def thumbprint(self) -> str:
         text = json.dumps(self.jwk, sort_keys=True, separators=(",", ":")).encode()
-        return b64.encode(hashlib.sha256(text).digest())
+        return encode(hashlib.sha256(text).digest())
 
     def signed(self, payload: dict, /, **changes) -> dict:
         """The request document; `changes` replace its members after signing."""
-        protected = b64.encode(json.dumps({"nonce": self.nonce}).encode())
-        encoded = b64.encode(json.dumps(payload).encode())
-        signature = self.key.sign(f"{protected}.{encoded}".encode(), padding.PKCS1v15(),
+        protected = encode(json.dumps({"nonce": self.nonce}).encode())
+        body = encode(json.dumps(payload).encode())
+        signature = self.key.sign(f"{protected}.{body}".encode(), padding.PKCS1v15(),
                                   hashes.SHA256())
         document = {"header": {"alg": "RS256", "jwk": self.jwk}, "protected": protected,
-                    "payload": encoded, "signature": b64.encode(signature)}
+                    "payload": body, "signature": encode(signature)}
         document.update(changes)
         return document
 
@@ -135,8 +136,8 @@ class TinyClient:
 
     def new_cert(self, csr: bytes) -> Answer:
         return self.post(self.directory["new-cert"],
-                         {"resource": "new-cert", "csr": b64.encode(csr)})
+                         {"resource": "new-cert", "csr": encode(csr)})
 
     def revoke(self, der: bytes) -> Answer:
         return self.post(self.directory["revoke-cert"],
-                         {"resource": "revoke-cert", "certificate": b64.encode(der)})
+                         {"resource": "revoke-cert", "certificate": encode(der)})
