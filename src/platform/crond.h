@@ -15,8 +15,10 @@ class ConfigManager {
   [[nodiscard]] bool Exist() const;
 
   // Writes an array of objects with strings "name", "cmd", "user" and "period" ("daily", "weekly",
-  // "monthly") as the job. Minute, hour and weekday are the host's own, stable and spread over a
-  // fleet. False when an object is not of that shape or the file cannot be written.
+  // "monthly": on the first) as the job, each as a comment line and a crontab line. Minute, hour
+  // and weekday are the host's own, stable and spread over a fleet; all objects of one job share
+  // them. False, with nothing written, when there is no object or one is not of that shape (a line
+  // break, an unknown user), when cron would ignore the job's name, or the file cannot be written.
   [[nodiscard]] bool Save(const Json::Value& jobs) const;
 
   // Deletes the job. False when that failed.

@@ -1,7 +1,11 @@
 // What the host says about itself: the device record /usr/kova/etc/device.json and its defaults.
 //
+// A text of the record counts only when it is a string, not empty and free of control characters;
+// otherwise the key's default holds.
+//
 // The calls with a buffer return 0 on success and fill a NUL-terminated text; a value that does
-// not fit makes the call fail (negative), it is never cut.
+// not fit makes the call fail (negative), it is never cut. Failures set the error triple: ENOENT
+// when the host has no such value, ENOBUFS when it does not fit.
 #pragma once
 
 #include <string>
@@ -32,5 +36,8 @@ bool RouterUsesUpnp();
 
 // The service unit of the web front-end, or empty.
 std::string WebFrontendUnit();
+
+// The text of /etc/machine-id, or empty.
+std::string MachineId();
 
 }  // namespace kova::platform

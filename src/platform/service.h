@@ -15,7 +15,8 @@ class Engine {};
 class Omx {
  public:
   explicit Omx(Engine& engine);
-  // Restarts the web front-end. False when that failed.
+  // Restarts the web front-end. False when that failed. A host that names none has nothing to
+  // restart: one syslog line, and true.
   bool RestartService();
 
  private:

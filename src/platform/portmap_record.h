@@ -1,0 +1,15 @@
+// The host's own record of its port forwarding, {"SET": [{"device_port": D, "router_port": R}]}.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "platform/portmap.h"
+
+namespace kova::platform {
+
+// Puts the set into the record, or takes it out when there are no rules, under a lock on the
+// record. 0, or an errno: EINVAL when the record is not a JSON object.
+[[nodiscard]] int StoreRuleSet(const std::string& name, std::span<const KOVA_PORTMAP_RULE> rules);
+
+}  // namespace kova::platform

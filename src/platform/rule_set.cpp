@@ -1,0 +1,70 @@
+#include "platform/rule_set.h"
+
+#include <optional>
+#include <vector>
+
+namespace kova::platform {
+namespace {
+
+// A run that is killed must not leave ports open for ever.
+constexpr int kLeaseSeconds = 3600;
+constexpr int kPermanent = 0;
+
+bool IsOwn(const Gateway& gateway, const std::string& set, const PortMapping& mapping) {
+  return mapping.client == gateway.HostAddress() && mapping.description == set;
+}
+
+bool Serves(const Gateway& gateway, const KOVA_PORTMAP_RULE& rule, const PortMapping& mapping) {
+  return mapping.enabled && mapping.client == gateway.HostAddress() &&
+         mapping.internal_port == std::to_string(rule.device_port);
+}
+
+// Sets `granted` unless the gateway is unreachable.
+int AddRule(const Gateway& gateway, const std::string& set, const KOVA_PORTMAP_RULE& rule,
+            bool& granted) {
+  std::optional<PortMapping> existing;
+  if (gateway.Find(rule.router_port, existing) == kGatewayUnreachable) return kGatewayUnreachable;
+  // Many routers would overwrite it without a word, and closing would then delete it.
+  if (existing && !IsOwn(gateway, set, *existing)) {
+    granted = Serves(gateway, rule, *existing);
+    return 0;
+  }
+  int result = gateway.Add(rule.router_port, rule.device_port, set, kLeaseSeconds);
+  if (result == upnp_error::kOnlyPermanentLeases) {
+    result = gateway.Add(rule.router_port, rule.device_port, set, kPermanent);
+  }
+  if (result == kGatewayUnreachable) return result;
+  granted = result == 0;
+  return 0;
+}
+
+}  // namespace
+
+int RemoveRuleSet(const Gateway& gateway, const std::string& set) {
+  // Listed first: deleting while walking would shift the indices.
+  std::vector<PortMapping> mappings;
+  if (const int result = gateway.List(mappings); result != 0) return result;
+  int refusal = 0;
+  for (const PortMapping& mapping : mappings) {
+    if (!IsOwn(gateway, set, mapping)) continue;
+    const int result = gateway.Delete(mapping);
+    if (result == kGatewayUnreachable) return result;
+    // Its lease may have ended meanwhile.
+    if (result != 0 && result != upnp_error::kNoSuchEntry) refusal = result;
+  }
+  return refusal;
+}
+
+int ReplaceRuleSet(const Gateway& gateway, const std::string& set,
+                   std::span<const KOVA_PORTMAP_RULE> rules,
+                   std::span<KOVA_RULE_SET_RESULT> results) {
+  if (RemoveRuleSet(gateway, set) == kGatewayUnreachable) return kGatewayUnreachable;
+  for (size_t i = 0; i < rules.size(); ++i) {
+    bool granted = false;
+    if (const int result = AddRule(gateway, set, rules[i], granted); result != 0) return result;
+    results[i] = {rules[i].router_port, static_cast<unsigned char>(granted ? 1 : 0)};
+  }
+  return 0;
+}
+
+}  // namespace kova::platform

@@ -1,0 +1,62 @@
+// The Internet Gateway Device of the local network, spoken to over UPnP.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kova::platform {
+
+// One port mapping of the router. The texts are the router's.
+struct PortMapping {
+  std::string external_port;
+  std::string protocol;
+  std::string client;  // address on the local network
+  std::string internal_port;
+  std::string description;
+  std::string remote_host;
+  bool enabled = false;
+};
+
+// Results are 0, kGatewayUnreachable, or the UPnP error code with which the router refused.
+inline constexpr int kGatewayUnreachable = -1;
+namespace upnp_error {
+inline constexpr int kActionFailed = 501;  // also for answers that make no sense
+inline constexpr int kNoSuchEntry = 714;
+inline constexpr int kOnlyPermanentLeases = 725;
+}  // namespace upnp_error
+
+class Gateway {
+ public:
+  // Searches the network for 2 seconds at most. None without a gateway that is connected.
+  static std::unique_ptr<Gateway> Discover();
+
+  ~Gateway();
+  Gateway(const Gateway&) = delete;
+  Gateway& operator=(const Gateway&) = delete;
+
+  // The address of this host that the gateway sees.
+  [[nodiscard]] const std::string& HostAddress() const { return host_address_; }
+
+  // Every mapping that the router shows.
+  [[nodiscard]] int List(std::vector<PortMapping>& mappings) const;
+
+  // The mapping of one TCP port; nothing and 0 when there is none.
+  [[nodiscard]] int Find(int external_port, std::optional<PortMapping>& mapping) const;
+
+  // Forwards a TCP port to this host. A lease of 0 seconds is for ever.
+  [[nodiscard]] int Add(int external_port, int internal_port, const std::string& description,
+                        int lease_seconds) const;
+
+  [[nodiscard]] int Delete(const PortMapping& mapping) const;
+
+ private:
+  struct Device;  // the library's description of it
+  Gateway(std::unique_ptr<Device> device, std::string host_address);
+
+  std::unique_ptr<Device> device_;
+  std::string host_address_;
+};
+
+}  // namespace kova::platform
