@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "base/archive_root.h"
 #include "base/files.h"
 #include "base/json.h"
 #include "base/sl_error.h"
@@ -14,15 +15,15 @@
 namespace kova {
 namespace {
 
-constexpr char kArchiveRoot[] = "/usr/kova/etc/certificate/_archive/";
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0400;
 constexpr const char* kFiles[] = {"cert.pem", "chain.pem", "fullchain.pem", "privkey.pem",
                                   "renew.json"};
 
 std::string CertificateFolder(const char* tag, const std::string& certificate_id) {
-  if (!certificate_id.empty()) return kArchiveRoot + certificate_id;
-  std::string folder = std::string(kArchiveRoot) + "XXXXXX";
+  const std::string parent = std::string(kArchiveRoot) + "/";
+  if (!certificate_id.empty()) return parent + certificate_id;
+  std::string folder = parent + "XXXXXX";
   if (mkdtemp(folder.data()) == nullptr) {
     // The account store's text, kept as callers know it.
     throw Error(code::kLocal, tag, "Failed to create folder for account item.");
