@@ -1,0 +1,52 @@
+#include "libcrypto_watch.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+
+namespace {
+
+bool watching = false;
+std::vector<std::string> cleansed;
+bool request_output_fails = false;
+
+}  // namespace
+
+// The linker's names for the real function and its replacement.
+extern "C" {
+void __real_OPENSSL_cleanse(void* bytes, size_t length);                  // NOLINT
+int __real_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request);  // NOLINT
+
+void __wrap_OPENSSL_cleanse(void* bytes, size_t length) {  // NOLINT
+  if (watching) cleansed.emplace_back(static_cast<const char*>(bytes), length);
+  __real_OPENSSL_cleanse(bytes, length);
+}
+
+int __wrap_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request) {  // NOLINT
+  return request_output_fails ? 0 : __real_PEM_write_bio_X509_REQ(output, request);
+}
+}
+
+namespace kova::test {
+
+CleansedBytes::CleansedBytes() {
+  cleansed.clear();
+  watching = true;
+}
+CleansedBytes::~CleansedBytes() { watching = false; }
+
+bool CleansedBytes::Include(const std::string& bytes) const {
+  return std::any_of(cleansed.begin(), cleansed.end(), [&bytes](const std::string& buffer) {
+    return buffer.compare(0, bytes.size(), bytes) == 0;
+  });
+}
+
+RequestOutputFails::RequestOutputFails() { request_output_fails = true; }
+RequestOutputFails::~RequestOutputFails() { request_output_fails = false; }
+
+NoAlgorithms::NoAlgorithms() { EVP_set_default_properties(nullptr, "provider=none"); }
+NoAlgorithms::~NoAlgorithms() { EVP_set_default_properties(nullptr, ""); }
+
+}  // namespace kova::test
