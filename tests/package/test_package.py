@@ -1,0 +1,250 @@
+"""The Debian package on a clean system: installed, upgraded, removed, purged."""
+
+import json
+import os
+import re
+import subprocess
+
+ETC = "/usr/kova/etc"
+ARCHIVE = ETC + "/certificate/_archive"
+INFO = ARCHIVE + "/INFO"
+ACCOUNT = ETC + "/letsencrypt/account/aB3xYz"
+SETTINGS = "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default"
+JOB = "/etc/cron.d/kova-letsencrypt"
+PARKED_JOB = ETC + "/renewal-job.parked"
+PROGRAM = "/usr/kova/sbin/kova-letsencrypt"
+
+EDITED_JOB = f"# nightly, says the boss\n7 3 * * * root {PROGRAM} renew-all\n"
+EDITED_SETTINGS = '{"orderattempts": 2, "renew_before_expire_days": 20}\n'
+
+
+def use(root):
+    """Leaves on the host what a year of use does."""
+    index = {"first1": {"desc": "www", "services": []}}
+    root.write(INFO, json.dumps(index), 0o600)
+    for name in ("cert.pem", "chain.pem", "fullchain.pem", "privkey.pem", "renew.json"):
+        root.write(f"{ARCHIVE}/first1/{name}", f"this is {name}\n", 0o400)
+    root.write(ACCOUNT + "/info.json", "{}\n", 0o600)
+    root.write(ACCOUNT + "/private_key.json", "{}\n", 0o600)
+    root.write(ETC + "/device.json", '{"router": "none"}\n', 0o600)
+    root.write(SETTINGS, EDITED_SETTINGS)
+    root.write(JOB, EDITED_JOB)
+
+
+def kept(root):
+    return root.tree(ETC)
+
+
+# -- what is in it --------------------------------------------------------------------------------
+
+def test_the_package_names_everything_that_it_needs(bare_root, deb):
+    refusal = bare_root.install(deb, status=1)
+    for name in ("openssl", "ca-certificates", "cron", "libcurl4", "libjsoncpp25",
+                 "libminiupnpc17"):
+        assert f"kova-letsencrypt depends on {name}" in refusal
+    assert bare_root.package_state() == "unpacked"
+
+
+def test_what_it_depends_on_is_all_that_it_needs(root, deb):
+    root.install(deb)
+    for program in (PROGRAM, "/usr/kova/sbin/kova-archive"):
+        assert "not found" not in root.run("ldd", program)
+    assert "new-cert" in root.run(PROGRAM, status=1)
+    root.run("/usr/kova/sbin/kova-archive", "self-signed", "/root/default-set")
+    assert "BEGIN CERTIFICATE" in root.read("/etc/ssl/certs/ca-certificates.crt")
+    assert root.exists("/usr/sbin/cron")
+
+
+def test_the_package_holds_the_installed_tree(deb):
+    listed = subprocess.run(["dpkg-deb", "-c", deb], check=True, text=True,
+                            stdout=subprocess.PIPE).stdout.splitlines()
+    packaged = {}
+    for line in listed:
+        mode, owner, *_, name = line.split(" -> ")[0].split()
+        assert owner == "root/root"
+        packaged[name[1:].rstrip("/")] = mode
+    papers = [name for name in packaged
+              if re.match("/usr/share/(doc|lintian)", name) or not name]
+    for name in papers:
+        del packaged[name]
+
+    staged = {}
+    stage = os.environ["KOVA_STAGE"]
+    for parent, folders, files in os.walk(stage):
+        for entry in [os.path.join(parent, name) for name in folders + files]:
+            staged[entry[len(stage):]] = os.lstat(entry).st_mode
+    assert sorted(packaged) == sorted(staged)
+    assert packaged[ARCHIVE] == "drwx------"
+    assert packaged["/usr/kova/libexec/platform.d"] == "drwxr-xr-x"
+    assert packaged[SETTINGS] == "-rw-r--r--"
+    assert packaged[PROGRAM] == packaged["/usr/kova/sbin/kova-archive"] == "-rwxr-xr-x"
+
+
+def test_lintian_finds_nothing_that_is_not_explained(deb):
+    lintian = ["lintian", "--allow-root"]
+    done = subprocess.run(lintian + [deb], text=True, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, check=False)
+    assert (done.returncode, done.stdout) == (0, "")
+    # Nor is anything explained that is not so.
+    done = subprocess.run(lintian + ["--tags", "mismatched-override,unused-override", deb],
+                          text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+    assert (done.returncode, done.stdout) == (0, "")
+
+
+# -- installing -----------------------------------------------------------------------------------
+
+def test_an_installation_makes_an_empty_archive(root, deb):
+    root.install(deb)
+    assert root.package_state() == "installed"
+    assert root.read(INFO) == "{}\n"
+    assert root.mode(INFO) == 0o600
+    assert root.mode(ARCHIVE) == 0o700
+    assert os.listdir(root.path(ARCHIVE)) == ["INFO"]
+    assert json.loads(root.read(SETTINGS)) == {"asyncfinalize": True, "noncerefill": True,
+                                               "orderattempts": 3}
+    assert not root.exists(JOB)
+
+
+def test_an_index_that_is_there_is_left_as_it_is(root, deb):
+    root.write(INFO, "not even JSON", 0o640)
+    root.install(deb)
+    assert root.read(INFO) == "not even JSON"
+    assert root.mode(INFO) == 0o640
+
+
+def test_a_planted_link_in_place_of_the_index_is_not_followed(root, deb):
+    os.makedirs(root.path(ARCHIVE))
+    os.symlink("/etc/planted", root.path(INFO))
+    root.install(deb)
+    assert os.readlink(root.path(INFO)) == "/etc/planted"
+    assert not root.exists("/etc/planted")
+
+
+def test_an_archive_that_outlived_a_purge_is_renewed_again(root, deb):
+    use(root)
+    os.unlink(root.path(JOB))
+    os.unlink(root.path(SETTINGS))
+    root.install(deb)
+    job = root.read(JOB).splitlines()
+    assert job[0].startswith("#")
+    assert re.fullmatch(rf"\d+ \d+ \* \* \d root {PROGRAM} renew-all", job[1].replace("\t", " "))
+
+
+# -- upgrading ------------------------------------------------------------------------------------
+
+def test_an_upgrade_keeps_everything_of_the_administrator(root, deb, next_deb):
+    root.install(deb)
+    use(root)
+    before, job = kept(root), root.tree("/etc/cron.d")
+    root.install(next_deb)
+    assert kept(root) == before
+    assert root.tree("/etc/cron.d") == job
+    assert root.read(SETTINGS) == EDITED_SETTINGS
+    assert root.mode(ARCHIVE) == 0o700
+
+
+def test_an_upgrade_does_not_bring_back_a_job_that_was_deleted(root, deb, next_deb):
+    root.install(deb)
+    use(root)
+    os.unlink(root.path(JOB))
+    root.install(next_deb)
+    assert not root.exists(JOB)
+
+
+def test_an_upgrade_brings_new_settings_where_nobody_edited(root, deb, next_deb_with_new_settings):
+    root.install(deb)
+    root.install(next_deb_with_new_settings)
+    assert root.read(SETTINGS) == '{"orderattempts": 5}\n'
+
+
+def test_edited_settings_win_over_new_ones(root, deb, next_deb_with_new_settings):
+    root.install(deb)
+    root.write(SETTINGS, EDITED_SETTINGS)
+    root.install(next_deb_with_new_settings, "--force-confdef", "--force-confold")
+    assert root.read(SETTINGS) == EDITED_SETTINGS
+    assert root.read(SETTINGS + ".dpkg-dist") == '{"orderattempts": 5}\n'
+
+
+# -- removing -------------------------------------------------------------------------------------
+
+def test_a_removal_leaves_archive_accounts_and_settings(root, deb):
+    root.install(deb)
+    use(root)
+    before = kept(root)
+    root.remove()
+    assert root.package_state() == "config-files"
+    after = kept(root)
+    assert after.pop(PARKED_JOB)[2] == EDITED_JOB.encode()
+    assert after == before
+    assert root.read(SETTINGS) == EDITED_SETTINGS
+    assert not root.exists(PROGRAM)
+    assert not root.exists("/usr/share/man/man8/kova-letsencrypt.8.gz")
+
+
+def test_no_job_runs_a_program_that_is_gone(root, deb):
+    root.install(deb)
+    use(root)
+    before = set(root.tree("/etc/cron.d"))
+    root.remove()
+    assert set(root.tree("/etc/cron.d")) == before - {JOB}
+
+
+def test_installing_again_brings_the_edited_job_back(root, deb):
+    root.install(deb)
+    use(root)
+    root.remove()
+    root.install(deb)
+    assert root.read(JOB) == EDITED_JOB
+    assert root.mode(JOB) == 0o644
+    assert not root.exists(PARKED_JOB)
+    assert [name for name in root.tree("/etc/cron.d") if "kova" in name] == [JOB]
+
+
+def test_a_job_made_meanwhile_wins_over_the_one_put_aside(root, deb):
+    root.install(deb)
+    use(root)
+    root.remove()
+    root.write(JOB, "# mine\n")
+    root.install(deb)
+    assert root.read(JOB) == "# mine\n"
+    assert not root.exists(PARKED_JOB)
+
+
+def test_a_job_of_that_name_for_something_else_stays(root, deb):
+    root.install(deb)
+    root.write(JOB, "0 0 * * * root /usr/local/bin/other\n")
+    root.purge()
+    assert root.read(JOB) == "0 0 * * * root /usr/local/bin/other\n"
+
+
+# -- purging --------------------------------------------------------------------------------------
+
+def test_a_purge_keeps_certificates_and_accounts_and_says_so(root, deb):
+    root.install(deb)
+    use(root)
+    before = kept(root)
+    said = root.purge()
+    assert kept(root) == before
+    assert not root.exists(SETTINGS)
+    assert not root.exists(JOB) and not root.exists(PARKED_JOB)
+    assert f"{ARCHIVE} holds certificates or accounts and was left as it is." in said
+    assert "/usr/kova/etc/letsencrypt/account holds" in said
+    assert root.package_state() == ""
+
+
+def test_a_purge_after_a_removal_deletes_the_job_put_aside(root, deb):
+    root.install(deb)
+    use(root)
+    root.remove()
+    root.purge()
+    assert not root.exists(PARKED_JOB)
+    assert not root.exists(JOB)
+
+
+def test_a_purge_of_an_unused_package_leaves_no_trace(root, deb):
+    tops = ("/usr", "/etc", "/var/lib/letsencrypt", "/var/cache", "/var/spool", "/tmp", "/root")
+    before = root.tree(*tops)
+    root.install(deb)
+    assert root.tree(*tops) != before
+    root.purge()
+    assert root.tree(*tops) == before
