@@ -1,12 +1,12 @@
 #include "acme_v2/certificate_folder.h"
 #include "acme_v2/client_v2.h"
+#include "acme_v2/key_and_request.h"
 #include "acme_v2/reply.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "crypto/csr.h"
 #include "crypto/pem.h"
 #include "crypto/secret.h"
 
@@ -16,29 +16,13 @@ namespace {
 constexpr char kTag[] = "client_v2";
 constexpr int kRecordVersion = 2;
 
-void GenerateKeyAndRequest(const std::vector<std::string>& domains, std::string& request,
-                           std::string& private_key) {
-  GenerateCsr(domains, request, private_key);
-  if (request.empty() || private_key.empty()) {
-    throw Error(code::kLocal, kTag, "Failed to genrate CSR.");
-  }
-  // The key in the log at this level is deliberate.
-  DebugDetail("======= Private Key ========");
-  DebugDetail("%s", private_key.c_str());
-  DebugDetail("=========== CSR ============");
-  DebugDetail("%s", request.c_str());
-}
-
 }  // namespace
 
 std::string AcmeV2Client::NewCertificate(const std::vector<std::string>& domains,
                                          const std::string& certificate_id) {
-  DebugStep("==> start new-cert.");
-  DebugStep("generate csr & private key");
-  ShowStage("", "generating the key and the request");
   std::string request;
   SecretText private_key;
-  GenerateKeyAndRequest(domains, request, private_key.text);
+  MakeKeyAndRequest(kTag, domains, request, private_key.text);
 
   DebugStep("get new-cert");
   ShowStage("", "waiting for the certificate");

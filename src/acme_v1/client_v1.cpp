@@ -1,0 +1,90 @@
+#include "acme_v1/client_v1.h"
+
+#include <array>
+#include <utility>
+
+#include "base/debug.h"
+#include "base/json.h"
+#include "base/progress.h"
+#include "base/sl_error.h"
+#include "crypto/base64url.h"
+#include "crypto/pem.h"
+#include "net/headers.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "client_v1";
+constexpr std::array kDirectoryMembers = {"new-authz", "new-cert", "new-reg", "revoke-cert"};
+
+}  // namespace
+
+AcmeV1Client::AcmeV1Client(std::string directory_url) : directory_url_(std::move(directory_url)) {}
+
+void AcmeV1Client::FetchDirectory() {
+  DebugStep("setup acme url %s", directory_url_.c_str());
+  ShowStage("", "asking for the directory");
+  const HttpResponse response = Fetch(directory_url_);
+  // The status plays no part: what does not hold the four resources is no directory.
+  Json::Value directory = GetJsonBody(response);
+  for (const char* name : kDirectoryMembers) {
+    if (!Member(directory, name).isString()) {
+      throw Error(code::kProtocol, kTag, "Directory Member missing.");
+    }
+  }
+  directory_ = std::move(directory);
+}
+
+std::string AcmeV1Client::Resource(const char* name) const { return TextMember(directory_, name); }
+
+HttpResponse AcmeV1Client::Fetch(const std::string& url) {
+  HttpResponse response = HttpGet(url);
+  KeepNonce(response);
+  return response;
+}
+
+void AcmeV1Client::KeepNonce(const HttpResponse& response) {
+  std::string nonce = GetHeader(response, "Replay-Nonce");
+  if (!nonce.empty()) nonces_.push_back(std::move(nonce));
+}
+
+std::string AcmeV1Client::TakeNonce() {
+  if (nonces_.empty()) throw Error(code::kNoNonce, kTag, "No Nonce.... Not Yet implement");
+  std::string nonce = std::move(nonces_.back());
+  nonces_.pop_back();
+  return nonce;
+}
+
+const RsaKey& AcmeV1Client::Key() const {
+  if (!key_) throw Error(code::kAccountKey, kTag, "RSA Key not found.");
+  return *key_;
+}
+
+HttpResponse AcmeV1Client::PostJws(const std::string& url, const Json::Value& payload) {
+  Json::Value protected_header(Json::objectValue);
+  protected_header["nonce"] = TakeNonce();
+  const RsaKey& key = Key();
+  DebugStep("Post JWS Request: %s", url.c_str());
+  DebugDetail("Post JWS value: %s", JsonStyledText(payload).c_str());
+
+  const std::string encoded_header = Base64UrlEncode(JsonFastText(protected_header));
+  const std::string encoded_payload = Base64UrlEncode(JsonFastText(payload));
+  Json::Value body(Json::objectValue);
+  body["header"]["alg"] = "RS256";
+  body["header"]["jwk"] = key.PublicJwk();
+  body["protected"] = encoded_header;
+  body["payload"] = encoded_payload;
+  body["signature"] = key.Sign(encoded_header + "." + encoded_payload);
+  HttpResponse response = HttpPost(url, body);
+  KeepNonce(response);
+  return response;
+}
+
+std::string UnpaddedBase64Url(const std::string& pem, const std::string& begin,
+                              const std::string& end) {
+  std::string text = PemToBase64Url(pem, begin, end);
+  while (!text.empty() && text.back() == '=') text.pop_back();
+  return text;
+}
+
+}  // namespace kova

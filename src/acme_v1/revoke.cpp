@@ -1,0 +1,37 @@
+#include <unistd.h>
+
+#include "acme_v1/client_v1.h"
+#include "acme_v2/reply.h"
+#include "base/debug.h"
+#include "base/files.h"
+#include "base/sl_error.h"
+#include "crypto/pem.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "client_v1";
+
+}  // namespace
+
+void AcmeV1Client::Revoke(const std::string& certificate_folder) {
+  DebugStep("revoke certifiaction.");
+  Json::Value payload(Json::objectValue);
+  payload["resource"] = "revoke-cert";
+  payload["certificate"] = UnpaddedBase64Url(ReadTextFile(certificate_folder + "/cert.pem"),
+                                             kCertificateBegin, kCertificateEnd);
+  const HttpResponse response = PostJws(Resource("revoke-cert"), payload);
+  if (response.status == 409) {
+    DebugStep("Has already revoked");
+    return;
+  }
+  if (response.status != 200) {
+    throw SLError::FromServerText(
+        code::kProtocol, kTag,
+        "Revoke failed - " + std::to_string(response.status) + "  " + ProblemDetail(response));
+  }
+  // No file is named, so nothing goes: the renewal record stays with the certificate.
+  unlink((certificate_folder + "/").c_str());
+}
+
+}  // namespace kova
