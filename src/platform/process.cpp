@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
-#include <sys/pidfd.h>
 #include <syslog.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+
+extern "C" {  // this C library's header does not say so itself
+#include <sys/pidfd.h>
+}
 
 #include "platform/error.h"
 #include "platform/spawn.h"

@@ -1,0 +1,48 @@
+#include "cli/acme_folders.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/json.h"
+#include "base/log.h"
+#include "certificate/paths.h"
+#include "platform/files.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "utils";
+
+}  // namespace
+
+std::vector<std::string> ListCertificateIds() {
+  const std::string path = cert_archive::kIndexPath;
+  errno = 0;
+  if (!KLIBCFileExist(path)) {
+    LogError(kTag, "File not exist. [%s][%s]", std::strerror(errno), path.c_str());
+    return {};
+  }
+  Json::Value index;
+  errno = 0;
+  if (!JsonFromFile(path, index) || !index.isObject()) {
+    LogError(kTag, "Read json file failed. [%s][%s]", std::strerror(errno), path.c_str());
+    return {};
+  }
+  return index.getMemberNames();
+}
+
+std::set<std::string> ListAcmeFolders() {
+  std::set<std::string> folders;
+  for (const std::string& id : ListCertificateIds()) {
+    const std::string folder = cert_archive::CertificateFolder(id);
+    errno = 0;
+    if (!KLIBCFileCheckDir(folder)) {
+      LogError(kTag, "Folder not exist. [%s][%s]", std::strerror(errno), folder.c_str());
+    } else if (KLIBCFileExist(folder + "/renew.json")) {
+      folders.insert(folder);
+    }
+  }
+  return folders;
+}
+
+}  // namespace kova

@@ -1,0 +1,16 @@
+// Which certificates of the archive were issued by an ACME server.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kova {
+
+// The ids of the archive index, sorted; empty, with a message, when it cannot be read.
+std::vector<std::string> ListCertificateIds();
+
+// The folders of the index that hold a renewal record.
+std::set<std::string> ListAcmeFolders();
+
+}  // namespace kova

@@ -1,0 +1,52 @@
+#include "acme_v1/acme_v1.h"
+#include "base/progress.h"
+#include "base/settings.h"
+#include "cli/commands.h"
+#include "cli/domains.h"
+#include "cli/issue_v2.h"
+#include "cli/options.h"
+#include "cli/outcome.h"
+#include "cli/renewal_job.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "kova-letsencrypt";
+
+std::string Issue(const CommandOptions& options) {
+  const ProgressLine progress;
+  if (options.version == "1") {
+    // No wildcard rule here, and no second challenge type: deliberate.
+    const auto domains =
+        AnnounceDomains(options.domains, options.server, options.email, [](const std::string&) {});
+    return IssueWithAcmeV1(options.server, domains, options.email, options.certificate_id);
+  }
+  if (options.version == "2") {
+    return IssueWithAcmeV2(options.server, options.domains, options.email, options.certificate_id);
+  }
+  throw SLError(code::kLocal, kTag, __LINE__, "Incorrect version specify [%s]",
+                options.version.c_str());
+}
+
+}  // namespace
+
+int NewCertCommand(int argc, char** argv) {
+  CommandOptions options;
+  options.server = DefaultDirectory();
+  if (!ParseOptions(argc, argv, "c:s:d:m:p:v::h", options) || options.domains.empty() ||
+      options.email.empty()) {
+    PrintUsage();
+    return 1;
+  }
+  ApplyDebugSettings();
+  const std::optional<SLError> failure = Capture([&options] {
+    const std::string folder = Issue(options);
+    AddRenewalJob();  // a certificate without its renewal job is still a success
+    PrintSuccess("cert_path", folder);
+  });
+  if (!failure) return 0;
+  PrintFailure(*failure);
+  return failure->code;
+}
+
+}  // namespace kova
