@@ -31,7 +31,11 @@ endforeach()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
 add_custom_target(kova_manual ALL DEPENDS ${kova_manual_pages})
 
-install(TARGETS kova-letsencrypt kova-archive RUNTIME DESTINATION sbin)
+foreach(program kova-letsencrypt kova-archive)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION sbin)
+  endif()
+endforeach()
 
 # One file completes both commands; bash looks it up by either name.
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/completion)
