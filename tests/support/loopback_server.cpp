@@ -106,12 +106,14 @@ void ParseHead(const std::string& head, HttpRequest& request) {
   }
 }
 
-// None when the client went away before its request was whole.
+constexpr char kTlsHandshake = 0x16;  // the first byte of a client that expects TLS
+
+// None when the client went away before its request was whole, or speaks something else.
 std::optional<HttpRequest> ReadRequest(int connection) {
   std::string bytes;
   size_t head_end = 0;
   while ((head_end = bytes.find("\r\n\r\n")) == std::string::npos) {
-    if (!ReceiveSome(connection, bytes)) return std::nullopt;
+    if (!ReceiveSome(connection, bytes) || bytes.front() == kTlsHandshake) return std::nullopt;
   }
   HttpRequest request;
   ParseHead(bytes.substr(0, head_end + 2), request);

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include "base/sl_error.h"
+#include "curl_watch.h"
+#include "loopback_server.h"
+#include "net/client_network.h"
+
+namespace kova {
+namespace {
+
+using test::CurlReceiver;
+using test::CurlWatch;
+using test::HttpReply;
+using test::LoopbackServer;
+
+constexpr size_t kMaximumBody = 32U << 20;
+constexpr size_t kMaximumHeader = 1U << 20;
+
+template <class Action>
+void ExpectUnreachable(Action action) {
+  try {
+    action();
+    ADD_FAILURE() << "no error";
+  } catch (const SLError& error) {
+    EXPECT_EQ(error.code, 100);
+    EXPECT_EQ(error.message, "Server is not reachable.");
+    EXPECT_EQ(error.file, "client_network");
+  }
+}
+
+class TransferFailure : public testing::Test {
+ protected:
+  void ExpectUnreachableAfter(const HttpReply& reply) {
+    server_.Reset("GET /");
+    server_.Reset("POST /");
+    server_.On("GET /", reply);
+    server_.On("POST /", reply);
+    ExpectUnreachable([this] { HttpGet(server_.Url()); });
+    ExpectUnreachable([this] { HttpPost(server_.Url(), Json::Value("x")); });
+  }
+
+  HttpGlobal global_;
+  LoopbackServer server_;
+};
+
+TEST_F(TransferFailure, NobodyListens) {
+  int port = 0;
+  {
+    const LoopbackServer gone;
+    port = gone.Port();
+  }
+  const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/";
+  ExpectUnreachable([&] { HttpGet(url); });
+  ExpectUnreachable([&] { HttpPost(url, Json::Value("x")); });
+}
+
+TEST_F(TransferFailure, TheNameDoesNotResolve) {
+  ExpectUnreachable([] { HttpGet("http://nowhere.invalid/"); });
+}
+
+TEST_F(TransferFailure, TheUrlIsNone) {
+  for (const char* url : {"", "nonsense url", "http://", "http://[", "//", "http://a\r\nb/"}) {
+    ExpectUnreachable([url] { HttpGet(url); });
+  }
+}
+
+TEST_F(TransferFailure, TheServerDoesNotSpeakTls) {
+  ExpectUnreachable(
+      [this] { HttpGet("https://127.0.0.1:" + std::to_string(server_.Port()) + "/"); });
+}
+
+TEST_F(TransferFailure, TheConnectionIsDropped) { ExpectUnreachableAfter(HttpReply::Drop()); }
+
+TEST_F(TransferFailure, TheBodyIsCutShort) {
+  ExpectUnreachableAfter(HttpReply::CutShort("a body", 1));
+  ExpectUnreachableAfter(HttpReply::CutShort("a body", 6));
+}
+
+TEST_F(TransferFailure, TheHeaderIsCutShort) { ExpectUnreachableAfter(HttpReply::Raw("HTT")); }
+
+TEST_F(TransferFailure, TheReplyIsGarbage) {
+  ExpectUnreachableAfter(HttpReply::Raw("<html>no status line</html>"));
+  ExpectUnreachableAfter(HttpReply::Raw(std::string(5000, '\0')));
+  ExpectUnreachableAfter(HttpReply::Raw("SSH-2.0-OpenSSH_9.2\r\n"));
+  ExpectUnreachableAfter(
+      HttpReply::Raw("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"));
+}
+
+TEST_F(TransferFailure, TheBodyIsLargerThanWeHold) {
+  server_.On("GET /", HttpReply::Text(200, std::string(kMaximumBody, 'x')));
+  EXPECT_EQ(HttpGet(server_.Url()).body.size(), kMaximumBody);
+  ExpectUnreachableAfter(HttpReply::Text(200, std::string(kMaximumBody + 1, 'x')));
+}
+
+TEST_F(TransferFailure, TheBodyNeverEnds) {
+  ExpectUnreachableAfter(HttpReply::Endless(std::string(65536, 'x')));
+}
+
+TEST_F(TransferFailure, TheHeaderNeverEnds) {
+  std::string head = "HTTP/1.1 200 OK\r\n";
+  while (head.size() < 2 * kMaximumHeader) head += "A: " + std::string(1000, 'a') + "\r\n";
+  ExpectUnreachableAfter(HttpReply::Raw(head + "\r\n"));
+}
+
+// libcurl may have a lower limit of its own; ours holds without it.
+TEST_F(TransferFailure, WeHoldNoMoreThanALimitOfHeaderAndBody) {
+  CurlWatch watch;
+  watch.PerformBy([](const CurlReceiver& header, const CurlReceiver& body) {
+    EXPECT_TRUE(header.Take(std::string(kMaximumHeader - 1, 'h')));
+    EXPECT_FALSE(header.Take("hh"));
+    EXPECT_TRUE(header.Take("h"));
+    EXPECT_FALSE(header.Take("h"));
+    EXPECT_TRUE(body.Take(std::string(kMaximumBody - 1, 'b')));
+    EXPECT_FALSE(body.Take("bb"));
+    EXPECT_TRUE(body.Take("b"));
+    EXPECT_FALSE(body.Take("b"));
+    return CURLE_OK;
+  });
+  const HttpResponse response = HttpGet(server_.Url());
+  EXPECT_EQ(response.header, std::string(kMaximumHeader, 'h'));
+  EXPECT_EQ(response.body, std::string(kMaximumBody, 'b'));
+}
+
+TEST_F(TransferFailure, TheRedirectionsNeverEnd) {
+  ExpectUnreachableAfter(HttpReply::Redirect(307, server_.Url() + "?" + std::string(5000, 'q')));
+}
+
+TEST_F(TransferFailure, TheUrlIsOfAnotherProtocol) {
+  for (const char* url : {"file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/",
+                          "dict://127.0.0.1/", "scp://127.0.0.1/etc/passwd"}) {
+    ExpectUnreachable([url] { HttpGet(url); });
+  }
+}
+
+TEST_F(TransferFailure, TheServerRedirectsToAnotherProtocol) {
+  for (const char* url :
+       {"file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/", "dict://127.0.0.1/"}) {
+    ExpectUnreachableAfter(HttpReply::Redirect(302, url));
+  }
+}
+
+}  // namespace
+}  // namespace kova
