@@ -24,7 +24,7 @@ constexpr mode_t kFileMode = 0600;
 
 [[noreturn]] void Fail(const char* tag, const std::string& what) {
   const int reason = errno;
-  LogError(tag, "%s [%d]", what.c_str(), reason);
+  LogError(tag, "%s. [%d]", what.c_str(), reason);
   throw Error(code::kLocal, tag, what + ".");
 }
 
