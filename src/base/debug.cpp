@@ -6,6 +6,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "base/progress.h"
+
 namespace kova {
 namespace {
 
@@ -16,12 +18,16 @@ int debug_to_syslog = 0;
   const int saved = errno;
   if (debug_to_syslog != 0) {
     vsyslog(LOG_ERR, format, args);
+    errno = saved;
     return;
   }
+  HideProgress();
   std::fputs("DEBUG: ", stdout);
   errno = saved;  // for %m
   std::vfprintf(stdout, format, args);
   std::fputc('\n', stdout);
+  std::fflush(stdout);  // whoever waits for a slow step sees it, and an abnormal end loses nothing
+  errno = saved;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // Level 1 shows the steps of a command, level 2 also transport details. A message goes to standard
 // output as "DEBUG: text\n", or, when the settings ask for it, to syslog at LOG_ERR as it is. The
 // private key of a new certificate and DDNS credentials appear at level 2 and 1 on purpose.
+// `errno` is unchanged on return.
 #pragma once
 
 namespace kova {

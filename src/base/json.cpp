@@ -31,8 +31,9 @@ bool JsonFromFile(const std::string& path, Json::Value& value) {
   value = Json::Value();
   std::string text;
   if (!platform::ReadWholeFile(path, text)) return false;
-  errno = 0;
-  return platform::ParseJson(text, value);
+  const bool parsed = platform::ParseJson(text, value);
+  errno = 0;  // after the parser, which may leave a number's ERANGE
+  return parsed;
 }
 
 bool HasMember(const Json::Value& value, const char* name) {

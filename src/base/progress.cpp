@@ -1,7 +1,9 @@
 #include "base/progress.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "platform/clock.h"
@@ -10,7 +12,7 @@ namespace kova {
 namespace {
 
 constexpr char kRewrite[] = "\r\033[K";  // to the start of the line, wiping it
-constexpr size_t kMaximumWidth = 78;     // a wrapped line could not be rewritten
+constexpr size_t kMaximumWidth = 78;
 
 struct State {
   bool visible = false;
@@ -26,11 +28,22 @@ std::string Printable(const std::string& text) {
   return safe;
 }
 
+bool IsDrawn() { return line.visible && !line.stage.empty(); }
+
+// A line that wraps could not be rewritten, so it stays a column short of the terminal's edge.
+size_t Width() {
+  winsize size{};
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return kMaximumWidth;
+  return std::min<size_t>(kMaximumWidth, size.ws_col - 1U);
+}
+
 void Draw() {
-  if (!line.visible || line.stage.empty()) return;
-  std::string text = line.stage;
-  if (line.waited.count() > 0) text += " (waited " + std::to_string(line.waited.count()) + " s)";
-  if (text.size() > kMaximumWidth) text.resize(kMaximumWidth);
+  if (!IsDrawn()) return;
+  std::string waited;
+  if (line.waited.count() > 0) waited = " (waited " + std::to_string(line.waited.count()) + " s)";
+  const size_t width = Width();
+  const size_t room = width - std::min(width, waited.size());  // a long name loses its end first
+  const std::string text = (line.stage.substr(0, room) + waited).substr(0, width);
   std::fprintf(stderr, "%s%s", kRewrite, text.c_str());
   std::fflush(stderr);
 }
@@ -40,7 +53,7 @@ void Draw() {
 ProgressLine::ProgressLine() { line = State{isatty(STDERR_FILENO) == 1, {}, {}}; }
 
 ProgressLine::~ProgressLine() {
-  if (line.visible && !line.stage.empty()) std::fputs(kRewrite, stderr);
+  HideProgress();
   line = State{};
 }
 
@@ -50,6 +63,10 @@ void ShowStage(const std::string& name, const std::string& stage) {
   if (text != line.stage) line.waited = std::chrono::seconds(0);
   line.stage = text;
   Draw();
+}
+
+void HideProgress() {
+  if (IsDrawn()) std::fputs(kRewrite, stderr);
 }
 
 void WaitVisibly(std::chrono::seconds duration) {

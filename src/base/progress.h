@@ -20,6 +20,10 @@ class ProgressLine {
 // What is being worked on now; `name` may be empty. Without a ProgressLine nothing happens.
 void ShowStage(const std::string& name, const std::string& stage);
 
+// Wipes the line until a stage or a wait draws it again: for text that is about to be written to
+// the same terminal.
+void HideProgress();
+
 // Sleeps through the platform's SleepFor and adds the time to what the line shows as waited.
 void WaitVisibly(std::chrono::seconds duration);
 

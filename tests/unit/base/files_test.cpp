@@ -1,0 +1,154 @@
+#include "base/files.h"
+
+#include <glob.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "base/sl_error.h"
+
+namespace {
+
+int forced_glob_result = 0;
+
+}  // namespace
+
+extern "C" {
+int __real_glob(const char*, int, int (*)(const char*, int), glob_t*);              // NOLINT
+int __wrap_glob(const char* pattern, int flags, int (*on_error)(const char*, int),  // NOLINT
+                glob_t* found) {
+  const int result = __real_glob(pattern, flags, on_error, found);
+  return forced_glob_result == 0 ? result : forced_glob_result;
+}
+}
+
+namespace kova {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Files : public testing::Test {
+ protected:
+  Files() {
+    fs::remove_all(folder_);
+    fs::create_directories(folder_);
+  }
+  ~Files() override { forced_glob_result = 0; }
+
+  static void Put(const std::string& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary) << content;
+  }
+  static mode_t ModeOf(const std::string& path) {
+    struct stat status {};
+    stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+  }
+  [[nodiscard]] std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder_)) {
+      names.push_back(entry.path().filename());
+    }
+    return names;
+  }
+
+  std::string folder_ = "/tmp/base_files_test";
+  std::string path_ = folder_ + "/file";
+};
+
+// The error of writing, as "CODE FILE: MESSAGE"; empty when it went well.
+std::string WriteError(const std::string& path, const std::string& content, mode_t mode) {
+  try {
+    WriteTextFile(path, content, mode);
+    return {};
+  } catch (const SLError& error) {
+    return std::to_string(error.code) + " " + error.file + ": " + error.message;
+  }
+}
+
+TEST_F(Files, ReadTextFileReadsEveryByte) {
+  const std::string content("line\r\n\0\xff no line end", 19);
+  Put(path_, content);
+  EXPECT_EQ(ReadTextFile(path_), content);
+  const std::string large(5 << 20, 'x');
+  Put(path_, large);
+  EXPECT_EQ(ReadTextFile(path_), large);
+}
+
+TEST_F(Files, ReadTextFileIsEmptyForWhatCannotBeOpened) {
+  EXPECT_EQ(ReadTextFile(folder_ + "/none"), "");
+  EXPECT_EQ(ReadTextFile(folder_), "");
+  EXPECT_EQ(ReadTextFile(""), "");
+}
+
+TEST_F(Files, ListByPatternAppendsMatchesInOrderAndMarksFolders) {
+  Put(folder_ + "/b", "");
+  Put(folder_ + "/a", "");
+  Put(folder_ + "/.hidden", "");
+  fs::create_directory(folder_ + "/c");
+  std::vector<std::string> matches = {"before"};
+  EXPECT_TRUE(ListByPattern(folder_ + "/*", matches));
+  EXPECT_EQ(matches,
+            (std::vector<std::string>{"before", folder_ + "/a", folder_ + "/b", folder_ + "/c/"}));
+}
+
+TEST_F(Files, ListByPatternFindsNothing) {
+  std::vector<std::string> matches = {"before"};
+  EXPECT_TRUE(ListByPattern(folder_ + "/none*", matches));
+  EXPECT_TRUE(ListByPattern("/no/such/folder/*", matches));
+  EXPECT_EQ(matches, std::vector<std::string>{"before"});
+}
+
+TEST_F(Files, ListByPatternReportsOtherFailures) {
+  Put(folder_ + "/a", "");
+  for (const int failure : {GLOB_NOSPACE, GLOB_ABORTED}) {
+    forced_glob_result = failure;
+    std::vector<std::string> matches;
+    EXPECT_FALSE(ListByPattern(folder_ + "/*", matches));
+    EXPECT_TRUE(matches.empty());
+  }
+}
+
+TEST_F(Files, WriteTextFileGivesExactlyTheMode) {
+  for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{0777}}) {
+    const mode_t before = umask(mask);
+    WriteTextFile(path_, "content", 0600);
+    EXPECT_EQ(ModeOf(path_), 0600U);
+    WriteTextFile(path_, "content", 0400);
+    EXPECT_EQ(ModeOf(path_), 0400U);
+    WriteTextFile(path_, "content", 0644);
+    EXPECT_EQ(ModeOf(path_), 0644U);
+    umask(before);
+  }
+}
+
+TEST_F(Files, WriteTextFileReplacesTheWholeFile) {
+  Put(path_, "a much longer content than the new one");
+  WriteTextFile(path_, std::string("new\0", 4), 0600);
+  EXPECT_EQ(ReadTextFile(path_), std::string("new\0", 4));
+  WriteTextFile(path_, "", 0600);
+  EXPECT_EQ(fs::file_size(path_), 0U);
+  EXPECT_EQ(Names(), std::vector<std::string>{"file"});
+}
+
+TEST_F(Files, WriteTextFileSaysWhenItCannotCreateTheFile) {
+  EXPECT_EQ(WriteError(folder_ + "/none/file", "x", 0600), "202 utils: Failed to chmod.");
+  fs::create_directory(path_);
+  EXPECT_EQ(WriteError(path_, "x", 0600), "202 utils: Failed to chmod.");
+  EXPECT_EQ(Names(), std::vector<std::string>{"file"});
+}
+
+TEST_F(Files, WriteTextFileLeavesTheOldFileWhenTheDiskIsFull) {
+  ASSERT_EQ(mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=64k"), 0);
+  WriteTextFile(path_, "old", 0600);
+  EXPECT_EQ(WriteError(path_, std::string(200000, 'x'), 0600),
+            "202 utils: Failed to write " + path_ + ": No space left on device");
+  EXPECT_EQ(ReadTextFile(path_), "old");
+  EXPECT_EQ(Names(), std::vector<std::string>{"file"});
+  umount(folder_.c_str());
+}
+
+}  // namespace
+}  // namespace kova

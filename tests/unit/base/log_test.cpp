@@ -1,0 +1,62 @@
+#include "base/log.h"
+
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <string>
+
+#include "syslog_capture.h"
+
+namespace kova {
+namespace {
+
+using test::SyslogCapture;
+using test::SyslogMessage;
+
+TEST(LogError, PutsTagAndLineInFront) {
+  SyslogCapture log;
+  const int line = __LINE__ + 1;
+  LogError("client_v2", "Failed to %s with [%ld]", "order", 400L);
+  ASSERT_EQ(log.Messages().size(), 1U);
+  const SyslogMessage message = log.Messages()[0];
+  EXPECT_EQ(message.priority, LOG_ERR);
+  EXPECT_EQ(message.text, "client_v2:" + std::to_string(line) + " Failed to order with [400]");
+}
+
+TEST(LogError, TakesAnotherSite) {
+  SyslogCapture log;
+  LogError(Site("utils.cpp", 57), "text");
+  EXPECT_EQ(log.Messages().at(0).text, "utils.cpp:57 text");
+}
+
+TEST(LogError, KeepsErrno) {
+  SyslogCapture log;
+  errno = ENOENT;
+  LogError("utils", "text");
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(LogError, PrintsArgumentsLiterally) {
+  SyslogCapture log;
+  LogError("utils", "[%s]", "%s%n 100%");
+  EXPECT_EQ(log.Texts()[0], "utils:# [%s%n 100%]");
+}
+
+TEST(LogError, KeepsLongTextsWhole) {
+  SyslogCapture log;
+  const std::string text(5000, 'x');
+  LogError("utils", "%s", text.c_str());
+  EXPECT_EQ(log.Texts()[0], "utils:# " + text);
+}
+
+TEST(LogDebugPriority, IsBelowErrors) {
+  SyslogCapture log;
+  LogDebugPriority("utils", "No kova DDNS.");
+  ASSERT_EQ(log.Messages().size(), 1U);
+  EXPECT_EQ(log.Messages()[0].priority, LOG_DEBUG);
+  EXPECT_EQ(log.Texts()[0], "utils:# No kova DDNS.");
+}
+
+}  // namespace
+}  // namespace kova
