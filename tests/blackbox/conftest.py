@@ -5,6 +5,8 @@ import os
 import pytest
 from cryptography.hazmat.primitives.asymmetric import rsa
 
+pytest.register_assert_rewrite("lib.expect")
+
 from lib import jws
 from lib.accounts import store_account
 from lib.acme_ca import AcmeCa
@@ -28,6 +30,12 @@ def pytest_runtest_makereport(item):
         for name, value in item.funcargs.items():
             if hasattr(value, "report"):
                 report.sections.append((f"{name}", value.report()))
+
+
+def pytest_make_parametrize_id(val):
+    """Short names for long parameters; they go into the environment of every child."""
+    text = repr(val)
+    return None if len(text) <= 60 else f"{text[:30]}...{len(text)}"
 
 
 def _closing(server):

@@ -270,7 +270,7 @@ class AcmeCa(SignedServer):
         return csr
 
     def _issue(self, order, csr):
-        leaf = self.issuer.issue(order.names, csr.public_key())
+        leaf = self.issuer.issue(list(dict.fromkeys(order.names)), csr.public_key())
         self.certificates.append(leaf)
         order.certificate = b"".join(map(pem, self.issuer.chain(leaf))).decode()
 

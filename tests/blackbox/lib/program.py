@@ -29,8 +29,12 @@ class Result:
 
     @property
     def document(self):
-        """Standard output as the one JSON document that it must be."""
-        return json.loads(self.stdout)
+        """The one JSON document of standard output; progress messages may come before it."""
+        text = self.stdout
+        if text.startswith("DEBUG: "):
+            styled = text.endswith("\n}\n")
+            text = text[text.rindex("\n{\n"):] if styled else text.splitlines()[-1]
+        return json.loads(text)
 
     @property
     def debug(self):
