@@ -18,11 +18,12 @@ constexpr char kBuiltInEndpoint[] = "https://ddns.kova.example/main.php";
 constexpr int kReadinessTries = 7;
 constexpr std::chrono::seconds kReadinessPause{1};
 
-// The name reaches a URL as it is, and it comes from the CA.
+// The name reaches a URL as it is, and it comes from the CA: nothing in it may end the value. (A
+// wildcard's star ends nothing.)
 bool IsHostName(const std::string& name) {
   return std::all_of(name.begin(), name.end(), [](unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '-' || c == '_';
+           c == '-' || c == '_' || c == '*';
   });
 }
 
