@@ -1,0 +1,26 @@
+// An exclusive lock on a file, held for the life of the object.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace kova {
+
+class FileLock {
+ public:
+  // Waits up to `timeout`. Check Held() afterwards: a lock that could not be had is logged under
+  // `tag`, as is a failed release.
+  FileLock(const char* tag, std::string path, std::chrono::seconds timeout);
+  ~FileLock();
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+  [[nodiscard]] bool Held() const { return handle_ >= 0; }
+
+ private:
+  const char* tag_;
+  std::string path_;
+  int handle_ = -1;
+};
+
+}  // namespace kova

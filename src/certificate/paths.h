@@ -1,0 +1,48 @@
+// Where the certificate archive keeps what: one folder per certificate below the root, named by the
+// certificate's id, an index and the name of the default certificate. docs/formats.md describes the
+// files.
+#pragma once
+
+#include <array>
+#include <string>
+
+namespace kova::cert_archive {
+
+inline constexpr char kArchiveRoot[] = "/usr/kova/etc/certificate/_archive";
+inline constexpr char kArchiveName[] = "_archive";  // the last component of the root
+inline constexpr char kIndexPath[] = "/usr/kova/etc/certificate/_archive/INFO";
+inline constexpr char kIndexStagingPath[] = "/usr/kova/etc/certificate/_archive/INFO.temp";
+inline constexpr char kDefaultPath[] = "/usr/kova/etc/certificate/_archive/DEFAULT";
+
+// The longest id that can be the default certificate's; a longer one is cut when it is read.
+inline constexpr int kLongestDefaultId = 15;
+
+// What every certificate folder and every service folder must hold.
+inline constexpr std::array kRequiredFiles = {"cert.pem", "privkey.pem", "fullchain.pem"};
+
+// Where a certificate of that id lives. `id` must be a plain name.
+std::string CertificateFolder(const std::string& id);
+
+// True for exactly one path component: not empty, not "." or "..", no "/" and no NUL in it. Nothing
+// else out of the index or a command line may become part of a path.
+[[nodiscard]] bool IsPlainName(const std::string& name);
+
+// The id of the certificate whose folder is `path` or above `path`. Empty unless `path` is below
+// the archive root and names an existing folder.
+[[nodiscard]] std::string CertificateIdOfPath(const std::string& path);
+
+// The id that the DEFAULT file holds. Empty when there is none, and, with a message, when the
+// archive has no such folder.
+[[nodiscard]] std::string DefaultCertificateId();
+
+// True when `path` is a folder and written in its canonical form: no "..", no symbolic link, no
+// doubled or trailing "/". A path that leads elsewhere is logged.
+[[nodiscard]] bool IsSafeFolder(const std::string& path);
+
+// The same without a message.
+[[nodiscard]] bool IsCanonicalFolder(const std::string& path);
+
+// True when all of kRequiredFiles exist in `folder`.
+[[nodiscard]] bool HoldsRequiredFiles(const std::string& folder);
+
+}  // namespace kova::cert_archive
