@@ -15,17 +15,17 @@ constexpr char kTag[] = "utils";
 
 }  // namespace
 
-std::vector<std::string> ListCertificateIds() {
+std::vector<std::string> ListCertificateIds(Site site) {
   const std::string path = cert_archive::kIndexPath;
   errno = 0;
   if (!KLIBCFileExist(path)) {
-    LogError(kTag, "File not exist. [%s][%s]", std::strerror(errno), path.c_str());
+    LogError(site, "File not exist. [%s][%s]", std::strerror(errno), path.c_str());
     return {};
   }
   Json::Value index;
   errno = 0;
   if (!JsonFromFile(path, index) || !index.isObject()) {
-    LogError(kTag, "Read json file failed. [%s][%s]", std::strerror(errno), path.c_str());
+    LogError(site, "Read json file failed. [%s][%s]", std::strerror(errno), path.c_str());
     return {};
   }
   return index.getMemberNames();
@@ -33,7 +33,7 @@ std::vector<std::string> ListCertificateIds() {
 
 std::set<std::string> ListAcmeFolders() {
   std::set<std::string> folders;
-  for (const std::string& id : ListCertificateIds()) {
+  for (const std::string& id : ListCertificateIds(kTag)) {
     const std::string folder = cert_archive::CertificateFolder(id);
     errno = 0;
     if (!KLIBCFileCheckDir(folder)) {

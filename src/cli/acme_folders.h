@@ -5,10 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "base/site.h"
+
 namespace kova {
 
-// The ids of the archive index, sorted; empty, with a message, when it cannot be read.
-std::vector<std::string> ListCertificateIds();
+// The ids of the archive index, sorted; empty, with a message from `site`, when it cannot be read.
+std::vector<std::string> ListCertificateIds(Site site);
 
 // The folders of the index that hold a renewal record.
 std::set<std::string> ListAcmeFolders();

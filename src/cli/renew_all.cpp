@@ -63,7 +63,7 @@ bool IsDue(const std::string& folder, int lead_days) {
 }
 
 std::vector<std::string> DueFolders() {
-  const std::vector<std::string> ids = ListCertificateIds();
+  const std::vector<std::string> ids = ListCertificateIds(kTag);
   const int lead_days = LeadDays();
   std::vector<std::string> due;
   for (const std::string& id : ids) {

@@ -18,19 +18,24 @@ std::optional<RenewalRecord> ReadRenewalRecord(const std::string& folder) {
     LogError(kTag, "renew info is not json. [%s]", folder.c_str());
     return std::nullopt;
   }
-  // A text of another type is as good as missing; a version of another type is a wrong version.
-  if (!Member(document, "server").isString() || !Member(document, "domains").isString() ||
+  if (!Member(document, "server").isString() || !HasMember(document, "domains") ||
       !Member(document, "account").isString() || !HasMember(document, "version")) {
-    LogError(kTag, "renew info contain info not enoungh. [%s]", folder.c_str());
+    LogIncompleteRecord(folder);
     return std::nullopt;
   }
   RenewalRecord record;
   record.server = TextMember(document, "server");
-  record.domains = TextMember(document, "domains");
+  if (const Json::Value& domains = Member(document, "domains"); domains.isString()) {
+    record.domains = domains.asString();
+  }
   record.account = TextMember(document, "account");
   const Json::Value& version = Member(document, "version");
   record.version = version.isInt() ? version.asInt() : 0;
   return record;
+}
+
+void LogIncompleteRecord(const std::string& folder) {
+  LogError(kTag, "renew info contain info not enoungh. [%s]", folder.c_str());
 }
 
 void LogWrongVersion(const std::string& folder) {

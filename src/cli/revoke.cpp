@@ -1,10 +1,15 @@
 #include <unistd.h>
 
+#include <exception>
+#include <optional>
+#include <string>
+
 #include "acme_v1/acme_v1.h"
 #include "acme_v2/client_v2.h"
 #include "base/debug.h"
 #include "base/log.h"
 #include "base/settings.h"
+#include "base/sl_error.h"
 #include "certificate/paths.h"
 #include "cli/acme_folders.h"
 #include "cli/commands.h"
@@ -27,7 +32,20 @@ void RevokeWithV2(const std::string& folder, const RenewalRecord& record) {
   client.RevokeCertificate(folder);
 }
 
-// Problems with the record are only logged; what the clients throw is not caught.
+void Revoke(const std::string& folder, const RenewalRecord& record) {
+  if (record.version == 1) {
+    RevokeWithAcmeV1(record.server, record.account, folder);
+  } else {
+    RevokeWithV2(folder, record);
+  }
+}
+
+void LogFailure(const std::string& folder, const std::string& reason) {
+  LogError(kTag, "revoke failed. [%s][%s]", folder.c_str(), reason.c_str());
+}
+
+// Problems with the record are only logged. What the clients throw ends the process on purpose, so
+// the system log alone can say what it was.
 void RevokeFolder(const std::string& folder) {
   const std::string path = RenewalRecordPath(folder);
   if (access(path.c_str(), F_OK) != 0) {
@@ -36,16 +54,18 @@ void RevokeFolder(const std::string& folder) {
   }
   const std::optional<RenewalRecord> record = ReadRenewalRecord(folder);
   if (!record) return;
-  switch (record->version) {
-    case 1:
-      RevokeWithAcmeV1(record->server, record->account, folder);
-      break;
-    case 2:
-      RevokeWithV2(folder, *record);
-      break;
-    default:
-      LogWrongVersion(folder);
-      return;
+  if (record->version != 1 && record->version != 2) {
+    LogWrongVersion(folder);
+    return;
+  }
+  try {
+    Revoke(folder, *record);
+  } catch (const SLError& error) {
+    LogFailure(folder, error.message);
+    throw;
+  } catch (const std::exception& error) {
+    LogFailure(folder, error.what());
+    throw;
   }
   DebugStep("revoke success. [%s].", folder.c_str());
 }

@@ -1,0 +1,120 @@
+"""Certificates of the archive as a host has them before its weekly run: folder, renewal record,
+index entry, services with their reload scripts."""
+
+import datetime
+import json
+import os
+
+from cryptography import x509
+from cryptography.hazmat.primitives.asymmetric import ec
+
+from . import expect, paths
+from .issuer import Issuer, pem
+
+NAME = "www.host.example"
+INDEX = paths.ARCHIVE + "/INFO"
+SYSTEM_DEFAULT = {"subscriber": "system", "name": "default"}
+
+
+def service(subscriber="nginx", name="web", owner="root", package=False, **more):
+    """A ServiceObject of the index."""
+    return {"display_name": f"{subscriber} {name}", "isPkg": package, "owner": owner,
+            "service": name, "subscriber": subscriber, **more}
+
+
+def service_folder(subscriber="nginx", name="web", package=False):
+    """Where that service finds its certificate files."""
+    return f"/usr/{'local' if package else 'kova'}/etc/certificate/{subscriber}/{name}"
+
+
+def folder_of(identity):
+    return f"{paths.ARCHIVE}/{identity}"
+
+
+def serial(path):
+    """The serial number of the first certificate in a PEM file."""
+    return x509.load_pem_x509_certificate(expect.read(path).encode()).serial_number
+
+
+class Archive:
+    """The archive of one host."""
+
+    def __init__(self, host):
+        self._host = host
+        self._index = {}
+
+    def add(self, identity, *services, organisation="Let's Encrypt", days=10, names=(NAME,),
+            record=None, index=None):
+        """A certificate of that issuer organisation which expires in so many days, entered in the
+        index with these services (`index`: with that entry instead). Returns its folder."""
+        key = ec.generate_private_key(ec.SECP256R1())
+        issuer = Issuer(organisation)
+        issuer.days = days
+        leaf, *chain = (pem(each) for each in issuer.chain(issuer.issue(names, key.public_key())))
+        content = {"cert.pem": leaf, "chain.pem": b"".join(chain), "privkey.pem": pem(key),
+                   "fullchain.pem": leaf + b"".join(chain)}
+        folder = folder_of(identity)
+        os.makedirs(folder, 0o700, exist_ok=True)
+        for name, data in content.items():
+            self._host.write(f"{folder}/{name}", data, 0o400)
+        if record is not None:
+            self.record(identity, record)
+        self.enter(identity, {"services": list(services)} if index is None else index)
+        return folder
+
+    def record(self, identity, content):
+        """Its renewal record: an object, or text as it is."""
+        text = content if isinstance(content, (str, bytes)) else json.dumps(content)
+        self._host.write(f"{folder_of(identity)}/renew.json", text, 0o400)
+
+    def enter(self, identity, value):
+        """An entry of the index, with or without a folder."""
+        self._index[identity] = value
+        self._host.write(INDEX, json.dumps(self._index), 0o600)
+
+
+def record(directory, account, domains=NAME, version=2):
+    """The renewal record of a certificate from the CA with that directory."""
+    return {"account": account, "domains": domains, "server": directory, "version": version}
+
+
+def tolerate_padding(ca):
+    """Lets the scripted CA take a certificate to revoke with "=" at its end, as real CAs do."""
+    def answer(request, normal):
+        sent = request.jws.payload
+        request.jws.payload = {**sent, "certificate": sent["certificate"].rstrip("=")}
+        try:
+            return normal()
+        finally:
+            request.jws.payload = sent
+
+    ca.always("revokeCert", answer)
+
+
+class Reloads:
+    """What the host was made to reload or restart, in order: a reload script that ran gives the
+    words of its call after its subscriber's name, the web front-end's hook "web-restart"."""
+
+    def __init__(self, host):
+        self._host = host
+        self._log = host.workspace + "/reloads"
+
+    def script(self, subscriber="nginx", then="", package=False):
+        """Installs the reload script of a subscriber; `then` is a shell command that ends it."""
+        path = f"/usr/{'local/' if package else ''}libexec/certificate.d/{subscriber}"
+        self._host.write(path, f'#!/bin/sh\necho {subscriber} "$@" >> {self._log}\n{then}\n', 0o755)
+        return path
+
+    def web_frontend(self, status=0):
+        """Installs the hook that restarts the web front-end; it ends with that status."""
+        self._host.hook("web-restart", f'echo web-restart "$@" >> {self._log}\nexit {status}\n')
+
+    @property
+    def lines(self):
+        return expect.read(self._log).splitlines() if os.path.exists(self._log) else []
+
+
+def days_left(path):
+    """Whole days until the first certificate of a PEM file expires."""
+    leaf = x509.load_pem_x509_certificate(expect.read(path).encode())
+    return (leaf.not_valid_after - datetime.datetime.utcnow()).days

@@ -1,0 +1,364 @@
+"""renew: one certificate of the archive is issued afresh in place."""
+
+import json
+import os
+
+import pytest
+from lib import expect, jws, paths
+from lib.accounts import store_account
+from lib.http_script import Reply
+from lib.renewal import INDEX, NAME, Archive, Reloads, folder_of, record, serial, service
+from lib.signed_server import problem
+from lib.v1ca import AcmeV1Ca
+
+ID = "AbC123"
+FOLDER = folder_of(ID)
+TAG = "kova-letsencrypt:# "
+
+
+@pytest.fixture
+def archive(host):
+    return Archive(host)
+
+
+def certificate_for(archive, ca, account, domains=NAME, **more):
+    archive.add(ID, record=record(ca.directory, account, domains), **more)
+    return expect.tree(FOLDER)
+
+
+def renew(host, *more, **options):
+    return host.run("renew", "-c", ID, *more, **options)
+
+
+def renewed(result, names=(NAME,)):
+    assert result.stdout == '{\n   "error" : 0,\n   "id" : "AbC123"\n}\n'
+    assert (result.status, result.stderr, result.errors) == (0, "", [])
+    expect.certificate_folder(FOLDER, names)
+
+
+def refused(result, code, message, file="client_v2"):
+    """A failure document and, whatever the code, exit status 1."""
+    assert result.stdout == expect.failure_text(code, message, file)
+    assert (result.status, result.stderr) == (1, "")
+
+
+# -- the renewal -----------------------------------------------------------------------------------
+
+
+def test_new_files_take_the_place_of_the_old(host, ca, account, archive):
+    before = certificate_for(archive, ca, account)
+    renewed(renew(host))
+    after = expect.tree(FOLDER)
+    assert set(after) == set(before)
+    for name in ("cert.pem", "privkey.pem", "chain.pem", "fullchain.pem"):
+        assert after[f"{FOLDER}/{name}"] != before[f"{FOLDER}/{name}"], name
+    assert serial(FOLDER + "/cert.pem") == ca.certificates[-1].serial_number
+    assert json.loads(expect.read(FOLDER + "/renew.json")) == record(ca.directory, account)
+
+
+def test_the_recorded_account_is_used_in_protocol_order(host, ca, account, archive):
+    certificate_for(archive, ca, account, "a.example;b.example")
+    renewed(renew(host), ["a.example", "b.example"])
+    assert ca.trace == ["directory", "newNonce", "newOrder", *["authz", "challenge", "authz"] * 2,
+                        "finalize", "certificate"]
+    assert [entry["value"] for entry in ca.payloads("newOrder")[0]["identifiers"]] == [
+        "a.example", "b.example"]
+
+
+def test_domains_are_trimmed(host, ca, account, archive):
+    certificate_for(archive, ca, account, " a.example ;;\tb.example; ")
+    renewed(renew(host), ["a.example", "b.example"])
+    assert json.loads(expect.read(FOLDER + "/renew.json"))["domains"] == "a.example;b.example"
+
+
+def test_the_fresh_folder_is_gone_afterwards(host, ca, account, archive):
+    certificate_for(archive, ca, account)
+    renewed(renew(host))
+    assert host.certificates() == [FOLDER]
+
+
+def test_other_files_of_the_folder_stay(host, ca, account, archive):
+    certificate_for(archive, ca, account)
+    host.write(FOLDER + "/cert_info", '{"is_broken": true}', 0o600)
+    assert renew(host).status == 0
+    assert expect.read(FOLDER + "/cert_info") == '{"is_broken": true}'
+
+
+def test_nothing_is_deployed_reloaded_or_indexed(host, ca, account, archive):
+    reloads = Reloads(host)
+    reloads.web_frontend()
+    reloads.script("system")
+    certificate_for(archive, ca, account)
+    archive.enter(ID, {"services": [service("system", "default")]})
+    index = expect.read(INDEX)
+    renewed(renew(host))
+    assert reloads.lines == []
+    assert os.listdir("/usr/kova/etc/certificate") == ["_archive"]
+    assert expect.read(INDEX) == index
+    assert os.listdir("/etc/cron.d") == []
+
+
+def test_neither_index_nor_issuer_nor_expiry_matter(host, ca, account, archive):
+    certificate_for(archive, ca, account, organisation=None, days=300)
+    os.unlink(INDEX)
+    renewed(renew(host))
+
+
+def test_progress_messages(host, ca, account, archive):
+    certificate_for(archive, ca, account)
+    result = renew(host, "-v")
+    assert result.debug[0] == f"start to renew [{FOLDER}]."
+    assert result.debug[-1] == f"renew success. [{FOLDER}]."
+    assert result.stdout.endswith('{\n   "error" : 0,\n   "id" : "AbC123"\n}\n')
+
+
+@pytest.mark.parametrize("domains", ["", ";", " ; \t;; "])
+def test_record_without_a_domain_counts_as_renewed(host, ca, account, archive, domains):
+    before = certificate_for(archive, ca, account, domains)
+    result = renew(host)
+    assert result.stdout == '{\n   "error" : 0,\n   "id" : "AbC123"\n}\n'
+    assert (result.status, result.errors) == (0, [])
+    assert ca.requests == []
+    assert expect.tree(FOLDER) == before
+
+
+# -- the record ------------------------------------------------------------------------------------
+
+
+def test_missing_record(host, archive):
+    archive.add(ID)
+    result = renew(host)
+    assert (result.status, result.stdout, result.stderr) == (1, "", "")
+    assert result.errors == [
+        f"{TAG}can not find renew.json. [No such file or directory][{FOLDER}/renew.json]"]
+
+
+@pytest.mark.parametrize("args, folder", [
+    (["-c", "gone"], folder_of("gone")), (["-c", ""], folder_of("")), ([], folder_of(""))])
+def test_missing_folder_or_id_is_a_missing_record(host, args, folder):
+    result = host.run("renew", *args)
+    assert (result.status, result.stdout, result.stderr) == (1, "", "")
+    assert result.errors == [
+        f"{TAG}can not find renew.json. [No such file or directory][{folder}/renew.json]"]
+
+
+@pytest.mark.parametrize("text", ["", "{", "7", "null", "[]", '"x"', '{"version": 2',
+                                  "[" * 100000, b"\xff\xfe\0"])
+def test_record_that_is_no_json_object(host, archive, text):
+    archive.add(ID, record=text)
+    result = renew(host)
+    assert (result.status, result.stdout, result.stderr) == (1, "", "")
+    assert result.errors == [f"{TAG}renew info is not json. [{FOLDER}]"]
+
+
+@pytest.mark.parametrize("version", [1, 2])
+@pytest.mark.parametrize("name", ["server", "domains", "account", "version"])
+@pytest.mark.parametrize("value", [None, 7, ["a.example"], {}])
+def test_record_that_lacks_a_member(host, ca, account, archive, name, version, value):
+    content = record(ca.directory, account, version=version)
+    if value is None:
+        del content[name]
+    elif name == "version":
+        content[name] = str(value)
+    else:
+        content[name] = value  # a text of another type is as good as missing
+    archive.add(ID, record=content)
+    result = renew(host)
+    assert (result.status, result.stdout, result.stderr) == (1, "", "")
+    wrong_version = name == "version" and value is not None
+    assert result.errors == [f"{TAG}renew version seems to be wrong. [{FOLDER}]" if wrong_version
+                             else f"{TAG}renew info contain info not enoungh. [{FOLDER}]"]
+    assert ca.requests == []
+
+
+@pytest.mark.parametrize("version", ["2", "1", 0, 3, -1, 2.5, True, None, [2], 2**31, 2**32 + 2])
+def test_wrong_version(host, ca, account, archive, version):
+    archive.add(ID, record=record(ca.directory, account, version=version))
+    result = renew(host)
+    assert (result.status, result.stdout, result.stderr) == (1, "", "")
+    assert result.errors == [f"{TAG}renew version seems to be wrong. [{FOLDER}]"]
+    assert ca.requests == []
+
+
+# -- failures --------------------------------------------------------------------------------------
+
+
+def test_server_that_is_down(host, ca, account, archive):
+    before = certificate_for(archive, ca, account)
+    archive.record(ID, record("http://127.0.0.1:9/directory", account))
+    refused(renew(host), 100, "Server is not reachable.", "client_network")
+    before[FOLDER + "/renew.json"] = expect.tree(FOLDER)[FOLDER + "/renew.json"]
+    assert expect.tree(FOLDER) == before
+
+
+def test_refused_order_is_not_tried_again(host, ca, account, archive):
+    before = certificate_for(archive, ca, account)
+    ca.answer("newOrder", problem("rateLimited", "slow down", 429))
+    refused(renew(host), 104, "slow down")
+    assert ca.trace == ["directory", "newNonce", "newOrder"]
+    assert expect.tree(FOLDER) == before
+    assert host.certificates() == [FOLDER]
+
+
+def test_failed_challenge_is_not_followed_by_another_type(host, ca, ddns, account, archive):
+    name = "www.box.ddns.example"
+    certificate_for(archive, ca, account, name)
+    ca.refusals.append(("dns", "no record"))
+    refused(renew(host), 109, "no record")
+    assert [challenge.type for challenge in ca.challenges if challenge.status != "pending"] == [
+        "dns-01"]
+    assert len(ca.orders) == 1
+
+
+def test_missing_account(host, ca, account, archive):
+    gone = paths.ACCOUNTS + "/gone"
+    certificate_for(archive, ca, gone)
+    refused(renew(host), 201, f"failed to load User Info: {gone}/info.json")
+
+
+def test_failed_download_leaves_the_old_certificate(host, ca, account, archive):
+    before = certificate_for(archive, ca, account)
+    ca.answer("certificate", Reply(500))
+    refused(renew(host), 200, "new-cert: Unexpect httpcode. (download cert)")
+    assert expect.tree(FOLDER) == before
+    assert host.certificates() == [FOLDER]
+
+
+def test_file_that_cannot_be_moved_keeps_the_rest_in_the_fresh_folder(host, ca, account, archive):
+    certificate_for(archive, ca, account)
+    old_key = expect.read(FOLDER + "/privkey.pem")
+    os.unlink(FOLDER + "/fullchain.pem")
+    host.write(FOLDER + "/fullchain.pem/in-the-way", "x")
+    result = renew(host)
+    fresh = next(folder for folder in host.certificates() if folder != FOLDER)
+    refused(result, 202, f"Rename file failed. {fresh}/fullchain.pem => {FOLDER}/fullchain.pem "
+                         "[21]", "utils")
+    assert sorted(os.listdir(fresh)) == ["fullchain.pem", "privkey.pem", "renew.json"]
+    assert serial(FOLDER + "/cert.pem") == serial(fresh + "/fullchain.pem")
+    assert expect.read(FOLDER + "/privkey.pem") == old_key
+
+
+def test_folder_on_another_file_system_keeps_its_certificate(host, ca, account, archive):
+    host.mount(FOLDER)
+    before = certificate_for(archive, ca, account)
+    result = renew(host)
+    fresh = next(folder for folder in host.certificates() if folder != FOLDER)
+    refused(result, 202, f"Rename file failed. {fresh}/cert.pem => {FOLDER}/cert.pem [18]", "utils")
+    assert expect.tree(FOLDER) == before
+    expect.certificate_folder(fresh, [NAME])
+
+
+# -- records of the early protocol -----------------------------------------------------------------
+
+
+@pytest.fixture
+def early_ca():
+    server = AcmeV1Ca()
+    yield server
+    server.close()
+
+
+@pytest.fixture
+def early_account(host, early_ca):
+    """An account of the early protocol: it has no URL that counts."""
+    return store_account(host, early_ca.directory, "", {"kty": "RSA"}, "me@host.example", "early",
+                         version=1)
+
+
+def early_certificate(archive, early_ca, early_account, domains=NAME):
+    archive.add(ID, record=record(early_ca.directory, early_account, domains, version=1))
+
+
+def test_early_record_is_renewed_at_the_settings_server(host, ca, early_ca, early_account, archive):
+    early_certificate(archive, early_ca, early_account, "a.example; b.example")
+    host.settings(server=ca.directory)
+    renewed(renew(host), ["a.example", "b.example"])
+    assert early_ca.requests == []
+    assert ca.payloads("newAccount") == [
+        {"contact": ["mailto:me@host.example"], "termsOfServiceAgreed": True}]
+    account = next(folder for folder in host.accounts() if folder != early_account)
+    assert json.loads(expect.read(FOLDER + "/renew.json")) == record(
+        ca.directory, account, "a.example;b.example")
+    assert host.certificates() == [FOLDER]
+
+
+def test_early_record_uses_the_stored_account_of_the_same_contact(host, ca, early_ca, account_key,
+                                                                  archive):
+    jwk = jws.key_to_jwk(account_key)
+    known = store_account(host, ca.directory, ca.register(jwk), jwk, "me@host.example")
+    early = store_account(host, early_ca.directory, "", {}, "me@host.example", "early", version=1)
+    early_certificate(archive, early_ca, early)
+    host.settings(server=ca.directory)
+    renewed(renew(host))
+    assert ca.calls("newAccount") == []
+    assert json.loads(expect.read(FOLDER + "/renew.json"))["account"] == known
+
+
+@pytest.mark.parametrize("server", [None, 7, ["x"]])
+def test_early_record_goes_to_the_default_directory_without_a_setting(host, early_ca, early_account,
+                                                                      archive, server):
+    early_certificate(archive, early_ca, early_account)
+    host.settings(server=server)
+    result = renew(host, "-v")
+    assert result.stdout.endswith("\n" + expect.failure_text(100, "Server is not reachable.",
+                                                             "client_network"))
+    assert result.status == 1
+    assert f"Server: {paths.PRODUCTION_DIRECTORY}" in result.debug
+    assert "Email: me@host.example" in result.debug
+    assert early_ca.requests == []
+
+
+def test_early_record_tries_every_challenge_type(host, ca, ddns, early_ca, early_account, archive):
+    name = "www.box.ddns.example"
+    early_certificate(archive, early_ca, early_account, name)
+    host.settings(server=ca.directory)
+    ca.refusals.append(("dns", "no record"))
+    result = renew(host)
+    assert result.document == {"error": 0, "id": ID}
+    assert [challenge.type for challenge in ca.challenges if challenge.status != "pending"] == [
+        "dns-01", "http-01"]
+    assert expect.retries(result) == [expect.retry_line(109, "no record")]
+    expect.certificate_folder(FOLDER, [name])
+
+
+def test_early_record_gives_up_as_issuance_does(host, ca, early_ca, early_account, archive):
+    early_certificate(archive, early_ca, early_account)
+    before = expect.tree(FOLDER)
+    host.settings(server=ca.directory)
+    ca.refusals.append(("connection", "nobody there"))
+    refused(renew(host), 101, "Failed to new certificate.", "kova-letsencrypt")
+    assert expect.tree(FOLDER) == before
+
+
+@pytest.mark.parametrize("domains, code, message", [
+    ("", 106, "no valid domain name"), (" ; ", 106, "no valid domain name"),
+    ("*.a.example", 108, "*.a.example is not Kova ddns")])
+def test_early_record_with_unusable_domains(host, ca, early_ca, early_account, archive, domains,
+                                            code, message):
+    early_certificate(archive, early_ca, early_account, domains)
+    host.settings(server=ca.directory)
+    refused(renew(host), code, message, "kova-letsencrypt")
+    assert ca.requests == []
+
+
+def test_exception_of_another_kind_is_reported_as_202(host, ca, early_ca, early_account, archive):
+    early_certificate(archive, early_ca, early_account, "*")
+    host.settings(server=ca.directory)
+    result = renew(host)
+    assert result.document["error"] == 202
+    assert result.document["file"] == "kova-letsencrypt"
+    assert "basic_string" in result.document["msg"]
+    assert (result.status, result.stdout.count("\n")) == (1, 1)
+
+
+@pytest.mark.parametrize("text", [None, "", "[]", "{"])
+def test_early_record_without_a_readable_account(host, ca, early_ca, early_account, archive, text):
+    early_certificate(archive, early_ca, early_account)
+    host.settings(server=ca.directory)
+    if text is None:
+        os.unlink(early_account + "/info.json")
+    else:
+        host.write(early_account + "/info.json", text)
+    result = renew(host)
+    assert (result.status, result.stdout, result.stderr, result.errors) == (1, "", "", [])
+    assert ca.requests == []
