@@ -63,11 +63,12 @@ CURL* __wrap_curl_easy_init() {  // NOLINT
   return give_no_handle ? nullptr : __real_curl_easy_init();
 }
 
-CURLcode __wrap_curl_easy_setopt(CURL* handle, CURLoption option, ...) {  // NOLINT
+CURLcode __wrap_curl_easy_setopt(CURL* handle, unsigned number, ...) {  // NOLINT
   std::va_list args;
-  va_start(args, option);
+  va_start(args, number);
   void* value = va_arg(args, void*);  // a long is passed the same way
   va_end(args);
+  const auto option = static_cast<CURLoption>(number);
   calls.push_back(Describe(option, value));
   NoteReceiver(option, value);
   if (refuse_all || refused.count(option) != 0) return CURLE_UNKNOWN_OPTION;
