@@ -4,12 +4,10 @@ import json
 import os
 
 import pytest
-from lib import expect, jws, paths
-from lib.accounts import store_account
+from lib import expect, paths
 from lib.http_script import Reply
 from lib.renewal import INDEX, NAME, Archive, Reloads, folder_of, record, serial, service
 from lib.signed_server import problem
-from lib.v1ca import AcmeV1Ca
 
 ID = "AbC123"
 FOLDER = folder_of(ID)
@@ -246,119 +244,3 @@ def test_folder_on_another_file_system_keeps_its_certificate(host, ca, account, 
     refused(result, 202, f"Rename file failed. {fresh}/cert.pem => {FOLDER}/cert.pem [18]", "utils")
     assert expect.tree(FOLDER) == before
     expect.certificate_folder(fresh, [NAME])
-
-
-# -- records of the early protocol -----------------------------------------------------------------
-
-
-@pytest.fixture
-def early_ca():
-    server = AcmeV1Ca()
-    yield server
-    server.close()
-
-
-@pytest.fixture
-def early_account(host, early_ca):
-    """An account of the early protocol: it has no URL that counts."""
-    return store_account(host, early_ca.directory, "", {"kty": "RSA"}, "me@host.example", "early",
-                         version=1)
-
-
-def early_certificate(archive, early_ca, early_account, domains=NAME):
-    archive.add(ID, record=record(early_ca.directory, early_account, domains, version=1))
-
-
-def test_early_record_is_renewed_at_the_settings_server(host, ca, early_ca, early_account, archive):
-    early_certificate(archive, early_ca, early_account, "a.example; b.example")
-    host.settings(server=ca.directory)
-    renewed(renew(host), ["a.example", "b.example"])
-    assert early_ca.requests == []
-    assert ca.payloads("newAccount") == [
-        {"contact": ["mailto:me@host.example"], "termsOfServiceAgreed": True}]
-    account = next(folder for folder in host.accounts() if folder != early_account)
-    assert json.loads(expect.read(FOLDER + "/renew.json")) == record(
-        ca.directory, account, "a.example;b.example")
-    assert host.certificates() == [FOLDER]
-
-
-def test_early_record_uses_the_stored_account_of_the_same_contact(host, ca, early_ca, account_key,
-                                                                  archive):
-    jwk = jws.key_to_jwk(account_key)
-    known = store_account(host, ca.directory, ca.register(jwk), jwk, "me@host.example")
-    early = store_account(host, early_ca.directory, "", {}, "me@host.example", "early", version=1)
-    early_certificate(archive, early_ca, early)
-    host.settings(server=ca.directory)
-    renewed(renew(host))
-    assert ca.calls("newAccount") == []
-    assert json.loads(expect.read(FOLDER + "/renew.json"))["account"] == known
-
-
-@pytest.mark.parametrize("server", [None, 7, ["x"]])
-def test_early_record_goes_to_the_default_directory_without_a_setting(host, early_ca, early_account,
-                                                                      archive, server):
-    early_certificate(archive, early_ca, early_account)
-    host.settings(server=server)
-    result = renew(host, "-v")
-    assert result.stdout.endswith("\n" + expect.failure_text(100, "Server is not reachable.",
-                                                             "client_network"))
-    assert result.status == 1
-    assert f"Server: {paths.PRODUCTION_DIRECTORY}" in result.debug
-    assert "Email: me@host.example" in result.debug
-    assert early_ca.requests == []
-
-
-def test_early_record_tries_every_challenge_type(host, ca, ddns, early_ca, early_account, archive):
-    name = "www.box.ddns.example"
-    early_certificate(archive, early_ca, early_account, name)
-    host.settings(server=ca.directory)
-    ca.refusals.append(("dns", "no record"))
-    result = renew(host)
-    assert result.document == {"error": 0, "id": ID}
-    assert [challenge.type for challenge in ca.challenges if challenge.status != "pending"] == [
-        "dns-01", "http-01"]
-    assert expect.retries(result) == [expect.retry_line(109, "no record")]
-    expect.certificate_folder(FOLDER, [name])
-
-
-def test_early_record_gives_up_as_issuance_does(host, ca, early_ca, early_account, archive):
-    early_certificate(archive, early_ca, early_account)
-    before = expect.tree(FOLDER)
-    host.settings(server=ca.directory)
-    ca.refusals.append(("connection", "nobody there"))
-    refused(renew(host), 101, "Failed to new certificate.", "kova-letsencrypt")
-    assert expect.tree(FOLDER) == before
-
-
-@pytest.mark.parametrize("domains, code, message", [
-    ("", 106, "no valid domain name"), (" ; ", 106, "no valid domain name"),
-    ("*.a.example", 108, "*.a.example is not Kova ddns")])
-def test_early_record_with_unusable_domains(host, ca, early_ca, early_account, archive, domains,
-                                            code, message):
-    early_certificate(archive, early_ca, early_account, domains)
-    host.settings(server=ca.directory)
-    refused(renew(host), code, message, "kova-letsencrypt")
-    assert ca.requests == []
-
-
-def test_exception_of_another_kind_is_reported_as_202(host, ca, early_ca, early_account, archive):
-    early_certificate(archive, early_ca, early_account, "*")
-    host.settings(server=ca.directory)
-    result = renew(host)
-    assert result.document["error"] == 202
-    assert result.document["file"] == "kova-letsencrypt"
-    assert "basic_string" in result.document["msg"]
-    assert (result.status, result.stdout.count("\n")) == (1, 1)
-
-
-@pytest.mark.parametrize("text", [None, "", "[]", "{"])
-def test_early_record_without_a_readable_account(host, ca, early_ca, early_account, archive, text):
-    early_certificate(archive, early_ca, early_account)
-    host.settings(server=ca.directory)
-    if text is None:
-        os.unlink(early_account + "/info.json")
-    else:
-        host.write(early_account + "/info.json", text)
-    result = renew(host)
-    assert (result.status, result.stdout, result.stderr, result.errors) == (1, "", "", [])
-    assert ca.requests == []

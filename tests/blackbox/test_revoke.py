@@ -9,11 +9,10 @@ import textwrap
 import pytest
 from cryptography import x509
 from cryptography.hazmat.primitives.serialization import Encoding
-from lib import expect, jws, paths, validators
+from lib import expect, jws, paths
 from lib.http_script import Reply
 from lib.renewal import INDEX, NAME, Archive, folder_of, record, service, tolerate_padding
 from lib.signed_server import problem
-from lib.v1ca import AcmeV1Ca
 
 ID = "AbC123"
 FOLDER = folder_of(ID)
@@ -345,63 +344,3 @@ def test_no_job_is_no_failure(host, ca, account, archive):
     result = revoke(host)
     finished(result)
     assert result.errors == []
-
-
-# -- records of the early protocol -----------------------------------------------------------------
-
-
-@pytest.fixture
-def early_ca():
-    server = AcmeV1Ca()
-    server.validators["http-01"] = validators.webroot
-    yield server
-    server.close()
-    assert server.violations == []
-
-
-@pytest.fixture
-def early_certificate(host, early_ca, archive):
-    """A certificate that the early CA issued to the program; its record is of version 1."""
-    os.makedirs(FOLDER)
-    result = host.new_cert(early_ca.directory, [NAME], "-p", "1", "-c", ID)
-    assert result.document["error"] == 0
-    archive.enter(ID, {"services": []})
-    early_ca.requests.clear()
-    return early_ca.state.certificates[-1]
-
-
-def test_early_record_is_revoked_at_its_own_server(host, ca, early_ca, early_certificate):
-    host.settings(server=ca.directory)
-    before = expect.tree(FOLDER)
-    result = revoke(host, "-v")
-    assert (result.status, result.errors) == (0, [])
-    assert early_certificate.revoked
-    assert early_ca.trace == ["directory", "revoke-cert"]
-    assert ca.requests == []
-    assert [text for text in result.debug if "Request" not in text] == [
-        f"revoke certificate. [{ID}].", f"revoke with v1. [{FOLDER}].",
-        f"setup acme url {early_ca.directory}", "revoke certifiaction.",
-        f"revoke success. [{FOLDER}]."]
-    # The early client leaves the record, so there still is something to renew.
-    assert expect.tree(FOLDER) == before
-    assert job_stands()
-
-
-def test_early_certificate_is_revoked_twice(host, early_ca, early_certificate):
-    finished(revoke(host))
-    result = revoke(host, "-v")
-    assert (result.status, result.errors) == (0, [])
-    assert "Has already revoked" in result.debug
-
-
-def test_refusal_of_the_early_ca_ends_it_abnormally(host, early_ca, early_certificate):
-    early_ca.answer("revoke-cert", problem("unauthorized", "not yours", 403, "urn:acme:error:"))
-    died(revoke(host), "Revoke failed - 403  not yours")
-    assert job_stands()
-
-
-def test_early_account_that_is_lost_ends_it_abnormally(host, early_ca, early_certificate):
-    account = json.loads(expect.read(FOLDER + "/renew.json"))["account"]
-    os.unlink(account + "/private_key.json")
-    died(revoke(host), f"failed to load User Account key: {account}/private_key.json")
-    assert early_ca.trace == ["directory"]

@@ -1,7 +1,6 @@
 """Certificates of the archive as a host has them before its weekly run: folder, renewal record,
 index entry, services with their reload scripts."""
 
-import datetime
 import json
 import os
 
@@ -13,7 +12,6 @@ from .issuer import Issuer, pem
 
 NAME = "www.host.example"
 INDEX = paths.ARCHIVE + "/INFO"
-SYSTEM_DEFAULT = {"subscriber": "system", "name": "default"}
 
 
 def service(subscriber="nginx", name="web", owner="root", package=False, **more):
@@ -78,6 +76,29 @@ def record(directory, account, domains=NAME, version=2):
     return {"account": account, "domains": domains, "server": directory, "version": version}
 
 
+def quiet(result):
+    """A renew-all that ended well and had nothing to report."""
+    assert (result.status, result.stdout, result.stderr, result.errors) == (0, "", "", [])
+
+
+def reported(result, *documents):
+    """A renew-all with exactly these failure documents (code, message, file), one per line."""
+    assert result.stdout == "".join(expect.failure_text(*document) for document in documents)
+    assert (result.status, result.stderr) == (0, "")
+
+
+def deployed(archive_folder, folder=None):
+    """The service's folder holds exactly the archive's certificate files, private ones. Returns the
+    serial number of the certificate."""
+    folder = folder or service_folder()
+    names = ["cert.pem", "chain.pem", "fullchain.pem", "privkey.pem"]
+    assert sorted(os.listdir(folder)) == names
+    for name in names:
+        assert expect.read(f"{folder}/{name}") == expect.read(f"{archive_folder}/{name}"), name
+        assert expect.mode(f"{folder}/{name}") == 0o400
+    return serial(folder + "/cert.pem")
+
+
 def tolerate_padding(ca):
     """Lets the scripted CA take a certificate to revoke with "=" at its end, as real CAs do."""
     def answer(request, normal):
@@ -112,9 +133,3 @@ class Reloads:
     @property
     def lines(self):
         return expect.read(self._log).splitlines() if os.path.exists(self._log) else []
-
-
-def days_left(path):
-    """Whole days until the first certificate of a PEM file expires."""
-    leaf = x509.load_pem_x509_certificate(expect.read(path).encode())
-    return (leaf.not_valid_after - datetime.datetime.utcnow()).days
