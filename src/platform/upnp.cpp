@@ -1,22 +1,47 @@
 #include "platform/upnp.h"
 
+#include <fcntl.h>
 #include <miniupnpc/miniupnpc.h>
 #include <miniupnpc/upnpcommands.h>
 
 #include <array>
 #include <utility>
 
+#include "platform/fd.h"
+
 namespace kova::platform {
 namespace {
 
-constexpr int kDiscoveryMilliseconds = 2000;
 constexpr unsigned char kTimeToLive = 2;
+constexpr int kRoundMilliseconds = 1000;
+// One round each, the second only when the first found nothing. Every gateway answers to the first
+// name; its connection service in the second round makes up for a lost packet.
+constexpr std::array<const char*, 3> kSearchedFor = {
+    "urn:schemas-upnp-org:device:InternetGatewayDevice:1",
+    "urn:schemas-upnp-org:service:WANIPConnection:1", nullptr};
 constexpr int kConnectedGateway = 1;
 constexpr int kMostMappings = 1024;  // a router that never comes to an end of its list
 constexpr char kTcp[] = "TCP";
 
 struct FreeDevices {
   void operator()(UPNPDev* list) const { freeUPNPDevlist(list); }
+};
+
+// The library tells its troubles on standard error, where they mean nothing to the user.
+class QuietStandardError {
+ public:
+  QuietStandardError() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
+    const Fd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    if (saved_ && nowhere) dup2(nowhere.Get(), STDERR_FILENO);
+  }
+  ~QuietStandardError() {
+    if (saved_) dup2(saved_.Get(), STDERR_FILENO);
+  }
+  QuietStandardError(const QuietStandardError&) = delete;
+  QuietStandardError& operator=(const QuietStandardError&) = delete;
+
+ private:
+  Fd saved_;
 };
 
 int Result(int code) {
@@ -64,8 +89,10 @@ Gateway::~Gateway() = default;
 
 std::unique_ptr<Gateway> Gateway::Discover() {
   int error = UPNPDISCOVER_SUCCESS;
-  const std::unique_ptr<UPNPDev, FreeDevices> devices(upnpDiscover(
-      kDiscoveryMilliseconds, nullptr, nullptr, UPNP_LOCAL_PORT_ANY, 0, kTimeToLive, &error));
+  const QuietStandardError quiet;
+  const std::unique_ptr<UPNPDev, FreeDevices> devices(
+      upnpDiscoverDevices(kSearchedFor.data(), kRoundMilliseconds, nullptr, nullptr,
+                          UPNP_LOCAL_PORT_ANY, 0, kTimeToLive, &error, 0));
   if (devices == nullptr) return nullptr;
   auto device = std::make_unique<Device>();
   std::array<char, 64> host{};
@@ -81,6 +108,7 @@ std::unique_ptr<Gateway> Gateway::Discover() {
 }
 
 int Gateway::List(std::vector<PortMapping>& mappings) const {
+  const QuietStandardError quiet;
   for (int index = 0; index < kMostMappings; ++index) {
     Entry entry;
     const int result = Result(UPNP_GetGenericPortMappingEntry(
@@ -97,6 +125,7 @@ int Gateway::List(std::vector<PortMapping>& mappings) const {
 }
 
 int Gateway::Find(int external_port, std::optional<PortMapping>& mapping) const {
+  const QuietStandardError quiet;
   const std::string port = std::to_string(external_port);
   Entry entry;
   const int result = Result(UPNP_GetSpecificPortMappingEntry(
@@ -114,6 +143,7 @@ int Gateway::Find(int external_port, std::optional<PortMapping>& mapping) const 
 
 int Gateway::Add(int external_port, int internal_port, const std::string& description,
                  int lease_seconds) const {
+  const QuietStandardError quiet;
   return Result(UPNP_AddPortMapping(
       device_->Url(), device_->Type(), std::to_string(external_port).c_str(),
       std::to_string(internal_port).c_str(), host_address_.c_str(), description.c_str(), kTcp,
@@ -121,6 +151,7 @@ int Gateway::Add(int external_port, int internal_port, const std::string& descri
 }
 
 int Gateway::Delete(const PortMapping& mapping) const {
+  const QuietStandardError quiet;
   const char* remote = mapping.remote_host.empty() ? nullptr : mapping.remote_host.c_str();
   return Result(UPNP_DeletePortMapping(device_->Url(), device_->Type(),
                                        mapping.external_port.c_str(), mapping.protocol.c_str(),

@@ -1,0 +1,92 @@
+#include "faults.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+namespace kova::test {
+
+Faults*& CurrentFaults() {
+  static Faults* current = nullptr;
+  return current;
+}
+
+namespace {
+
+// Notes the call. True when it has to fail; errno is then set.
+bool Fails(const std::string& name) {
+  Faults* faults = CurrentFaults();
+  if (faults == nullptr) return false;
+  faults->calls.push_back(name);
+  if (faults->failing != name) return false;
+  faults->failing.clear();
+  errno = faults->error;
+  return true;
+}
+
+template <typename... Args>
+int Call(const std::string& name, long number, Args... args) {
+  return Fails(name) ? -1 : static_cast<int>(syscall(number, args...));
+}
+
+}  // namespace
+}  // namespace kova::test
+
+using kova::test::Call;
+using kova::test::CurrentFaults;
+using kova::test::Fails;
+
+extern "C" {
+
+ssize_t write(int fd, const void* data, size_t size) {
+  if (auto* faults = CurrentFaults(); faults != nullptr) {
+    if (faults->interrupted_writes > 0) {
+      --faults->interrupted_writes;
+      errno = EINTR;
+      return -1;
+    }
+    if (faults->on_write) faults->on_write(fd);
+    if (faults->largest_write > 0) size = std::min(size, faults->largest_write);
+    if (Fails("write")) return -1;
+  }
+  return syscall(SYS_write, fd, data, size);
+}
+
+int fsync(int fd) {
+  struct stat status {};
+  fstat(fd, &status);
+  return Call(S_ISDIR(status.st_mode) ? "fsync folder" : "fsync file", SYS_fsync, fd);
+}
+
+int fchmod(int fd, mode_t mode) noexcept { return Call("fchmod", SYS_fchmod, fd, mode); }
+
+int fchown(int fd, uid_t uid, gid_t gid) noexcept {
+  return Call("fchown", SYS_fchown, fd, uid, gid);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  return Call("rename", SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+
+unsigned sleep(unsigned seconds) {
+  auto* faults = CurrentFaults();
+  if (faults == nullptr) {
+    timespec rest{static_cast<time_t>(seconds), 0};
+    while (nanosleep(&rest, &rest) != 0) continue;
+    return 0;
+  }
+  faults->slept.push_back(seconds);
+  if (faults->sleeps.empty()) return 0;
+  const auto [left, error] = faults->sleeps.front();
+  faults->sleeps.erase(faults->sleeps.begin());
+  if (error != 0) errno = error;
+  return left;
+}
+
+}  // extern "C"

@@ -1,0 +1,241 @@
+#include "platform/file_writer.h"
+
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "faults.h"
+#include "scratch.h"
+
+namespace kova::platform {
+namespace {
+
+using test::FaultScope;
+using test::Get;
+using test::InChild;
+using test::ModeOf;
+using test::NamesIn;
+using test::Put;
+using test::Scratch;
+using test::StatusOf;
+using test::Umask;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class FileWriterTest : public testing::Test {
+ protected:
+  Scratch scratch_;
+  std::string path_ = scratch_.Path("file");
+};
+
+TEST_F(FileWriterTest, AFileIsReplacedWhole) {
+  Put(path_, "the old and longer content", 0644);
+  EXPECT_EQ(ReplaceFile(path_, "new\0bytes", 0600), 0);
+  EXPECT_EQ(ReplaceFile(path_, std::string_view("new\0bytes", 9), 0600), 0);
+  EXPECT_EQ(Get(path_), std::string("new\0bytes", 9));
+  EXPECT_EQ(ModeOf(path_), 0600U);
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+}
+
+TEST_F(FileWriterTest, AnEmptyFileCanBeWritten) {
+  EXPECT_EQ(ReplaceFile(path_, "", 0400), 0);
+  EXPECT_EQ(Get(path_), "");
+  EXPECT_EQ(ModeOf(path_), 0400U);
+}
+
+TEST_F(FileWriterTest, TheUmaskNeitherWidensNorNarrowsTheMode) {
+  for (const mode_t mask : {0U, 022U, 077U, 0777U}) {
+    for (const mode_t mode : {0400U, 0600U, 0644U, 0666U}) {
+      const Umask umask(mask);
+      EXPECT_EQ(ReplaceFile(path_, "secret", mode), 0);
+      EXPECT_EQ(ModeOf(path_), mode) << std::oct << mask;
+      EXPECT_EQ(StageFile(path_ + ".temp", "secret", mode), 0);
+      EXPECT_EQ(ModeOf(path_ + ".temp"), mode) << std::oct << mask;
+    }
+  }
+}
+
+TEST_F(FileWriterTest, ModeAndOwnerAreRightBeforeTheFirstByte) {
+  const Umask umask(0);
+  FaultScope scope;
+  int writes = 0;
+  scope.faults.on_write = [&](int fd) {
+    struct stat status {};
+    ASSERT_EQ(fstat(fd, &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0440U);
+    EXPECT_EQ(status.st_uid, 12U);
+    EXPECT_EQ(status.st_gid, 34U);
+    EXPECT_EQ(status.st_size, 0);
+    ++writes;
+  };
+  const FileOwner owner{12, 34};
+  EXPECT_EQ(ReplaceFile(path_, "secret", 0440, &owner), 0);
+  EXPECT_EQ(writes, 1);
+  EXPECT_EQ(StatusOf(path_).st_uid, 12U);
+  EXPECT_EQ(StatusOf(path_).st_gid, 34U);
+}
+
+TEST_F(FileWriterTest, DataIsOnTheDiskBeforeTheNameAndTheNameBeforeTheReturn) {
+  FaultScope scope;
+  EXPECT_EQ(ReplaceFile(path_, "data", 0600), 0);
+  EXPECT_THAT(scope.faults.calls,
+              ElementsAre("fchmod", "write", "fsync file", "rename", "fsync folder"));
+}
+
+TEST_F(FileWriterTest, ShortAndInterruptedWritesAreContinued) {
+  FaultScope scope;
+  scope.faults.largest_write = 3;
+  scope.faults.interrupted_writes = 2;
+  EXPECT_EQ(ReplaceFile(path_, "0123456789", 0600), 0);
+  EXPECT_EQ(Get(path_), "0123456789");
+}
+
+TEST_F(FileWriterTest, AFailureOfAnyStepLeavesTheOldFileAndNoOther) {
+  Put(path_, "old", 0644);
+  const FileOwner owner{0, 0};
+  for (const char* step : {"fchown", "fchmod", "write", "fsync file", "rename"}) {
+    FaultScope scope;
+    scope.faults.failing = step;
+    scope.faults.error = EIO;
+    EXPECT_EQ(ReplaceFile(path_, "new", 0600, &owner), EIO) << step;
+    EXPECT_TRUE(scope.faults.failing.empty()) << step << " was not reached";
+    EXPECT_EQ(Get(path_), "old") << step;
+    EXPECT_EQ(ModeOf(path_), 0644U) << step;
+    EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file")) << step;
+  }
+}
+
+TEST_F(FileWriterTest, AFailedWriteAfterAnEarlierGoodOneLeavesTheOldFile) {
+  Put(path_, "old", 0644);
+  FaultScope scope;
+  scope.faults.largest_write = 1;
+  scope.faults.on_write = [&](int) {
+    if (scope.faults.calls.size() == 3) scope.faults.failing = "write";
+    scope.faults.error = ENOSPC;
+  };
+  EXPECT_EQ(ReplaceFile(path_, "new", 0600), ENOSPC);
+  EXPECT_EQ(Get(path_), "old");
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+}
+
+TEST_F(FileWriterTest, AFolderThatCannotBeFlushedIsReported) {
+  FaultScope scope;
+  scope.faults.failing = "fsync folder";
+  scope.faults.error = EIO;
+  EXPECT_EQ(ReplaceFile(path_, "new", 0600), EIO);
+  EXPECT_EQ(Get(path_), "new");
+}
+
+TEST_F(FileWriterTest, AFileSystemWithoutFolderFlushIsGoodEnough) {
+  FaultScope scope;
+  scope.faults.failing = "fsync folder";
+  scope.faults.error = EINVAL;
+  EXPECT_EQ(ReplaceFile(path_, "new", 0600), 0);
+}
+
+TEST_F(FileWriterTest, AFullDiskLeavesTheOldFileAndNoOther) {
+  ASSERT_EQ(mount("tmpfs", scratch_.Folder().c_str(), "tmpfs", 0, "size=64k"), 0);
+  Put(path_, "old", 0644);
+  EXPECT_EQ(ReplaceFile(path_, std::string(200'000, 'x'), 0600), ENOSPC);
+  EXPECT_EQ(Get(path_), "old");
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_EQ(StageFile(path_ + ".temp", std::string(200'000, 'x'), 0600), ENOSPC);
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  ASSERT_EQ(umount(scratch_.Folder().c_str()), 0);
+}
+
+TEST_F(FileWriterTest, AFileSizeLimitLeavesTheOldFileAndNoOther) {
+  Put(path_, "old", 0644);
+  const int result = InChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{1000, 1000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    return ReplaceFile(path_, std::string(5000, 'x'), 0600);
+  });
+  EXPECT_EQ(result, EFBIG);
+  EXPECT_EQ(Get(path_), "old");
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+}
+
+TEST_F(FileWriterTest, AMissingFolderIsAFailure) {
+  EXPECT_EQ(ReplaceFile(scratch_.Path("no/file"), "x", 0600), ENOENT);
+  EXPECT_EQ(StageFile(scratch_.Path("no/file"), "x", 0600), ENOENT);
+  EXPECT_THAT(NamesIn(scratch_.Folder()), IsEmpty());
+}
+
+TEST_F(FileWriterTest, AFolderOfThatNameIsLeftAlone) {
+  ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
+  EXPECT_EQ(ReplaceFile(path_, "x", 0600), EISDIR);
+  EXPECT_EQ(StageFile(path_, "x", 0600), EISDIR);
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_TRUE(S_ISDIR(StatusOf(path_).st_mode));
+}
+
+TEST_F(FileWriterTest, ALinkIsReplacedAndItsTargetLeftAlone) {
+  Put(scratch_.Path("target"), "precious", 0640);
+  ASSERT_EQ(symlink("target", path_.c_str()), 0);
+  EXPECT_EQ(ReplaceFile(path_, "new", 0600), 0);
+  EXPECT_TRUE(S_ISREG(StatusOf(path_).st_mode));
+  EXPECT_EQ(Get(path_), "new");
+  EXPECT_EQ(Get(scratch_.Path("target")), "precious");
+}
+
+TEST_F(FileWriterTest, ALinkAtTheStagingNameIsRemovedNotFollowed) {
+  Put(scratch_.Path("target"), "precious", 0640);
+  ASSERT_EQ(symlink("target", path_.c_str()), 0);
+  EXPECT_EQ(StageFile(path_, "staged", 0600), 0);
+  EXPECT_TRUE(S_ISREG(StatusOf(path_).st_mode));
+  EXPECT_EQ(Get(path_), "staged");
+  EXPECT_EQ(Get(scratch_.Path("target")), "precious");
+  EXPECT_EQ(ModeOf(scratch_.Path("target")), 0640U);
+}
+
+TEST_F(FileWriterTest, ALeftoverAtTheStagingNameIsReplacedWithItsMode) {
+  Put(path_, "a longer leftover of a run that was killed", 0666);
+  EXPECT_EQ(StageFile(path_, "staged", 0600), 0);
+  EXPECT_EQ(Get(path_), "staged");
+  EXPECT_EQ(ModeOf(path_), 0600U);
+}
+
+TEST_F(FileWriterTest, StagingAndCommittingAreTwoSteps) {
+  Put(path_, "old", 0644);
+  const std::string staging = path_ + ".temp";
+  EXPECT_EQ(StageFile(staging, "new", 0600), 0);
+  EXPECT_EQ(Get(path_), "old");
+  EXPECT_EQ(Get(staging), "new");
+  EXPECT_EQ(CommitStaged(staging, path_), 0);
+  EXPECT_EQ(Get(path_), "new");
+  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+}
+
+TEST_F(FileWriterTest, CommittingNothingIsAFailure) {
+  Put(path_, "old", 0644);
+  EXPECT_EQ(CommitStaged(path_ + ".temp", path_), ENOENT);
+  EXPECT_EQ(Get(path_), "old");
+}
+
+TEST_F(FileWriterTest, ANameWithoutFolderIsInTheCurrentOne) {
+  const int result = InChild([&] {
+    if (chdir(scratch_.Folder().c_str()) != 0) return 1;
+    return ReplaceFile("relative", "x", 0600);
+  });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Get(scratch_.Path("relative")), "x");
+}
+
+TEST_F(FileWriterTest, TheStagingNameIsOneThatCronIgnores) {
+  FaultScope scope;
+  std::vector<std::string> seen;
+  scope.faults.on_write = [&](int) { seen = NamesIn(scratch_.Folder()); };
+  EXPECT_EQ(ReplaceFile(path_, "x", 0644), 0);
+  ASSERT_EQ(seen.size(), 1U);
+  EXPECT_THAT(seen[0], testing::MatchesRegex("file\\.[a-zA-Z0-9]{6}"));
+}
+
+}  // namespace
+}  // namespace kova::platform
