@@ -1,0 +1,1 @@
+"""The neighbours of a home appliance, each the real program, in network namespaces."""
