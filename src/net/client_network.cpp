@@ -74,6 +74,7 @@ class CurlRequest {
   CurlRequest& operator=(const CurlRequest&) = delete;
 
   void SetPost(std::string text);
+  void SetLimit(std::chrono::seconds limit);
   [[nodiscard]] HttpResponse Perform();
 
  private:
@@ -129,6 +130,10 @@ void CurlRequest::SetPost(std::string text) {
   Set(CURLOPT_POSTFIELDS, post_.c_str(), "Failed to set postfields ");
 }
 
+void CurlRequest::SetLimit(std::chrono::seconds limit) {
+  Set(CURLOPT_TIMEOUT, static_cast<long>(limit.count()), "Failed to set timeout ");
+}
+
 HttpResponse CurlRequest::Perform() {
   if (curl_easy_perform(handle_.get()) != CURLE_OK) {
     throw Error(code::kUnreachable, kTag, "Server is not reachable.");
@@ -152,6 +157,20 @@ HttpResponse HttpGet(const std::string& url) {
   CurlRequest request(url);
   DebugStep("GET Request: %s", url.c_str());
   return request.Perform();
+}
+
+HttpResponse HttpGetWithin(const std::string& url, std::chrono::seconds limit) {
+  CurlRequest request(url);
+  request.SetLimit(limit);
+  DebugStep("GET Request: %s", url.c_str());
+  return request.Perform();
+}
+
+std::string TrustStorePath() {
+  const CurlPtr handle(curl_easy_init());
+  const char* path = nullptr;
+  if (!handle || curl_easy_getinfo(handle.get(), CURLINFO_CAINFO, &path) != CURLE_OK) return {};
+  return path == nullptr ? std::string() : std::string(path);
 }
 
 HttpResponse HttpPost(const std::string& url, const Json::Value& json) {

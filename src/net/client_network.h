@@ -7,15 +7,16 @@
 
 #include <json/value.h>
 
+#include <chrono>
 #include <string>
 
 namespace kova {
 
 struct HttpResponse {
-  bool ok = false;      // a transfer completed
-  std::string header;   // header lines of every hop, as received, line ends included
+  bool ok = false;     // a transfer completed
+  std::string header;  // header lines of every hop, as received, line ends included
   std::string body;
-  long status = 500;    // HTTP status; 500 until a transfer completed
+  long status = 500;  // HTTP status; 500 until a transfer completed
 };
 
 // libcurl initialised for the life of the object. Each ACME client holds one.
@@ -31,6 +32,12 @@ class HttpGlobal {
 // failed, also when the reply is larger than what this program is willing to hold.
 HttpResponse HttpGet(const std::string& url);
 HttpResponse HttpPost(const std::string& url, const Json::Value& json);
+
+// As HttpGet, given up after `limit`: for a look at this host's own servers.
+HttpResponse HttpGetWithin(const std::string& url, std::chrono::seconds limit);
+
+// The file of authorities that peers are verified with; empty when libcurl knows of none.
+std::string TrustStorePath();
 
 // The body; throws SLError 200 "request not sucess." when no transfer completed.
 std::string GetBody(const HttpResponse& response);
