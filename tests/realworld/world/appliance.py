@@ -10,13 +10,13 @@ from .network import inside
 MAIL = "admin@home.example"
 
 
-def command(*arguments):
-    return inside("appliance", paths.PROGRAM, *arguments)
+def command(*arguments, installed=paths.PROGRAM):
+    return inside("appliance", installed, *arguments)
 
 
-def run(host, *arguments, **options):
-    """Runs it to its end; returns a Result."""
-    program, *rest = command(*arguments)
+def run(host, *arguments, installed=paths.PROGRAM, **options):
+    """Runs one of the installed programs to its end; returns a Result."""
+    program, *rest = command(*arguments, installed=installed)
     return host.run(*rest, program=program, **options)
 
 
