@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "faults.h"
+#include "host_files.h"
 #include "platform/error.h"
 #include "scratch.h"
 
@@ -17,12 +18,12 @@ namespace KOVA::KOVACrond {
 namespace {
 
 using kova::test::FaultScope;
-using kova::test::Get;
+using kova::test::ListFolder;
 using kova::test::ModeOf;
-using kova::test::NamesIn;
-using kova::test::Put;
+using kova::test::ReadFile;
 using kova::test::Scratch;
 using kova::test::Umask;
+using kova::test::WriteFile;
 using testing::Contains;
 using testing::MatchesRegex;
 using testing::Not;
@@ -66,23 +67,23 @@ std::vector<std::string> CrontabWords(const std::string& text) {
 class CrondTest : public testing::Test {
  protected:
   CrondTest() {
-    Put("/etc/cron.d/other", "# other\n");
+    WriteFile("/etc/cron.d/other", "# other\n");
     unlink(kPath);
   }
   ~CrondTest() override {
     unlink(kPath);
     unlink("/etc/cron.d/other");
-    Put(kMachineIdPath, machine_id_);
+    WriteFile(kMachineIdPath, machine_id_);
   }
 
   std::string SavedOnHost(const std::string& machine_id, const Json::Value& jobs) {
-    Put(kMachineIdPath, machine_id + "\n");
+    WriteFile(kMachineIdPath, machine_id + "\n");
     EXPECT_TRUE(manager_.Save(jobs));
-    return Get(kPath);
+    return ReadFile(kPath);
   }
 
   ConfigManager manager_{kJob, false};
-  std::string machine_id_ = Get(kMachineIdPath);
+  std::string machine_id_ = ReadFile(kMachineIdPath);
 };
 
 TEST_F(CrondTest, AJobIsACommentLineAndACrontabLine) {
@@ -90,7 +91,7 @@ TEST_F(CrondTest, AJobIsACommentLineAndACrontabLine) {
   const Umask umask(0777);
   EXPECT_TRUE(manager_.Save(Jobs(Renewal())));
   EXPECT_TRUE(manager_.Exist());
-  EXPECT_THAT(Get(kPath),
+  EXPECT_THAT(ReadFile(kPath),
               MatchesRegex("# kova-letsencrypt - renew\n[0-9]{1,2} [0-9]{1,2} \\* \\* [0-6] root "
                            "/usr/kova/sbin/kova-letsencrypt renew-all\n"));
   EXPECT_EQ(ModeOf(kPath), 0644U);
@@ -99,11 +100,11 @@ TEST_F(CrondTest, AJobIsACommentLineAndACrontabLine) {
 
 TEST_F(CrondTest, ThePeriodDecidesTheDays) {
   EXPECT_TRUE(manager_.Save(With("period", "daily")));
-  EXPECT_THAT(Get(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ \\* \\* \\* root [^\n]*\n"));
+  EXPECT_THAT(ReadFile(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ \\* \\* \\* root [^\n]*\n"));
   EXPECT_TRUE(manager_.Save(With("period", "weekly")));
-  EXPECT_THAT(Get(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ \\* \\* [0-6] root [^\n]*\n"));
+  EXPECT_THAT(ReadFile(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ \\* \\* [0-6] root [^\n]*\n"));
   EXPECT_TRUE(manager_.Save(With("period", "monthly")));
-  EXPECT_THAT(Get(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ 1 \\* \\* root [^\n]*\n"));
+  EXPECT_THAT(ReadFile(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ 1 \\* \\* root [^\n]*\n"));
 }
 
 TEST_F(CrondTest, SeveralObjectsAreSeveralPairsOfLines) {
@@ -114,8 +115,9 @@ TEST_F(CrondTest, SeveralObjectsAreSeveralPairsOfLines) {
   second["period"] = "daily";
   jobs.append(second);
   EXPECT_TRUE(manager_.Save(jobs));
-  EXPECT_THAT(Get(kPath), MatchesRegex("# kova-letsencrypt - renew\n[^\n]* renew-all\n# second\n"
-                                       "[0-9]+ [0-9]+ \\* \\* \\* root /bin/true\n"));
+  EXPECT_THAT(ReadFile(kPath),
+              MatchesRegex("# kova-letsencrypt - renew\n[^\n]* renew-all\n# second\n"
+                           "[0-9]+ [0-9]+ \\* \\* \\* root /bin/true\n"));
 }
 
 TEST_F(CrondTest, TheTimeIsTheHostsOwnAndStable) {
@@ -157,18 +159,18 @@ TEST_F(CrondTest, TheTimesOfAFleetAreSpreadEvenly) {
 }
 
 TEST_F(CrondTest, JobsOfOneHostHaveTimesOfTheirOwn) {
-  Put(kMachineIdPath, "0123456789abcdef0123456789abcdef\n");
+  WriteFile(kMachineIdPath, "0123456789abcdef0123456789abcdef\n");
   const ConfigManager other("kova-other", false);
   EXPECT_TRUE(manager_.Save(Jobs(Renewal())));
   EXPECT_TRUE(other.Save(Jobs(Renewal())));
-  EXPECT_NE(Get(kPath), Get("/etc/cron.d/kova-other"));
+  EXPECT_NE(ReadFile(kPath), ReadFile("/etc/cron.d/kova-other"));
   EXPECT_TRUE(other.Remove());
 }
 
 TEST_F(CrondTest, AHostWithoutMachineIdHasAJobAllTheSame) {
   unlink(kMachineIdPath);
   EXPECT_TRUE(manager_.Save(Jobs(Renewal())));
-  EXPECT_EQ(CrontabWords(Get(kPath)).size(), 8U);
+  EXPECT_EQ(CrontabWords(ReadFile(kPath)).size(), 8U);
 }
 
 TEST_F(CrondTest, APercentSignOfTheCommandIsEscapedForCron) {
@@ -180,13 +182,13 @@ TEST_F(CrondTest, APercentSignOfTheCommandIsEscapedForCron) {
       {"echo \\n", "echo \\n"}};
   for (const auto& [command, written] : commands) {
     EXPECT_TRUE(manager_.Save(With("cmd", command)));
-    EXPECT_THAT(Get(kPath), testing::EndsWith(" root " + written + "\n"));
+    EXPECT_THAT(ReadFile(kPath), testing::EndsWith(" root " + written + "\n"));
   }
 }
 
 TEST_F(CrondTest, WhatCannotBeAJobIsRefusedAndTheOldOneKept) {
   ASSERT_TRUE(manager_.Save(Jobs(Renewal())));
-  const std::string before = Get(kPath);
+  const std::string before = ReadFile(kPath);
   Json::Value mixed = Jobs(Renewal());
   mixed.append("text");
   std::vector<Json::Value> refused = {Json::Value(), Json::Value(Json::arrayValue), Renewal(),
@@ -205,7 +207,7 @@ TEST_F(CrondTest, WhatCannotBeAJobIsRefusedAndTheOldOneKept) {
   for (const Json::Value& jobs : refused) {
     EXPECT_FALSE(manager_.Save(jobs)) << jobs.toStyledString();
     EXPECT_EQ(KLIBCErrGet(), EINVAL);
-    EXPECT_EQ(Get(kPath), before) << jobs.toStyledString();
+    EXPECT_EQ(ReadFile(kPath), before) << jobs.toStyledString();
   }
 }
 
@@ -215,20 +217,20 @@ TEST_F(CrondTest, ANameThatCronIgnoresIsRefused) {
     EXPECT_FALSE(manager.Save(Jobs(Renewal()))) << name;
     EXPECT_EQ(KLIBCErrGet(), EINVAL) << name;
   }
-  EXPECT_THAT(NamesIn("/etc"), Not(Contains("x")));
+  EXPECT_THAT(ListFolder("/etc"), Not(Contains("x")));
 }
 
 TEST_F(CrondTest, AFailedWriteLeavesTheOldJobAndNoOtherFile) {
   ASSERT_TRUE(manager_.Save(Jobs(Renewal())));
-  const std::string before = Get(kPath);
-  const auto names = NamesIn("/etc/cron.d");
+  const std::string before = ReadFile(kPath);
+  const auto names = ListFolder("/etc/cron.d");
   FaultScope scope;
   scope.faults.failing = "write";
   scope.faults.error = ENOSPC;
   EXPECT_FALSE(manager_.Save(With("period", "daily")));
   EXPECT_EQ(KLIBCErrGet(), ENOSPC);
-  EXPECT_EQ(Get(kPath), before);
-  EXPECT_EQ(NamesIn("/etc/cron.d"), names);
+  EXPECT_EQ(ReadFile(kPath), before);
+  EXPECT_EQ(ListFolder("/etc/cron.d"), names);
 }
 
 TEST_F(CrondTest, RemovingDeletesTheFileAlone) {
@@ -237,11 +239,11 @@ TEST_F(CrondTest, RemovingDeletesTheFileAlone) {
   ASSERT_TRUE(manager_.Save(Jobs(Renewal())));
   EXPECT_TRUE(manager_.Remove());
   EXPECT_FALSE(manager_.Exist());
-  EXPECT_THAT(NamesIn("/etc/cron.d"), Contains("other"));
+  EXPECT_THAT(ListFolder("/etc/cron.d"), Contains("other"));
 }
 
 TEST_F(CrondTest, AJobThatAnAdministratorWroteExists) {
-  Put(kPath, "");
+  WriteFile(kPath, "");
   EXPECT_TRUE(manager_.Exist());
 }
 

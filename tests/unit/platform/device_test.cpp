@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "host_files.h"
 #include "platform/error.h"
 #include "platform/version.h"
 #include "scratch.h"
@@ -16,11 +17,11 @@
 namespace kova::platform {
 namespace {
 
-using test::Get;
 using test::InChild;
-using test::Put;
+using test::ReadFile;
 using test::Shell;
 using test::SyslogCapture;
+using test::WriteFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -31,10 +32,10 @@ class DeviceTest : public testing::Test {
   DeviceTest() { unlink(kDeviceRecordPath); }
   ~DeviceTest() override {
     unlink(kDeviceRecordPath);
-    Put(kMachineIdPath, machine_id_);
+    WriteFile(kMachineIdPath, machine_id_);
   }
 
-  static void Record(const std::string& json) { Put(kDeviceRecordPath, json, 0600); }
+  static void Record(const std::string& json) { WriteFile(kDeviceRecordPath, json, 0600); }
 
   static std::string UserAgent() {
     char buffer[256] = {};
@@ -51,7 +52,7 @@ class DeviceTest : public testing::Test {
            ")";
   }
 
-  std::string machine_id_ = Get(kMachineIdPath);
+  std::string machine_id_ = ReadFile(kMachineIdPath);
 };
 
 // Values that are no text for any key.
@@ -118,7 +119,7 @@ TEST_F(DeviceTest, TheSerialNumberIsTheRecords) {
 // /sys is the machine's own, but what is mounted over it here is not.
 int SerialWithDmi(const std::string& content, std::string& serial) {
   test::Scratch scratch;
-  Put(scratch.Path("class/dmi/id/product_serial"), content, 0400);
+  WriteFile(scratch.Path("class/dmi/id/product_serial"), content, 0400);
   Shell("mount --bind " + scratch.Folder() + " /sys");
   char buffer[36] = {};
   const int result = KLIBGetSerialNumber(buffer, sizeof buffer);
@@ -174,7 +175,7 @@ TEST_F(DeviceTest, OfTheMacAddressTheHexadecimalDigitsCount) {
 }
 
 TEST_F(DeviceTest, WithoutAnInterfaceTheMachineIdServes) {
-  Put(kMachineIdPath, "0123456789abcdef0123456789abcdef\n");
+  WriteFile(kMachineIdPath, "0123456789abcdef0123456789abcdef\n");
   EXPECT_EQ(MacAddressText(), "0123456789abcdef0123456789abcdef");
   Record(R"({"mac_address": "xyz"})");
   EXPECT_EQ(MacAddressText(), "0123456789abcdef0123456789abcdef");
@@ -207,7 +208,7 @@ TEST_F(DeviceTest, TheWebFrontendIsTheRecords) {
 }
 
 TEST_F(DeviceTest, TheMachineIdIsTheFirstLineWithoutBlanks) {
-  Put(kMachineIdPath, " abc \nsecond\n");
+  WriteFile(kMachineIdPath, " abc \nsecond\n");
   EXPECT_EQ(MachineId(), "abc");
   unlink(kMachineIdPath);
   EXPECT_EQ(MachineId(), "");
@@ -215,7 +216,7 @@ TEST_F(DeviceTest, TheMachineIdIsTheFirstLineWithoutBlanks) {
 
 // In children: a process says it once.
 std::vector<std::string> WhatIsSaidOf(const std::string& record) {
-  Put(kDeviceRecordPath, record, 0600);
+  WriteFile(kDeviceRecordPath, record, 0600);
   SyslogCapture log;
   EXPECT_EQ(InChild([] {
               char buffer[256] = {};

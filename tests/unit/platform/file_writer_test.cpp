@@ -10,20 +10,21 @@
 #include <csignal>
 
 #include "faults.h"
+#include "host_files.h"
 #include "scratch.h"
 
 namespace kova::platform {
 namespace {
 
 using test::FaultScope;
-using test::Get;
 using test::InChild;
+using test::ListFolder;
 using test::ModeOf;
-using test::NamesIn;
-using test::Put;
+using test::ReadFile;
 using test::Scratch;
 using test::StatusOf;
 using test::Umask;
+using test::WriteFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -34,17 +35,17 @@ class FileWriterTest : public testing::Test {
 };
 
 TEST_F(FileWriterTest, AFileIsReplacedWhole) {
-  Put(path_, "the old and longer content", 0644);
+  WriteFile(path_, "the old and longer content", 0644);
   EXPECT_EQ(ReplaceFile(path_, "new\0bytes", 0600), 0);
   EXPECT_EQ(ReplaceFile(path_, std::string_view("new\0bytes", 9), 0600), 0);
-  EXPECT_EQ(Get(path_), std::string("new\0bytes", 9));
+  EXPECT_EQ(ReadFile(path_), std::string("new\0bytes", 9));
   EXPECT_EQ(ModeOf(path_), 0600U);
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
 }
 
 TEST_F(FileWriterTest, AnEmptyFileCanBeWritten) {
   EXPECT_EQ(ReplaceFile(path_, "", 0400), 0);
-  EXPECT_EQ(Get(path_), "");
+  EXPECT_EQ(ReadFile(path_), "");
   EXPECT_EQ(ModeOf(path_), 0400U);
 }
 
@@ -92,11 +93,11 @@ TEST_F(FileWriterTest, ShortAndInterruptedWritesAreContinued) {
   scope.faults.largest_write = 3;
   scope.faults.interrupted_writes = 2;
   EXPECT_EQ(ReplaceFile(path_, "0123456789", 0600), 0);
-  EXPECT_EQ(Get(path_), "0123456789");
+  EXPECT_EQ(ReadFile(path_), "0123456789");
 }
 
 TEST_F(FileWriterTest, AFailureOfAnyStepLeavesTheOldFileAndNoOther) {
-  Put(path_, "old", 0644);
+  WriteFile(path_, "old", 0644);
   const FileOwner owner{0, 0};
   for (const char* step : {"fchown", "fchmod", "write", "fsync file", "rename"}) {
     FaultScope scope;
@@ -104,14 +105,14 @@ TEST_F(FileWriterTest, AFailureOfAnyStepLeavesTheOldFileAndNoOther) {
     scope.faults.error = EIO;
     EXPECT_EQ(ReplaceFile(path_, "new", 0600, &owner), EIO) << step;
     EXPECT_TRUE(scope.faults.failing.empty()) << step << " was not reached";
-    EXPECT_EQ(Get(path_), "old") << step;
+    EXPECT_EQ(ReadFile(path_), "old") << step;
     EXPECT_EQ(ModeOf(path_), 0644U) << step;
-    EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file")) << step;
+    EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file")) << step;
   }
 }
 
 TEST_F(FileWriterTest, AFailedWriteAfterAnEarlierGoodOneLeavesTheOldFile) {
-  Put(path_, "old", 0644);
+  WriteFile(path_, "old", 0644);
   FaultScope scope;
   scope.faults.largest_write = 1;
   scope.faults.on_write = [&](int) {
@@ -119,8 +120,8 @@ TEST_F(FileWriterTest, AFailedWriteAfterAnEarlierGoodOneLeavesTheOldFile) {
     scope.faults.error = ENOSPC;
   };
   EXPECT_EQ(ReplaceFile(path_, "new", 0600), ENOSPC);
-  EXPECT_EQ(Get(path_), "old");
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_EQ(ReadFile(path_), "old");
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
 }
 
 TEST_F(FileWriterTest, AFolderThatCannotBeFlushedIsReported) {
@@ -128,7 +129,7 @@ TEST_F(FileWriterTest, AFolderThatCannotBeFlushedIsReported) {
   scope.faults.failing = "fsync folder";
   scope.faults.error = EIO;
   EXPECT_EQ(ReplaceFile(path_, "new", 0600), EIO);
-  EXPECT_EQ(Get(path_), "new");
+  EXPECT_EQ(ReadFile(path_), "new");
 }
 
 TEST_F(FileWriterTest, AFileSystemWithoutFolderFlushIsGoodEnough) {
@@ -140,17 +141,17 @@ TEST_F(FileWriterTest, AFileSystemWithoutFolderFlushIsGoodEnough) {
 
 TEST_F(FileWriterTest, AFullDiskLeavesTheOldFileAndNoOther) {
   ASSERT_EQ(mount("tmpfs", scratch_.Folder().c_str(), "tmpfs", 0, "size=64k"), 0);
-  Put(path_, "old", 0644);
+  WriteFile(path_, "old", 0644);
   EXPECT_EQ(ReplaceFile(path_, std::string(200'000, 'x'), 0600), ENOSPC);
-  EXPECT_EQ(Get(path_), "old");
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_EQ(ReadFile(path_), "old");
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
   EXPECT_EQ(StageFile(path_ + ".temp", std::string(200'000, 'x'), 0600), ENOSPC);
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
   ASSERT_EQ(umount(scratch_.Folder().c_str()), 0);
 }
 
 TEST_F(FileWriterTest, AFileSizeLimitLeavesTheOldFileAndNoOther) {
-  Put(path_, "old", 0644);
+  WriteFile(path_, "old", 0644);
   const int result = InChild([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{1000, 1000};
@@ -158,65 +159,65 @@ TEST_F(FileWriterTest, AFileSizeLimitLeavesTheOldFileAndNoOther) {
     return ReplaceFile(path_, std::string(5000, 'x'), 0600);
   });
   EXPECT_EQ(result, EFBIG);
-  EXPECT_EQ(Get(path_), "old");
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_EQ(ReadFile(path_), "old");
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
 }
 
 TEST_F(FileWriterTest, AMissingFolderIsAFailure) {
   EXPECT_EQ(ReplaceFile(scratch_.Path("no/file"), "x", 0600), ENOENT);
   EXPECT_EQ(StageFile(scratch_.Path("no/file"), "x", 0600), ENOENT);
-  EXPECT_THAT(NamesIn(scratch_.Folder()), IsEmpty());
+  EXPECT_THAT(ListFolder(scratch_.Folder()), IsEmpty());
 }
 
 TEST_F(FileWriterTest, AFolderOfThatNameIsLeftAlone) {
   ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
   EXPECT_EQ(ReplaceFile(path_, "x", 0600), EISDIR);
   EXPECT_EQ(StageFile(path_, "x", 0600), EISDIR);
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
   EXPECT_TRUE(S_ISDIR(StatusOf(path_).st_mode));
 }
 
 TEST_F(FileWriterTest, ALinkIsReplacedAndItsTargetLeftAlone) {
-  Put(scratch_.Path("target"), "precious", 0640);
+  WriteFile(scratch_.Path("target"), "precious", 0640);
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   EXPECT_EQ(ReplaceFile(path_, "new", 0600), 0);
   EXPECT_TRUE(S_ISREG(StatusOf(path_).st_mode));
-  EXPECT_EQ(Get(path_), "new");
-  EXPECT_EQ(Get(scratch_.Path("target")), "precious");
+  EXPECT_EQ(ReadFile(path_), "new");
+  EXPECT_EQ(ReadFile(scratch_.Path("target")), "precious");
 }
 
 TEST_F(FileWriterTest, ALinkAtTheStagingNameIsRemovedNotFollowed) {
-  Put(scratch_.Path("target"), "precious", 0640);
+  WriteFile(scratch_.Path("target"), "precious", 0640);
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   EXPECT_EQ(StageFile(path_, "staged", 0600), 0);
   EXPECT_TRUE(S_ISREG(StatusOf(path_).st_mode));
-  EXPECT_EQ(Get(path_), "staged");
-  EXPECT_EQ(Get(scratch_.Path("target")), "precious");
+  EXPECT_EQ(ReadFile(path_), "staged");
+  EXPECT_EQ(ReadFile(scratch_.Path("target")), "precious");
   EXPECT_EQ(ModeOf(scratch_.Path("target")), 0640U);
 }
 
 TEST_F(FileWriterTest, ALeftoverAtTheStagingNameIsReplacedWithItsMode) {
-  Put(path_, "a longer leftover of a run that was killed", 0666);
+  WriteFile(path_, "a longer leftover of a run that was killed", 0666);
   EXPECT_EQ(StageFile(path_, "staged", 0600), 0);
-  EXPECT_EQ(Get(path_), "staged");
+  EXPECT_EQ(ReadFile(path_), "staged");
   EXPECT_EQ(ModeOf(path_), 0600U);
 }
 
 TEST_F(FileWriterTest, StagingAndCommittingAreTwoSteps) {
-  Put(path_, "old", 0644);
+  WriteFile(path_, "old", 0644);
   const std::string staging = path_ + ".temp";
   EXPECT_EQ(StageFile(staging, "new", 0600), 0);
-  EXPECT_EQ(Get(path_), "old");
-  EXPECT_EQ(Get(staging), "new");
+  EXPECT_EQ(ReadFile(path_), "old");
+  EXPECT_EQ(ReadFile(staging), "new");
   EXPECT_EQ(CommitStaged(staging, path_), 0);
-  EXPECT_EQ(Get(path_), "new");
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_EQ(ReadFile(path_), "new");
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
 }
 
 TEST_F(FileWriterTest, CommittingNothingIsAFailure) {
-  Put(path_, "old", 0644);
+  WriteFile(path_, "old", 0644);
   EXPECT_EQ(CommitStaged(path_ + ".temp", path_), ENOENT);
-  EXPECT_EQ(Get(path_), "old");
+  EXPECT_EQ(ReadFile(path_), "old");
 }
 
 TEST_F(FileWriterTest, ANameWithoutFolderIsInTheCurrentOne) {
@@ -225,13 +226,13 @@ TEST_F(FileWriterTest, ANameWithoutFolderIsInTheCurrentOne) {
     return ReplaceFile("relative", "x", 0600);
   });
   EXPECT_EQ(result, 0);
-  EXPECT_EQ(Get(scratch_.Path("relative")), "x");
+  EXPECT_EQ(ReadFile(scratch_.Path("relative")), "x");
 }
 
 TEST_F(FileWriterTest, TheStagingNameIsOneThatCronIgnores) {
   FaultScope scope;
   std::vector<std::string> seen;
-  scope.faults.on_write = [&](int) { seen = NamesIn(scratch_.Folder()); };
+  scope.faults.on_write = [&](int) { seen = ListFolder(scratch_.Folder()); };
   EXPECT_EQ(ReplaceFile(path_, "x", 0644), 0);
   ASSERT_EQ(seen.size(), 1U);
   EXPECT_THAT(seen[0], testing::MatchesRegex("file\\.[a-zA-Z0-9]{6}"));

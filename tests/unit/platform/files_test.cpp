@@ -9,19 +9,20 @@
 #include <chrono>
 
 #include "faults.h"
+#include "host_files.h"
 #include "platform/error.h"
 #include "scratch.h"
 
 namespace kova::platform {
 namespace {
 
-using test::Get;
+using test::ListFolder;
 using test::ModeOf;
-using test::NamesIn;
-using test::Put;
+using test::ReadFile;
 using test::Scratch;
 using test::StatusOf;
 using test::Umask;
+using test::WriteFile;
 using testing::ElementsAre;
 
 constexpr char kMark[] = "\xEF\xBB\xBF";
@@ -36,7 +37,7 @@ TEST_F(FilesTest, ExistenceFollowsLinks) {
   EXPECT_FALSE(KLIBCFileExist(path_));
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   EXPECT_FALSE(KLIBCFileExist(path_));
-  Put(scratch_.Path("target"), "");
+  WriteFile(scratch_.Path("target"), "");
   EXPECT_TRUE(KLIBCFileExist(path_));
   EXPECT_TRUE(KLIBCFileExist(scratch_.Folder()));
 }
@@ -45,7 +46,7 @@ TEST_F(FilesTest, OnlyAFolderIsAFolder) {
   EXPECT_TRUE(KLIBCFileCheckDir(scratch_.Folder()));
   EXPECT_FALSE(KLIBCFileCheckDir(path_));
   EXPECT_EQ(KLIBCErrGet(), ENOENT);
-  Put(path_, "");
+  WriteFile(path_, "");
   EXPECT_FALSE(KLIBCFileCheckDir(path_));
   EXPECT_EQ(KLIBCErrGet(), ENOTDIR);
   ASSERT_EQ(symlink(".", scratch_.Path("link").c_str()), 0);
@@ -63,7 +64,7 @@ class OpenFile {
 };
 
 TEST_F(FilesTest, LinesAreReadWithTheirLength) {
-  Put(path_, std::string("abc\n\nx\0y\nlast", 13));
+  WriteFile(path_, std::string("abc\n\nx\0y\nlast", 13));
   OpenFile file(path_);
   char buffer[16];
   EXPECT_EQ(KLIBCFgets(buffer, sizeof buffer, file.Get()), 4);
@@ -78,7 +79,7 @@ TEST_F(FilesTest, LinesAreReadWithTheirLength) {
 }
 
 TEST_F(FilesTest, ALongLineIsCutToTheBuffer) {
-  Put(path_, "0123456789abcdefghij\n");
+  WriteFile(path_, "0123456789abcdefghij\n");
   OpenFile file(path_);
   char buffer[16];
   EXPECT_EQ(KLIBCFgets(buffer, sizeof buffer, file.Get()), 15);
@@ -88,7 +89,7 @@ TEST_F(FilesTest, ALongLineIsCutToTheBuffer) {
 }
 
 TEST_F(FilesTest, AnEmptyFileHasNoLine) {
-  Put(path_, "");
+  WriteFile(path_, "");
   OpenFile file(path_);
   char buffer[16];
   EXPECT_EQ(KLIBCFgets(buffer, sizeof buffer, file.Get()), -1);
@@ -105,16 +106,16 @@ TEST_F(FilesTest, ReadingAFolderLineIsAnError) {
 TEST_F(FilesTest, TouchCreatesAnEmptyFile) {
   const Umask umask(022);
   EXPECT_EQ(KLIBCFileTouch(path_), 0);
-  EXPECT_EQ(Get(path_), "");
+  EXPECT_EQ(ReadFile(path_), "");
   EXPECT_EQ(ModeOf(path_), 0644U);
 }
 
 TEST_F(FilesTest, TouchOnlyMovesTheTimesOfAFileThatIsThere) {
-  Put(path_, "content", 0400);
+  WriteFile(path_, "content", 0400);
   const timespec long_ago[2] = {{1000, 0}, {1000, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, path_.c_str(), long_ago, 0), 0);
   EXPECT_EQ(KLIBCFileTouch(path_), 0);
-  EXPECT_EQ(Get(path_), "content");
+  EXPECT_EQ(ReadFile(path_), "content");
   EXPECT_EQ(ModeOf(path_), 0400U);
   EXPECT_NEAR(static_cast<double>(StatusOf(path_).st_mtime), static_cast<double>(time(nullptr)), 5);
 }
@@ -122,7 +123,7 @@ TEST_F(FilesTest, TouchOnlyMovesTheTimesOfAFileThatIsThere) {
 TEST_F(FilesTest, TouchCreatesNothingThroughADanglingLink) {
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   EXPECT_EQ(KLIBCFileTouch(path_), -1);
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
 }
 
 TEST_F(FilesTest, TouchNeedsTheFolder) {
@@ -131,42 +132,42 @@ TEST_F(FilesTest, TouchNeedsTheFolder) {
 }
 
 TEST_F(FilesTest, AByteOrderMarkIsRemovedAndModeAndOwnerKept) {
-  Put(path_, std::string(kMark) + "-----BEGIN" + kMark, 0440);
+  WriteFile(path_, std::string(kMark) + "-----BEGIN" + kMark, 0440);
   ASSERT_EQ(chown(path_.c_str(), 12, 34), 0);
   EXPECT_EQ(KLIBCFileUTF8BomStrip(path_), 0);
-  EXPECT_EQ(Get(path_), std::string("-----BEGIN") + kMark);
+  EXPECT_EQ(ReadFile(path_), std::string("-----BEGIN") + kMark);
   EXPECT_EQ(ModeOf(path_), 0440U);
   EXPECT_EQ(StatusOf(path_).st_uid, 12U);
   EXPECT_EQ(StatusOf(path_).st_gid, 34U);
-  EXPECT_THAT(NamesIn(scratch_.Folder()), ElementsAre("file"));
+  EXPECT_THAT(ListFolder(scratch_.Folder()), ElementsAre("file"));
 }
 
 TEST_F(FilesTest, AFileWithoutMarkIsNotRewritten) {
   for (const std::string content : {"", "\xEF\xBB", "text", "x\xEF\xBB\xBF"}) {
-    Put(path_, content, 0644);
+    WriteFile(path_, content, 0644);
     const auto before = StatusOf(path_).st_ino;
     EXPECT_EQ(KLIBCFileUTF8BomStrip(path_), 0);
-    EXPECT_EQ(Get(path_), content);
+    EXPECT_EQ(ReadFile(path_), content);
     EXPECT_EQ(StatusOf(path_).st_ino, before);
   }
 }
 
 TEST_F(FilesTest, TheMarkOfALinkedFileIsRemovedFromTheTarget) {
-  Put(scratch_.Path("target"), std::string(kMark) + "x");
+  WriteFile(scratch_.Path("target"), std::string(kMark) + "x");
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   EXPECT_EQ(KLIBCFileUTF8BomStrip(path_), 0);
   EXPECT_TRUE(S_ISLNK(StatusOf(path_).st_mode));
-  EXPECT_EQ(Get(scratch_.Path("target")), "x");
+  EXPECT_EQ(ReadFile(scratch_.Path("target")), "x");
 }
 
 TEST_F(FilesTest, AFailedRewriteLeavesTheMarkedFile) {
-  Put(path_, std::string(kMark) + "x");
+  WriteFile(path_, std::string(kMark) + "x");
   test::FaultScope scope;
   scope.faults.failing = "write";
   scope.faults.error = ENOSPC;
   EXPECT_EQ(KLIBCFileUTF8BomStrip(path_), -1);
   EXPECT_EQ(KLIBCErrGet(), ENOSPC);
-  EXPECT_EQ(Get(path_), std::string(kMark) + "x");
+  EXPECT_EQ(ReadFile(path_), std::string(kMark) + "x");
   EXPECT_EQ(KLIBCFileUTF8BomStrip(scratch_.Path("none")), -1);
   EXPECT_EQ(KLIBCErrGet(), ENOENT);
 }
@@ -192,17 +193,17 @@ TEST_F(FilesTest, FoldersThatAreThereKeepTheirMode) {
 }
 
 TEST_F(FilesTest, AFileInTheWayIsAFailure) {
-  Put(path_, "x");
+  WriteFile(path_, "x");
   EXPECT_LT(KOVAFSMkdirP(path_, 0, 1, 0, 0, 0755), 0);
   EXPECT_EQ(KLIBCErrGet(), ENOTDIR);
   EXPECT_LT(KOVAFSMkdirP(path_ + "/b", 0, 1, 0, 0, 0755), 0);
   EXPECT_LT(KOVAFSMkdirP("", 0, 1, 0, 0, 0755), 0);
-  EXPECT_EQ(Get(path_), "x");
+  EXPECT_EQ(ReadFile(path_), "x");
 }
 
 TEST_F(FilesTest, AWholeFileIsReadAsItIs) {
   const std::string content = std::string(100'000, 'x') + std::string("\0\r\n\xff", 4);
-  Put(path_, content);
+  WriteFile(path_, content);
   std::string read = "before";
   EXPECT_TRUE(ReadWholeFile(path_, read));
   EXPECT_EQ(read, content);

@@ -7,17 +7,19 @@
 
 #include <filesystem>
 
+#include "host_files.h"
 #include "scratch.h"
 #include "syslog_capture.h"
 
 namespace kova::platform {
 namespace {
 
-using test::Get;
+using test::Exists;
 using test::InChild;
-using test::Put;
+using test::ReadFile;
 using test::Scratch;
 using test::SyslogCapture;
+using test::WriteFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -27,7 +29,7 @@ class HooksTest : public testing::Test {
   ~HooksTest() override { std::filesystem::remove_all(kHookFolder); }
 
   void PutHook(const std::string& script, mode_t mode = 0755) {
-    Put(path_, "#!/bin/sh\n" + script, mode);
+    WriteFile(path_, "#!/bin/sh\n" + script, mode);
   }
 
   void ExpectIgnored(const std::string& fault) {
@@ -35,7 +37,7 @@ class HooksTest : public testing::Test {
     EXPECT_EQ(HookFault("notify"), fault);
     EXPECT_THAT(log.Texts(), IsEmpty());  // asking is not using
     EXPECT_EQ(RunHook("notify", {"tag"}), std::nullopt);
-    EXPECT_EQ(Get(scratch_.Path("ran")), "<missing>");
+    EXPECT_FALSE(Exists(scratch_.Path("ran")));
     EXPECT_THAT(log.Texts(), ElementsAre("hooks:# Ignored hook [" + path_ + "]: " + fault));
     EXPECT_EQ(log.Messages().at(0).priority, LOG_ERR);
   }
@@ -62,7 +64,7 @@ TEST_F(HooksTest, AHookIsRunWithItsArgumentsAndItsStatusIsTheResult) {
   PutHook(touch_ + "exit 6\n");
   EXPECT_EQ(HookFault("notify"), "");
   EXPECT_EQ(RunHook("notify", {"a b", ""}), 6);
-  EXPECT_EQ(Get(scratch_.Path("ran")), path_ + "|a b \n");
+  EXPECT_EQ(ReadFile(scratch_.Path("ran")), path_ + "|a b \n");
 }
 
 TEST_F(HooksTest, ItsOutputIsCollectedOrDropped) {
@@ -85,7 +87,7 @@ TEST_F(HooksTest, StandardInputIsEmpty) {
 TEST_F(HooksTest, AHookThatCannotBeRunOrIsKilledIsANegativeResult) {
   PutHook("kill -9 $$\n");
   EXPECT_EQ(RunHook("notify", {}), -1);
-  Put(path_, "#!/no/such/interpreter\n", 0755);
+  WriteFile(path_, "#!/no/such/interpreter\n", 0755);
   EXPECT_EQ(RunHook("notify", {}), -1);
 }
 
@@ -108,7 +110,7 @@ TEST_F(HooksTest, AFileThatIsNotExecutableIsIgnored) {
 }
 
 TEST_F(HooksTest, ALinkIsIgnoredWhateverItLeadsTo) {
-  Put(std::string(kHookFolder) + "/real", "#!/bin/sh\n" + touch_, 0755);
+  WriteFile(std::string(kHookFolder) + "/real", "#!/bin/sh\n" + touch_, 0755);
   ASSERT_EQ(symlink("real", path_.c_str()), 0);
   ExpectIgnored("not a regular file");
 }

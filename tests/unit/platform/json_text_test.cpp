@@ -4,13 +4,14 @@
 
 #include <cerrno>
 
+#include "host_files.h"
 #include "scratch.h"
 
 namespace kova::platform {
 namespace {
 
-using test::Put;
 using test::Scratch;
+using test::WriteFile;
 
 TEST(JsonTextTest, JsonOfAnyTypeIsParsed) {
   Json::Value value;
@@ -46,12 +47,12 @@ TEST(JsonTextTest, OnlyAnObjectIsReadFromAFile) {
   EXPECT_EQ(errno, ENOENT);
   EXPECT_TRUE(object.isNull());
   for (const char* text : {"", "[]", "null", "7", "\"x\"", "{\"a\":"}) {
-    Put(path, text);
+    WriteFile(path, text);
     EXPECT_FALSE(ReadJsonObject(path, object)) << text;
     EXPECT_EQ(errno, 0) << text;
     EXPECT_TRUE(object.isNull());
   }
-  Put(path, R"({"a":"b"})");
+  WriteFile(path, R"({"a":"b"})");
   EXPECT_TRUE(ReadJsonObject(path, object));
   EXPECT_EQ(object["a"].asString(), "b");
 }

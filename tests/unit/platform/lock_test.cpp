@@ -11,6 +11,7 @@
 #include <chrono>
 #include <thread>
 
+#include "host_files.h"
 #include "platform/error.h"
 #include "scratch.h"
 
@@ -20,13 +21,13 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-using test::Get;
 using test::InChild;
 using test::ModeOf;
-using test::Put;
+using test::ReadFile;
 using test::Scratch;
 using test::StatusOf;
 using test::Umask;
+using test::WriteFile;
 
 class LockTest : public testing::Test {
  protected:
@@ -48,18 +49,18 @@ TEST_F(LockTest, AMissingLockFileIsCreatedForItsOwnerAlone) {
   ASSERT_EQ(Lock(1, 0, &handle), 0);
   EXPECT_GE(handle, 0);
   EXPECT_EQ(ModeOf(path_), 0600U);
-  EXPECT_EQ(Get(path_), "");
+  EXPECT_EQ(ReadFile(path_), "");
   EXPECT_EQ(fcntl(handle, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
   EXPECT_EQ(KLIBCFileUnlockByFile(handle), 0);
   EXPECT_EQ(fcntl(handle, F_GETFD), -1);
 }
 
 TEST_F(LockTest, TheContentOfALockFileSurvives) {
-  Put(path_, "content", 0640);
+  WriteFile(path_, "content", 0640);
   int handle = -1;
   ASSERT_EQ(Lock(1, 0, &handle), 0);
   EXPECT_EQ(KLIBCFileUnlockByFile(handle), 0);
-  EXPECT_EQ(Get(path_), "content");
+  EXPECT_EQ(ReadFile(path_), "content");
   EXPECT_EQ(ModeOf(path_), 0640U);
 }
 
@@ -149,9 +150,9 @@ TEST_F(LockTest, ALinkIsRefusedAndNothingMadeThroughIt) {
   EXPECT_LT(Lock(1, 0, &handle), 0);
   EXPECT_EQ(KLIBCErrGet(), ELOOP);
   EXPECT_NE(access(scratch_.Path("target").c_str(), F_OK), 0);
-  Put(scratch_.Path("target"), "precious");
+  WriteFile(scratch_.Path("target"), "precious");
   EXPECT_LT(Lock(1, 0, &handle), 0);
-  EXPECT_EQ(Get(scratch_.Path("target")), "precious");
+  EXPECT_EQ(ReadFile(scratch_.Path("target")), "precious");
   EXPECT_EQ(handle, -1);
 }
 
@@ -170,17 +171,17 @@ TEST_F(LockTest, OnlyARegularFileIsALockFile) {
 
 TEST_F(LockTest, AFileThatAnotherUserMadeInAStickyFolderIsLockedAsWell) {
   ASSERT_EQ(chmod(scratch_.Folder().c_str(), 01777), 0);
-  Put(path_, "theirs", 0600);
+  WriteFile(path_, "theirs", 0600);
   ASSERT_EQ(chown(path_.c_str(), 65534, 65534), 0);
   int handle = -1;
   ASSERT_EQ(Lock(1, 0, &handle), 0);
   EXPECT_EQ(KLIBCFileUnlockByFile(handle), 0);
-  EXPECT_EQ(Get(path_), "theirs");
+  EXPECT_EQ(ReadFile(path_), "theirs");
   EXPECT_EQ(StatusOf(path_).st_uid, 65534U);
 }
 
 TEST_F(LockTest, AFileThatMayOnlyBeReadIsLockedAsWell) {
-  Put(path_, "", 0644);
+  WriteFile(path_, "", 0644);
   ASSERT_EQ(chmod(scratch_.Folder().c_str(), 0755), 0);
   EXPECT_EQ(InChild([&] {
               int handle = -1;

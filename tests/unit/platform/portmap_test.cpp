@@ -13,6 +13,7 @@
 
 #include "fake_router.h"
 #include "faults.h"
+#include "host_files.h"
 #include "platform/device.h"
 #include "platform/error.h"
 #include "platform/hooks.h"
@@ -26,15 +27,16 @@ namespace {
 
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using test::Exists;
 using test::FakeRouter;
 using test::FaultScope;
-using test::Get;
 using test::ModeOf;
-using test::Put;
+using test::ReadFile;
 using test::RouterMapping;
 using test::RouterTraits;
 using test::Scratch;
 using test::SyslogCapture;
+using test::WriteFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -153,7 +155,7 @@ TEST_F(PortmapRouterTest, AGatewayWithoutConnectionIsNone) {
 }
 
 TEST_F(PortmapRouterTest, NoRouterMeansNoSearch) {
-  Put(kDeviceRecordPath, R"({"router": "none"})", 0600);
+  WriteFile(kDeviceRecordPath, R"({"router": "none"})", 0600);
   const auto start = steady_clock::now();
   EXPECT_NE(KLibKovaPortMapRouterDetect(), 0);
   EXPECT_LT(Open(), 0);
@@ -296,7 +298,7 @@ TEST_F(PortmapRouterTest, ARouterThatKeepsTheMappingsFailsTheRemoval) {
   EXPECT_EQ(Open(), 0);
   EXPECT_LT(Close(), 0);
   EXPECT_EQ(KLIBCErrGet(), EHOSTUNREACH);
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);  // for they are still open
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);  // for they are still open
 }
 
 TEST_F(PortmapRouterTest, ARouterThatWasRestartedIsFoundAgain) {
@@ -315,11 +317,11 @@ TEST_F(PortmapRouterTest, ARouterThatIsGoneFailsTheCall) {
   EXPECT_LT(Close(), 0);
   EXPECT_LT(Open(), 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);
 }
 
 TEST_F(PortmapRouterTest, TheRecordFollowsTheRouter) {
-  Put(kPortmapRecordPath, R"({"Web": [{"router_port": 8080, "device_port": 80}]})");
+  WriteFile(kPortmapRecordPath, R"({"Web": [{"router_port": 8080, "device_port": 80}]})");
   RouterTraits traits;
   traits.refused = {"443"};
   Start(traits);
@@ -335,14 +337,14 @@ TEST_F(PortmapRouterTest, TheRecordFollowsTheRouter) {
 
 TEST_F(PortmapRouterTest, ARecordThatCannotBeWrittenIsToldAndThePortsAreOpen) {
   Start();
-  Put(kPortmapRecordPath, "[]");
+  WriteFile(kPortmapRecordPath, "[]");
   SyslogCapture log;
   EXPECT_EQ(Open(), 0);
   EXPECT_EQ(Results(), "80 ok, 443 ok");
   EXPECT_THAT(log.Texts(), ElementsAre("portmap:# Failed to record port map rules "
                                        "[/usr/kova/etc/portmap.json]: Invalid argument"));
   EXPECT_EQ(log.Messages().at(0).priority, LOG_ERR);
-  EXPECT_EQ(Get(kPortmapRecordPath), "[]");
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), "[]");
 }
 
 TEST_F(PortmapRouterTest, OnlySoManyResultsAreReportedAsThereIsRoomFor) {
@@ -367,7 +369,7 @@ TEST_F(PortmapTest, WhatCannotBeARuleSetIsRefused) {
   EXPECT_LT(KLibKovaPortMapRulesSet(results_.data(), 1, kSet, &rule, 0), 0);
   EXPECT_LT(KLibKovaPortMapRulesSet(nullptr, 1, kSet, &rule, 1), 0);
   EXPECT_EQ(KLIBCErrGet(), EINVAL);
-  EXPECT_EQ(Get(kPortmapRecordPath), "<missing>");
+  EXPECT_FALSE(Exists(kPortmapRecordPath));
 }
 
 // ---- hooks
@@ -375,8 +377,8 @@ TEST_F(PortmapTest, WhatCannotBeARuleSetIsRefused) {
 class PortmapHookTest : public PortmapTest {
  protected:
   void PutHook(const std::string& name, const std::string& script) {
-    Put(std::string(kHookFolder) + "/" + name,
-        "#!/bin/sh\necho \"$*\" >> " + calls_ + "\n" + script, 0755);
+    WriteFile(std::string(kHookFolder) + "/" + name,
+              "#!/bin/sh\necho \"$*\" >> " + calls_ + "\n" + script, 0755);
   }
 
   Scratch scratch_;
@@ -390,7 +392,7 @@ TEST_F(PortmapHookTest, TheDetectionHooksStatusIsTheResult) {
   EXPECT_EQ(KLibKovaPortMapRouterDetect(), 42);
   PutHook("router-detect", "kill -9 $$\n");
   EXPECT_LT(KLibKovaPortMapRouterDetect(), 0);
-  EXPECT_EQ(Get(calls_), "\n\n\n");
+  EXPECT_EQ(ReadFile(calls_), "\n\n\n");
 }
 
 TEST_F(PortmapHookTest, TheRulesHookGetsTheSetAndAnswersPerRule) {
@@ -398,7 +400,7 @@ TEST_F(PortmapHookTest, TheRulesHookGetsTheSetAndAnswersPerRule) {
   EXPECT_EQ(Open(), 0);
   EXPECT_EQ(Results(), "80 ok, 443 failed");
   EXPECT_EQ(Close(), 0);
-  EXPECT_EQ(Get(calls_), "Letsencrypt 80:80 443:443\nLetsencrypt\n");
+  EXPECT_EQ(ReadFile(calls_), "Letsencrypt 80:80 443:443\nLetsencrypt\n");
 }
 
 TEST_F(PortmapHookTest, WhatTheHookDoesNotConfirmIsRefused) {
@@ -420,18 +422,18 @@ TEST_F(PortmapHookTest, AFailingHookFailsTheCallAndChangesNothing) {
   PutHook("router-rules", "echo 80 ok\necho 443 ok\nexit 3\n");
   EXPECT_LT(Open(), 0);
   EXPECT_EQ(Results(), "0 failed, 0 failed");
-  EXPECT_EQ(Get(kPortmapRecordPath), "<missing>");
-  Put(kPortmapRecordPath, kBothRules);
+  EXPECT_FALSE(Exists(kPortmapRecordPath));
+  WriteFile(kPortmapRecordPath, kBothRules);
   EXPECT_LT(Close(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);
 }
 
 TEST_F(PortmapHookTest, TheRecordFollowsTheHookAsWell) {
   PutHook("router-rules", "echo 80 ok\necho 443 ok\n");
   EXPECT_EQ(Open(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);
   EXPECT_EQ(Close(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), "{}\n");
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), "{}\n");
 }
 
 // ---- the record
@@ -444,7 +446,7 @@ class PortmapRecordTest : public PortmapTest {
 
 TEST_F(PortmapRecordTest, ASetIsAddedReplacedAndDropped) {
   EXPECT_EQ(Store(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);
   EXPECT_EQ(ModeOf(kPortmapRecordPath), 0644U);
   const KOVA_PORTMAP_RULE rule{8080, 0, 80};
   EXPECT_EQ(KLibKovaPortMapRulesConfigSet(kSet, &rule, 1), 0);
@@ -454,11 +456,11 @@ TEST_F(PortmapRecordTest, ASetIsAddedReplacedAndDropped) {
   EXPECT_EQ(record[kSet][0]["router_port"].asInt(), 8080);
   EXPECT_EQ(record[kSet][0]["device_port"].asInt(), 80);
   EXPECT_EQ(Drop(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), "{}\n");
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), "{}\n");
 }
 
 TEST_F(PortmapRecordTest, OtherSetsAreKeptAsTheyAre) {
-  Put(kPortmapRecordPath, R"({"Web": {"unknown": [1, "two"]}, "Letsencrypt": []})");
+  WriteFile(kPortmapRecordPath, R"({"Web": {"unknown": [1, "two"]}, "Letsencrypt": []})");
   EXPECT_EQ(Store(), 0);
   EXPECT_EQ(Drop(), 0);
   Json::Value record;
@@ -469,25 +471,25 @@ TEST_F(PortmapRecordTest, OtherSetsAreKeptAsTheyAre) {
 
 TEST_F(PortmapRecordTest, DroppingWhatIsNotThereWritesNothing) {
   EXPECT_EQ(Drop(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), "<missing>");
-  Put(kPortmapRecordPath, "{\"Web\":[]}");
+  EXPECT_FALSE(Exists(kPortmapRecordPath));
+  WriteFile(kPortmapRecordPath, "{\"Web\":[]}");
   EXPECT_EQ(Drop(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), "{\"Web\":[]}");
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), "{\"Web\":[]}");
 }
 
 TEST_F(PortmapRecordTest, ABlankFileIsAnEmptyRecord) {
-  Put(kPortmapRecordPath, " \n");
+  WriteFile(kPortmapRecordPath, " \n");
   EXPECT_EQ(Store(), 0);
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);
 }
 
 TEST_F(PortmapRecordTest, WhatIsNoRecordIsLeftUntouched) {
   for (const char* content : {"{\"Letsencrypt\":", "[]", "null", "7"}) {
-    Put(kPortmapRecordPath, content);
+    WriteFile(kPortmapRecordPath, content);
     EXPECT_LT(Store(), 0) << content;
     EXPECT_EQ(KLIBCErrGet(), EINVAL);
     EXPECT_LT(Drop(), 0) << content;
-    EXPECT_EQ(Get(kPortmapRecordPath), content);
+    EXPECT_EQ(ReadFile(kPortmapRecordPath), content);
   }
 }
 
@@ -498,7 +500,7 @@ TEST_F(PortmapRecordTest, AFailedWriteLeavesTheOldRecord) {
   scope.faults.error = ENOSPC;
   EXPECT_LT(Drop(), 0);
   EXPECT_EQ(KLIBCErrGet(), ENOSPC);
-  EXPECT_EQ(Get(kPortmapRecordPath), kBothRules);
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);
 }
 
 TEST_F(PortmapRecordTest, EditsAtTheSameTimeAllCount) {

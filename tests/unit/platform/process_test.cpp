@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 
+#include "host_files.h"
 #include "platform/error.h"
 #include "scratch.h"
 #include "syslog_capture.h"
@@ -19,11 +20,11 @@ namespace {
 
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-using test::Get;
 using test::InChild;
-using test::Put;
+using test::ReadFile;
 using test::Scratch;
 using test::SyslogCapture;
+using test::WriteFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -47,8 +48,8 @@ TEST(ProcessTest, AKilledChildIsANegativeResult) {
 
 TEST(ProcessTest, AProgramThatCannotBeRunIsANegativeResult) {
   const Scratch scratch;
-  Put(scratch.Path("plain"), "#!/bin/sh\n", 0644);
-  Put(scratch.Path("textual"), "echo not by any shell\n", 0755);
+  WriteFile(scratch.Path("plain"), "#!/bin/sh\n", 0644);
+  WriteFile(scratch.Path("textual"), "echo not by any shell\n", 0755);
   const std::vector<std::pair<std::string, int>> programs = {{"/bin/no-such-program", ENOENT},
                                                              {scratch.Path("plain"), EACCES},
                                                              {scratch.Path("textual"), ENOEXEC},
@@ -178,11 +179,11 @@ TEST(ProcessTest, ClosedStandardDescriptorsHereDoNotConfuseTheChild) {
     return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1 ? 0 : 4;
   });
   EXPECT_EQ(result, 0);
-  EXPECT_EQ(Get(fds), "0\n1\n2\n3\n");
+  EXPECT_EQ(ReadFile(fds), "0\n1\n2\n3\n");
 }
 
 TEST(ProcessTest, NoDescriptorIsLeftOpenHere) {
-  const auto count = [] { return test::NamesIn("/proc/self/fd").size(); };
+  const auto count = [] { return test::ListFolder("/proc/self/fd").size(); };
   const size_t before = count();
   std::string output;
   KLIBCExecl(kShell, kKovaExecTool, {"-c", "echo x >&2"});

@@ -1,4 +1,4 @@
-// Files for tests: a folder that vanishes, and short ways to look at what is in it.
+// A folder, a child process, a umask for the length of a test.
 #pragma once
 
 #include <sys/stat.h>
@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace kova::test {
 
@@ -24,12 +23,7 @@ class Scratch {
   std::string folder_;
 };
 
-// Missing parents are made (0755). The file gets exactly `mode`.
-void Put(const std::string& path, const std::string& content, mode_t mode = 0644);
-std::string Get(const std::string& path);                     // "<missing>" when it cannot be read
-std::vector<std::string> NamesIn(const std::string& folder);  // sorted
-struct stat StatusOf(const std::string& path);                // of the file itself, not its target
-mode_t ModeOf(const std::string& path);                       // permission bits
+struct stat StatusOf(const std::string& path);  // of the file itself, not its target
 
 // Runs a shell command of a test and fails the test when it fails.
 void Shell(const std::string& command);

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "host_files.h"
 #include "platform/device.h"
 #include "platform/hooks.h"
 #include "scratch.h"
@@ -14,10 +15,10 @@
 namespace kova::platform {
 namespace {
 
-using test::Get;
-using test::Put;
+using test::ReadFile;
 using test::Scratch;
 using test::SyslogCapture;
+using test::WriteFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -46,17 +47,17 @@ class ServiceTest : public testing::Test {
   }
   void PutScript(const std::string& path, const std::string& name, int status) {
     unlink(path.c_str());
-    Put(path,
-        "#!/bin/sh\necho \"" + name + " $*\" >> " + calls_ +
-            "\necho printed\necho complaint >&2\n" + "exit " + std::to_string(status) + "\n",
-        0755);
+    WriteFile(path,
+              "#!/bin/sh\necho \"" + name + " $*\" >> " + calls_ +
+                  "\necho printed\necho complaint >&2\n" + "exit " + std::to_string(status) + "\n",
+              0755);
   }
 
   // What was called since the last time.
   std::string Calls() {
-    const std::string calls = Get(calls_);
+    const std::string calls = ReadFile(calls_);
     unlink(calls_.c_str());
-    return calls == "<missing>" ? "" : calls;
+    return calls;
   }
 
   static bool RestartWebFrontend() {
@@ -129,7 +130,7 @@ TEST_F(ServiceTest, AServiceIsReloadedByTheHook) {
 }
 
 TEST_F(ServiceTest, TheWebFrontendOfTheDeviceRecordIsRestarted) {
-  Put(kDeviceRecordPath, R"({"web_frontend": "nginx.service"})", 0600);
+  WriteFile(kDeviceRecordPath, R"({"web_frontend": "nginx.service"})", 0600);
   EXPECT_TRUE(RestartWebFrontend());
   EXPECT_EQ(Calls(), "systemctl restart nginx.service\n");
   PutSystemctl(5);

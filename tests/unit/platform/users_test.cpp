@@ -5,21 +5,23 @@
 #include <cerrno>
 #include <string>
 
+#include "host_files.h"
 #include "platform/error.h"
-#include "scratch.h"
 
 namespace kova::platform {
 namespace {
 
-using test::Get;
-using test::Put;
+using test::ReadFile;
+using test::WriteFile;
 
 class UsersTest : public testing::Test {
  protected:
-  UsersTest() { Put("/etc/passwd", passwd_ + "webowner:x:4711:4712::/nonexistent:/bin/false\n"); }
-  ~UsersTest() override { Put("/etc/passwd", passwd_); }
+  UsersTest() {
+    WriteFile("/etc/passwd", passwd_ + "webowner:x:4711:4712::/nonexistent:/bin/false\n");
+  }
+  ~UsersTest() override { WriteFile("/etc/passwd", passwd_); }
 
-  std::string passwd_ = Get("/etc/passwd");
+  std::string passwd_ = ReadFile("/etc/passwd");
   uid_t uid_ = 99;
   gid_t gid_ = 98;
 };
@@ -45,7 +47,8 @@ TEST_F(UsersTest, AnUnknownUserFailsAndLeavesTheIdsAlone) {
 }
 
 TEST_F(UsersTest, ALongRecordIsRead) {
-  Put("/etc/passwd", passwd_ + "long:x:4711:4712:" + std::string(3000, 'x') + ":/:/bin/false\n");
+  WriteFile("/etc/passwd",
+            passwd_ + "long:x:4711:4712:" + std::string(3000, 'x') + ":/:/bin/false\n");
   EXPECT_EQ(KOVAUserGetUGID("long", &uid_, &gid_), 0);
   EXPECT_EQ(uid_, 4711U);
 }
