@@ -45,7 +45,8 @@ enum class IndexEdit { kWrite, kLeave, kRefuse };
 enum class MissingIndex { kIsBroken, kIsEmpty };
 
 // Gets INFO's object as it is under the lock, and says what is to become of it: written back, left
-// as it is (a success as well), or given up (a failure; the editor has logged why).
+// as it is (a success as well), or given up (a failure; the editor has said why). What the editor
+// throws passes through; INFO is then as it was.
 using IndexEditor = std::function<IndexEdit(Json::Value& info)>;
 
 // The one read-modify-write. False when the lock was not to be had, INFO was not readable or not

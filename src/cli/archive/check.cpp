@@ -1,0 +1,71 @@
+// kova-archive check: the integrity test, recovery included.
+
+#include <limits>
+
+#include "certificate/integrity.h"
+#include "cli/archive/command.h"
+#include "cli/archive/entries.h"
+#include "cli/archive/reasons.h"
+
+namespace kova::archive_cli {
+namespace {
+
+using cert_archive::Integrity;
+
+struct Verdict {
+  std::string id;
+  Integrity result;
+  std::string reason;  // of a failure or a recovery
+};
+
+Verdict Test(const std::string& id) {
+  const Reasons reasons;
+  const Integrity result = cert_archive::TestIntegrity(id);
+  return {id, result, result == Integrity::kUsable ? "" : reasons.First()};
+}
+
+const char* Word(Integrity result) {
+  switch (result) {
+    case Integrity::kUsable:
+      return "ok";
+    case Integrity::kRecovered:
+      return "recovered";
+    case Integrity::kUnusable:
+      break;
+  }
+  return "failed";
+}
+
+void Report(const Verdict& verdict, Reply& reply) {
+  const std::string reason = verdict.reason.empty() ? "" : " (" + verdict.reason + ")";
+  reply.text += verdict.id + ": " + Word(verdict.result) + reason + "\n";
+  Json::Value object;
+  object["id"] = verdict.id;
+  object["result"] = Word(verdict.result);
+  object["reason"] = verdict.reason;
+  reply.document["certificates"].append(object);
+}
+
+Reply Run(const Arguments& arguments) {
+  const std::vector<std::string> ids =
+      arguments.operands.empty() ? ReadIndexOrFail().getMemberNames() : arguments.operands;
+  Reply reply;
+  reply.document["certificates"] = Json::Value(Json::arrayValue);
+  std::vector<std::string> failed;
+  for (const std::string& id : ids) {
+    const Verdict verdict = Test(id);
+    Report(verdict, reply);
+    if (verdict.result == Integrity::kUnusable) failed.push_back(id + ": " + verdict.reason);
+  }
+  reply.failure = Joined(failed);
+  return reply;
+}
+
+}  // namespace
+
+const Command kCheck = {"check", "[ID ...]",
+                        0,       std::numeric_limits<size_t>::max(),
+                        {},      "Test certificates and repair those that lack files",
+                        Run};
+
+}  // namespace kova::archive_cli

@@ -1,0 +1,70 @@
+// What a command of kova-archive is: its place in the usage text, its options and what it does.
+#pragma once
+
+#include <json/value.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kova::archive_cli {
+
+// The arguments of one run, checked against the command's rules.
+struct Arguments {
+  std::vector<std::string> operands;
+  std::map<std::string, std::string> options;  // by name without dashes; flags have no text
+  bool json = false;
+
+  [[nodiscard]] bool Has(const std::string& option) const { return options.contains(option); }
+  // Empty when it was not given.
+  [[nodiscard]] std::string Text(const std::string& option) const;
+};
+
+struct OptionRule {
+  const char* name;
+  const char* value;  // what stands for it in the usage text; null for a flag
+  bool required;
+  const char* meaning;
+};
+
+// What a command has to say: `text` to people, `document` to programs (--json).
+struct Reply {
+  std::string text;
+  Json::Value document{Json::objectValue};
+  std::string failure;  // not empty: the run fails for this reason, after saying the above
+};
+
+// Thrown by commands: one line that says what failed and why.
+struct Failure {
+  std::string message;
+};
+
+// Thrown for arguments that no command can make sense of.
+struct UsageError {
+  std::string message;
+};
+
+struct Command {
+  const char* word;
+  const char* operands;  // as the usage text shows them
+  size_t least;          // how many operands it takes
+  size_t most;
+  std::vector<OptionRule> options;
+  const char* summary;  // one line
+  Reply (*run)(const Arguments& arguments);
+};
+
+// All of them, in the order of the usage text.
+const std::vector<const Command*>& Commands();
+
+extern const Command kList;
+extern const Command kAdd;
+extern const Command kRemove;
+extern const Command kDefault;
+extern const Command kBind;
+extern const Command kUnbind;
+extern const Command kDeploy;
+extern const Command kCheck;
+extern const Command kSelfSigned;
+
+}  // namespace kova::archive_cli
