@@ -2,12 +2,28 @@
 
 #include <json/writer.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 
 #include "platform/files.h"
 #include "platform/json_text.h"
 
 namespace kova {
+namespace {
+
+// Two bytes of text can become a value of more than a hundred. What people and protocols write
+// has some dozens of values; millions of them would use up the memory of a small host.
+constexpr std::ptrdiff_t kMaximumValues = 100000;
+
+// Counts generously: each value but the first of a list or object follows a comma.
+bool HoldsTooManyValues(const std::string& text) {
+  return std::count_if(text.begin(), text.end(), [](char character) {
+           return character == ',' || character == '[' || character == '{';
+         }) > kMaximumValues;
+}
+
+}  // namespace
 
 // The classic writers are kept for their exact bytes: file formats and signed texts depend on them.
 #pragma GCC diagnostic push
@@ -24,7 +40,8 @@ std::string JsonToString(const Json::Value& value) {
 }
 
 bool JsonFromText(const std::string& text, Json::Value& value) {
-  return platform::ParseJson(text, value);
+  value = Json::Value();
+  return !HoldsTooManyValues(text) && platform::ParseJson(text, value);
 }
 
 bool JsonFromFile(const std::string& path, Json::Value& value) {

@@ -17,7 +17,8 @@ std::string JsonToString(const Json::Value& value);
 // The classic indented writer, ended by a line feed; used for every file and for results.
 std::string JsonStyledText(const Json::Value& value);
 
-// Parses `text`; false when it is not JSON.
+// Parses a text from elsewhere. False, with a null value, when it is not JSON or holds an absurd
+// number of values.
 [[nodiscard]] bool JsonFromText(const std::string& text, Json::Value& value);
 
 // The platform's Json::Value::fromFile: true when the file opened and parsed, as any type of value.

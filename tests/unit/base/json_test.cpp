@@ -80,6 +80,32 @@ TEST(JsonFromText, RefusesDeepNesting) {
   EXPECT_TRUE(value.isNull());
 }
 
+TEST(JsonFromText, RefusesAnAbsurdNumberOfValues) {
+  std::string list = "[0";
+  std::string object = R"({"a":0)";
+  std::string nested = "[[]";
+  for (int i = 0; i < 100000; ++i) {
+    list += ",0";
+    object += R"(,"a":0)";
+    nested += ",[]";
+  }
+  for (const std::string& text : {list + "]", object + "}", nested + "]"}) {
+    Json::Value value("before");
+    EXPECT_FALSE(JsonFromText(text, value));
+    EXPECT_TRUE(value.isNull());
+  }
+}
+
+TEST(JsonFromText, TakesManyValuesAndLongTexts) {
+  Json::Value value;
+  std::string list = "[0";
+  for (int i = 1; i < 100000; ++i) list += ",0";
+  EXPECT_TRUE(JsonFromText(list + "]", value));
+  EXPECT_EQ(value.size(), 100000U);
+  EXPECT_TRUE(JsonFromText("{\"a\":\"" + std::string(10 << 20, 'x') + "\"}", value));
+  EXPECT_EQ(value["a"].asString().size(), 10U << 20);
+}
+
 TEST(JsonFromFile, ReadsAnyTypeOfValue) {
   Json::Value value;
   EXPECT_TRUE(JsonFromFile(File("{\"a\": 5}"), value));

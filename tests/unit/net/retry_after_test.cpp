@@ -36,6 +36,7 @@ TEST(RetryAfter, HoldsSecondsBetweenOneAndTen) {
   EXPECT_EQ(Of("000"), seconds(1));
   EXPECT_EQ(Of("11"), seconds(10));
   EXPECT_EQ(Of("3600"), seconds(10));
+  EXPECT_EQ(Of("99999999999"), seconds(10));
   EXPECT_EQ(Of(std::string(1000, '9')), seconds(10));
 }
 
