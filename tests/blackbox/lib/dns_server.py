@@ -23,7 +23,7 @@ class DnsServer:
         self.answer = None          # callable (request DNSRecord) -> bytes: takes over
         self._records = {}          # name -> list of texts (each a list of strings)
         self._hidden = {}           # name -> queries for which its records do not show yet
-        self._lock = threading.Lock()
+        self._lock = threading.RLock()
         self._servers = []
         for base, handler in ((socketserver.ThreadingUDPServer, _Datagram),
                               (socketserver.ThreadingTCPServer, _Stream)):

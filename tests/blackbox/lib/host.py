@@ -34,7 +34,7 @@ class Host:
         for folder in FRESH_FOLDERS:
             self.mount(folder)
         subprocess.run(["/bin/cp", "-a", self._stage + "/usr/kova/.", "/usr/kova"], check=True)
-        shutil.rmtree(paths.WEBROOT, ignore_errors=True)
+        _remove(paths.WEBROOT)
         self.syslog = SyslogCapture()
         # No router: looking for one would take two seconds of every run.
         self.device(router="none")
@@ -44,7 +44,7 @@ class Host:
             self.end(process)
         for folder in reversed(self._mounted):
             mounts.unmount(folder)
-        shutil.rmtree(paths.WEBROOT, ignore_errors=True)
+        _remove(paths.WEBROOT)
         self.syslog.close()
 
     def mount(self, folder, mode=0o755, size=None):
@@ -160,6 +160,13 @@ class Host:
         servers = "".join(f"--- output of {process.args[0]}\n{self.output(process)[-6000:]}\n"
                           for process in self._processes)
         return "\n".join(map(str, self.runs)) + servers
+
+
+def _remove(path):
+    if os.path.isdir(path):
+        shutil.rmtree(path)
+    elif os.path.lexists(path):
+        os.unlink(path)
 
 
 def _sleeps(log):

@@ -1,8 +1,10 @@
 """Certificates of the archive as a host has them before its weekly run: folder, renewal record,
 index entry, services with their reload scripts."""
 
+import contextlib
 import json
 import os
+import pwd
 
 from cryptography import x509
 from cryptography.hazmat.primitives.asymmetric import ec
@@ -34,6 +36,22 @@ def serial(path):
     return x509.load_pem_x509_certificate(expect.read(path).encode()).serial_number
 
 
+def put_certificate(host, folder, issuer, names=(NAME,), days=10):
+    """Puts a certificate from that issuer and its key into a folder, in the place of what it has.
+    Returns the serial number."""
+    key = ec.generate_private_key(ec.SECP256R1())
+    leaf = issuer.issue(names, key.public_key(), days)
+    first, *chain = (pem(each) for each in issuer.chain(leaf))
+    content = {"cert.pem": first, "chain.pem": b"".join(chain), "privkey.pem": pem(key),
+               "fullchain.pem": first + b"".join(chain)}
+    os.makedirs(folder, 0o700, exist_ok=True)
+    for name, data in content.items():
+        if os.path.exists(f"{folder}/{name}"):
+            os.unlink(f"{folder}/{name}")
+        host.write(f"{folder}/{name}", data, 0o400)
+    return leaf.serial_number
+
+
 class Archive:
     """The archive of one host."""
 
@@ -45,16 +63,8 @@ class Archive:
             record=None, index=None):
         """A certificate of that issuer organisation which expires in so many days, entered in the
         index with these services (`index`: with that entry instead). Returns its folder."""
-        key = ec.generate_private_key(ec.SECP256R1())
-        issuer = Issuer(organisation)
-        issuer.days = days
-        leaf, *chain = (pem(each) for each in issuer.chain(issuer.issue(names, key.public_key())))
-        content = {"cert.pem": leaf, "chain.pem": b"".join(chain), "privkey.pem": pem(key),
-                   "fullchain.pem": leaf + b"".join(chain)}
         folder = folder_of(identity)
-        os.makedirs(folder, 0o700, exist_ok=True)
-        for name, data in content.items():
-            self._host.write(f"{folder}/{name}", data, 0o400)
+        put_certificate(self._host, folder, Issuer(organisation), names, days)
         if record is not None:
             self.record(identity, record)
         self.enter(identity, {"services": list(services)} if index is None else index)
@@ -74,6 +84,20 @@ class Archive:
 def record(directory, account, domains=NAME, version=2):
     """The renewal record of a certificate from the CA with that directory."""
     return {"account": account, "domains": domains, "server": directory, "version": version}
+
+
+@contextlib.contextmanager
+def host_user(name="webuser", uid=4242, gid=4343):
+    """A user of the host for as long as it lasts."""
+    with open("/etc/passwd", encoding="ascii") as passwd:
+        original = passwd.read()
+    with open("/etc/passwd", "a", encoding="ascii") as passwd:
+        passwd.write(f"{name}:x:{uid}:{gid}::/nonexistent:/usr/sbin/nologin\n")
+    try:
+        yield pwd.getpwnam(name)
+    finally:
+        with open("/etc/passwd", "w", encoding="ascii") as passwd:
+            passwd.write(original)
 
 
 def quiet(result):

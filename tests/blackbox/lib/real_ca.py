@@ -1,0 +1,83 @@
+"""Debian's pebble as the CA: a real server that validates over the loopback, with a web PKI of its
+own that the host is made to trust."""
+
+import json
+import os
+import ssl
+import urllib.error
+import urllib.request
+
+from cryptography.hazmat.primitives.asymmetric import rsa
+
+from .issuer import Issuer, pem
+from .nginx import accepts
+
+TRUST_STORE = "/etc/ssl/certs/ca-certificates.crt"
+ACME, MANAGEMENT, NAMES, NAMES_MANAGEMENT = 14000, 15000, 8053, 8055
+
+
+class RealCa:
+    """Validates http-01 on port 80 of 127.0.0.1, where every name resolves to."""
+
+    directory = f"https://localhost:{ACME}/dir"
+
+    def __init__(self, host):
+        self._host = host
+        self._folder = host.workspace + "/pebble"
+        self._configure()
+        host.spawn(["/usr/bin/pebble-challtestsrv", "-dns01", f"127.0.0.1:{NAMES}",
+                    "-management", f"127.0.0.1:{NAMES_MANAGEMENT}", "-defaultIPv6", "",
+                    "-http01", "", "-https01", "", "-tlsalpn01", ""],
+                   ready=lambda: accepts(NAMES_MANAGEMENT))
+        self._process = host.spawn(
+            ["/usr/bin/pebble", "-config", self._folder + "/config.json",
+             "-dnsserver", f"127.0.0.1:{NAMES}"],
+            # Nothing left to chance.
+            env={"PEBBLE_VA_NOSLEEP": "1", "PEBBLE_WFE_NONCEREJECT": "0",
+                 "PEBBLE_AUTHZREUSE": "0"},
+            ready=lambda: accepts(ACME) and accepts(MANAGEMENT))
+
+    def _configure(self):
+        issuer = Issuer("Web PKI of the test", intermediates=0)
+        key = rsa.generate_private_key(65537, 2048)
+        self._host.write(self._folder + "/cert.pem",
+                         pem(issuer.issue(["localhost"], key.public_key())))
+        self._host.write(self._folder + "/key.pem", pem(key), 0o600)
+        self._host.write(self._folder + "/config.json", json.dumps({"pebble": {
+            "listenAddress": f"127.0.0.1:{ACME}",
+            "managementListenAddress": f"127.0.0.1:{MANAGEMENT}",
+            "certificate": self._folder + "/cert.pem", "privateKey": self._folder + "/key.pem",
+            "httpPort": 80, "tlsPort": 443, "ocspResponderURL": "",
+            "externalAccountBindingRequired": False}}))
+        self._trust = _trust(pem(issuer.root))
+
+    def stop(self):
+        """From now on the CA is down."""
+        self._host.end(self._process)
+
+    def root(self):
+        """The PEM of the root that its certificates lead to."""
+        return self._manage("/roots/0").decode()
+
+    def status(self, serial):
+        """"Valid" or "Revoked", as its responder would say; None for a certificate not its own."""
+        try:
+            return json.loads(self._manage(f"/cert-status-by-serial/{serial:x}"))["Status"]
+        except urllib.error.HTTPError as error:
+            assert error.code == 404
+            return None
+
+    def _manage(self, path):
+        with urllib.request.urlopen(f"https://localhost:{MANAGEMENT}{path}", timeout=10,
+                                    context=self._trust) as reply:
+            return reply.read()
+
+
+def _trust(root):
+    """Adds this root, and no earlier one of these tests, to those that the host trusts."""
+    distribution = TRUST_STORE + ".distribution"
+    if not os.path.exists(distribution):
+        os.rename(TRUST_STORE, distribution)
+    with open(distribution, "rb") as roots, open(TRUST_STORE, "wb") as store:
+        store.write(roots.read() + root)
+    return ssl.create_default_context(cadata=root.decode())

@@ -1,0 +1,179 @@
+"""Keys and certificates: never readable by others, never cut, never left half written.
+
+A file-size limit kills the program in the middle of a write, so what a file looks like at that
+very moment can be seen afterwards.
+"""
+
+import json
+import os
+import signal
+import stat
+
+import pytest
+from lib import expect, paths
+from lib.http_script import Reply
+from lib.issuer import pem
+
+NAME = "www.host.example"
+
+
+def everything_below(folder):
+    found = []
+    for parent, folders, files in os.walk(folder):
+        found += [os.path.join(parent, name) for name in folders + files]
+    return found
+
+
+def assert_private(*roots):
+    for root in roots:
+        for path in [root, *everything_below(root)]:
+            assert stat.S_IMODE(os.lstat(path).st_mode) & 0o077 == 0, path
+
+
+@pytest.mark.parametrize("umask", [0, 0o022, 0o777])
+def test_modes_of_a_whole_run(host, ca, umask):
+    folder = expect.issued(host.new_cert(ca.directory, [NAME], umask=umask))
+    assert expect.mode(folder) == 0o700
+    [account] = host.accounts()
+    for name in ("info.json", "private_key.json"):
+        assert expect.mode(f"{account}/{name}") == 0o600
+    assert_private(folder, paths.ACCOUNTS)
+
+
+@pytest.mark.parametrize("umask", [0, 0o777])
+def test_account_key_is_private_while_it_is_written(host, ca, umask):
+    # The store is there, so that nothing but the files of the account is written.
+    os.makedirs(paths.ACCOUNTS, 0o700)
+    result = host.new_cert(ca.directory, [NAME], umask=umask, limits={"FSIZE": 700})
+    assert result.status == -signal.SIGXFSZ
+    halves = [path for path in everything_below(paths.ACCOUNTS) if os.path.isfile(path)
+              and os.path.getsize(path) == 700]
+    assert len(halves) == 1, "killed in the middle of the key"
+    assert b'"d" : "' in open(halves[0], "rb").read()
+    assert_private(*host.accounts())
+    assert not os.path.exists(host.accounts()[0] + "/private_key.json")
+
+
+@pytest.mark.parametrize("umask", [0, 0o777])
+def test_certificate_key_is_private_while_it_is_written(host, ca, account, umask):
+    # The chain is shorter than the key, so that the limit ends the run in the key.
+    certificate = pem(ca.issuer.root).decode()
+    ca.answer("certificate", Reply(200, certificate * 2))
+    limit = len(certificate) * 2 + 100
+    result = host.new_cert(ca.directory, [NAME], umask=umask, limits={"FSIZE": limit})
+    assert result.status == -signal.SIGXFSZ
+    [folder] = host.certificates()
+    halves = [path for path in everything_below(folder) if os.path.getsize(path) == limit]
+    assert len(halves) == 1, "killed in the middle of the key"
+    assert b"PRIVATE KEY" in open(halves[0], "rb").read()
+    assert_private(folder)
+    assert not os.path.exists(folder + "/privkey.pem")
+
+
+def test_limit_that_is_reported_instead_leaves_nothing_behind(host, ca, account):
+    # As above, with the signal ignored: the write fails.
+    host.settings(orderattempts=1, skipdns01=True)
+    result = host.run("-c", 'trap "" XFSZ; ulimit -f 1; exec "$0" new-cert -s "$1" -d "$2" -m "$3"',
+                      paths.PROGRAM, ca.directory, NAME, "admin@host.example",
+                      program="/bin/bash")
+    expect.gave_up(result, 202, "Failed to save pems", attempts=1)
+    assert host.certificates() == []
+
+
+# -- a full disk --------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("free", range(0, 7))
+def test_archive_on_a_full_disk(host, ca, account, free):
+    host.settings(orderattempts=1, skipdns01=True)
+    fill(host, paths.ARCHIVE, free)
+    result = host.new_cert(ca.directory, [NAME])
+    if free >= len(paths.CERTIFICATE_FILES):  # each of them takes one page
+        expect.issued(result, [NAME])
+        return
+    expect.gave_up(result, 202)
+    assert expect.retries(result)[0] in (
+        expect.retry_line(202, "Failed to save pems"),
+        expect.retry_line(202, "Failed to create folder for account item."))
+    assert os.listdir(paths.ARCHIVE) == ["filler"]
+
+
+def fill(host, folder, free):
+    """A disk of its own for the folder, with so many pages left."""
+    host.mount(folder, mode=0o700, size=64 * 4096)
+    host.write(folder + "/filler", b"x" * 4096 * (64 - free))
+
+
+def test_files_of_a_renewed_folder_go_when_the_disk_is_full(host, ca, account):
+    # The folder's five files are replaced one by one; a failure removes all of them, which its
+    # callers know, and keeps what is not theirs.
+    host.settings(orderattempts=1, skipdns01=True)
+    host.mount(paths.ARCHIVE, mode=0o700, size=64 * 4096)
+    folder = paths.ARCHIVE + "/AbC123"
+    for name in paths.CERTIFICATE_FILES:
+        host.write(f"{folder}/{name}", "old")
+    host.write(folder + "/mine", b"x" * 4096 * (64 - 5))
+    result = host.new_cert(ca.directory, [NAME], "-c", "AbC123")
+    expect.gave_up(result, 202, "Failed to save pems", attempts=1)
+    assert os.listdir(folder) == ["mine"]
+
+
+@pytest.mark.parametrize("free", range(0, 3))
+def test_account_store_on_a_full_disk(host, ca, free):
+    fill(host, paths.ACCOUNTS, free)
+    result = host.new_cert(ca.directory, [NAME])
+    if free == 2:
+        expect.issued(result)
+        return
+    assert result.status == 202
+    assert result.document["file"] in ("utils", "client_v2")
+    message = result.document["msg"]
+    assert message == "Failed to create folder for account item." or (
+        message.startswith(f"Failed to write {paths.ACCOUNTS}/")
+        and message.endswith(": No space left on device"))
+    # Nothing that a later run could take for an account, and no part of the key.
+    assert [p for p in everything_below(paths.ACCOUNTS) if p.endswith(".json")] == []
+    assert "newOrder" not in ca.trace
+
+
+def test_run_after_a_full_disk_succeeds(host, ca):
+    fill(host, paths.ACCOUNTS, 1)
+    assert host.new_cert(ca.directory, [NAME]).status == 202
+    os.unlink(paths.ACCOUNTS + "/filler")
+    expect.issued(host.new_cert(ca.directory, [NAME]), [NAME])
+
+
+# -- what reaches logs and output ---------------------------------------------------------------
+
+
+def test_private_keys_reach_no_log_below_level_2(host, ca):
+    host.settings(debuglog=0)
+    result = host.new_cert(ca.directory, [NAME], "-v")
+    folder = expect.issued(result)
+    secrets = [line for line in expect.read(folder + "/privkey.pem").splitlines() if len(line) > 40]
+    secrets += [value for name, value in json.loads(
+        expect.read(host.accounts()[0] + "/private_key.json")).items()
+        if name in ("d", "p", "q", "dp", "dq", "qi")]
+    assert len(secrets) > 20
+    output = result.stdout + result.stderr + "".join(line.text for line in result.syslog)
+    assert [secret for secret in secrets if secret in output] == []
+
+
+def test_account_key_reaches_no_log_at_all(host, ca):
+    result = host.new_cert(ca.directory, [NAME], "-vv")
+    assert result.status == 0
+    key = json.loads(expect.read(host.accounts()[0] + "/private_key.json"))
+    assert [name for name in ("d", "p", "q", "dp", "dq", "qi") if key[name] in result.stdout] == []
+
+
+def test_no_core_dump_and_no_temporary_file_is_left(host, ca, tmp_path):
+    folders = ["/run", "/var/tmp", "/dev/shm"]
+    before = [sorted(os.listdir(folder)) for folder in folders]
+    empty = tmp_path / "empty"
+    empty.mkdir()
+    expect.issued(host.new_cert(ca.directory, [NAME], cwd=empty))
+    assert [sorted(os.listdir(folder)) for folder in folders] == before
+    assert os.listdir(empty) == []
+    assert [path for path in everything_below("/usr/kova/etc")
+            if os.path.isfile(path) and os.path.basename(path) not in (
+                *paths.CERTIFICATE_FILES, "info.json", "private_key.json", "device.json")] == []
