@@ -1,0 +1,257 @@
+"""kova-archive among others: crowds, locks, kills, planted files, full disks."""
+
+import fcntl
+import json
+import os
+import random
+import signal
+import subprocess
+import time
+
+import pytest
+
+from lib import expect, paths
+from lib.archive_cli import INDEX, LOCK, PROGRAM, ArchiveCli, done, failed
+from lib.renewal import deployed, folder_of, service, service_folder
+
+ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8"}
+NO_WAITS = {"LD_PRELOAD": os.environ["KOVA_TEST_PRELOAD"], "KOVA_SLEEP_LOG": "/dev/null",
+            "ASAN_OPTIONS": "verify_asan_link_order=0"}
+
+
+@pytest.fixture
+def cli(host):
+    return ArchiveCli(host)
+
+
+def start(*args, **environment):
+    return subprocess.Popen([PROGRAM, *args], env={**ENVIRONMENT, **environment}, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                            start_new_session=True)
+
+
+def binding(identity, name, subscriber="nginx"):
+    return ("bind", identity, "--subscriber", subscriber, "--service", name, "--display-name", name,
+            "--owner", "root")
+
+
+def ended_well(processes):
+    for process in processes:
+        out, err = process.communicate(timeout=120)
+        assert (process.returncode, err) == (0, b""), out
+
+
+def test_eight_processes_binding_at_once_lose_nothing(cli):
+    folder = cli.certificate("abc")
+    ended_well([start(*binding("abc", f"s{n}")) for n in range(8)])
+    assert sorted(cli.services("abc")) == [f"nginx/s{n}" for n in range(8)]
+    for n in range(8):
+        deployed(folder, service_folder("nginx", f"s{n}"))
+
+
+def test_eight_processes_binding_the_same_service_list_it_once(cli):
+    folder = cli.certificate("abc")
+    ended_well([start(*binding("abc", "web")) for _ in range(8)])
+    assert cli.services("abc") == ["nginx/web"]
+    deployed(folder)
+
+
+def test_processes_of_all_kinds_at_once(cli):
+    for identity in ("old", "new", "bye"):
+        cli.certificate(identity)
+    cli.folder("add")
+    index = cli.index()
+    index["old"]["services"] = [service("nginx", f"m{n}") for n in range(4)]
+    index["kept"] = {"by": "others"}
+    cli.write_index(index)
+    ended_well([start(*binding("new", f"m{n}")) for n in range(4)]
+               + [start(*binding("new", f"n{n}")) for n in range(2)]
+               + [start("add", "add"), start("remove", "bye"), start("default", "new")])
+    assert cli.services("old") == []
+    assert sorted(cli.services("new")) == sorted(
+        [f"nginx/m{n}" for n in range(4)] + [f"nginx/n{n}" for n in range(2)])
+    assert set(cli.index()) == {"old", "new", "add", "kept"}
+    assert cli.index()["kept"] == {"by": "others"}
+    assert not os.path.exists(folder_of("bye"))
+    assert cli.run("default").stdout == "new\n"
+
+
+def test_a_lock_that_others_hold_too_long_is_a_failure(cli):
+    cli.certificate("abc")
+    cli.folder("new")
+    before = expect.tree(paths.ARCHIVE)
+    with open(LOCK, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        # All at once: each waits its ten seconds.
+        began = time.monotonic()
+        runs = {args: start(*args) for args in [binding("abc", "web"), ("add", "new"),
+                                                ("remove", "abc"), ("default", "abc")]}
+        for args, process in runs.items():
+            _, err = process.communicate(timeout=60)
+            assert process.returncode == 1
+            assert err.decode() == \
+                f"kova-archive: {args[0]}: Lock list file [{LOCK}] failed\n"
+        assert 9.5 < time.monotonic() - began < 20
+        # What does not change the index does not wait for it.
+        done(cli.run("list"))
+        done(cli.run("check"))
+    assert expect.tree(paths.ARCHIVE) == before
+    assert not os.path.exists(service_folder())
+
+
+def test_a_lock_that_is_released_in_time_is_waited_for(cli):
+    cli.certificate("abc")
+    with open(LOCK, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        process = start(*binding("abc", "web"))
+        time.sleep(1)
+        assert process.poll() is None
+    ended_well([process])
+
+
+def test_a_planted_lock_file_is_neither_followed_nor_emptied(cli):
+    cli.folder("abc")
+    cli.host.write("/tmp/victim", "precious", 0o644)
+    os.symlink("/tmp/victim", LOCK)
+    failed(cli.run("add", "abc"), f"add: Lock list file [{LOCK}] failed")
+    assert expect.read("/tmp/victim") == "precious" and not os.path.exists(INDEX)
+    os.unlink(LOCK)
+    os.symlink("/tmp/created-by-root", LOCK)
+    failed(cli.run("add", "abc"), f"add: Lock list file [{LOCK}] failed")
+    assert not os.path.lexists("/tmp/created-by-root")
+
+
+def test_a_lock_file_of_another_user_serves(cli):
+    cli.folder("abc")
+    cli.host.write(LOCK, "theirs", 0o644)
+    os.chown(LOCK, 65534, 65534)
+    done(cli.run("add", "abc"))
+    assert expect.read(LOCK) == "theirs" and os.stat(LOCK).st_uid == 65534
+
+
+def fill(folder):
+    """Leaves no room on the disk that the folder is on."""
+    with open(folder + "/filler", "wb", buffering=0) as filler:
+        try:
+            while filler.write(b"x" * 4096):
+                pass
+        except OSError:
+            pass
+
+
+def whole(folder, *candidates):
+    """The candidate folder whose whole set `folder` holds, or None."""
+    if not os.path.isdir(folder):
+        return None
+    held = {name: expect.read(f"{folder}/{name}") for name in os.listdir(folder)}
+    for candidate in candidates:
+        if held == {name: expect.read(f"{candidate}/{name}") for name in os.listdir(candidate)}:
+            return candidate
+    return None
+
+
+def reap_orphans(session):
+    """Waits until nothing of a killed run is left."""
+    for _ in range(200):
+        try:
+            os.killpg(session, 0)
+        except ProcessLookupError:
+            return
+        time.sleep(0.01)
+
+
+def test_after_a_kill_index_and_services_are_old_or_new(cli):
+    random.seed(7)
+    folders = [cli.certificate(identity) for identity in ("one", "two")]
+    done(cli.run(*binding("one", "web")))
+    before = cli.index()
+    where, moved = "one", 0
+    for _ in range(40):
+        other = "two" if where == "one" else "one"
+        process = start(*binding(other, "web"), **NO_WAITS)
+        time.sleep(random.uniform(0, 0.12))
+        process.send_signal(signal.SIGKILL)
+        process.communicate()
+        reap_orphans(process.pid)
+        index = json.loads(expect.read(INDEX))  # whole, or this raises
+        assert set(index) == set(before)
+        listing = [identity for identity in ("one", "two") if index[identity]["services"]]
+        assert listing in (["one"], ["two"])
+        in_place = whole(service_folder(), *folders)
+        assert in_place or whole(service_folder() + ".bak", *folders)
+        if listing == [other]:
+            where, moved = other, moved + 1
+    assert 0 < moved < 40
+    done(cli.run(*binding("one", "web")))
+    deployed(folders[0])
+    assert os.listdir(os.path.dirname(service_folder())) == ["web"]
+    assert sorted(os.listdir(paths.ARCHIVE)) == ["INFO", "one", "two"]
+
+
+def test_a_full_disk_leaves_the_old_index(cli):
+    cli.host.mount(paths.ARCHIVE, mode=0o700, size=128 * 1024)
+    cli.certificate("abc")
+    before = expect.read(INDEX)
+    fill(paths.ARCHIVE)
+    result = cli.run(*binding("abc", "web"))
+    assert result.status == 1
+    assert result.stderr.startswith("kova-archive: bind: Failed to write [{")
+    assert result.stderr.count("\n") == 1
+    assert expect.read(INDEX) == before
+    assert not os.path.exists(INDEX + ".temp")
+    os.unlink(paths.ARCHIVE + "/filler")
+    done(cli.run(*binding("abc", "web")))
+
+
+def test_a_service_folder_that_cannot_be_replaced_is_a_failure(cli):
+    cli.certificate("old", service())
+    cli.certificate("new")
+    cli.host.mount(service_folder())  # can be neither removed nor renamed
+    result = cli.run(*binding("new", "web"))
+    assert result.status == 1
+    assert result.stderr == ("kova-archive: bind: nginx/web could not be served with [new]: "
+                             f"Failed to remove {service_folder()} [0] (/bin/rm: cannot remove "
+                             f"'{service_folder()}': Device or resource busy)\n")
+    assert cli.services("old") == ["nginx/web"] and cli.services("new") == []
+
+
+def test_a_full_disk_while_files_are_copied(cli):
+    cli.host.mount("/usr/kova/etc/certificate/nginx", size=64 * 1024)
+    old = cli.certificate("old", service())
+    cli.certificate("new")
+    done(cli.run("deploy", "old"))
+    fill("/usr/kova/etc/certificate/nginx")
+    result = cli.run(*binding("new", "web"))
+    assert result.status == 1
+    assert result.stderr.startswith("kova-archive: bind: nginx/web could not be served with [new]: "
+                                    "Failed to ")
+    deployed(old)
+    assert cli.services("old") == ["nginx/web"] and cli.services("new") == []
+    assert sorted(os.listdir("/usr/kova/etc/certificate/nginx")) == ["filler", "web"]
+
+
+def test_leftovers_of_a_killed_run_are_cleared(cli):
+    folder = cli.certificate("abc", service())
+    for suffix in (".temp", ".bak"):
+        cli.host.write(service_folder() + suffix + "/cert.pem", "half")
+    cli.host.write(INDEX + ".temp", '{"half')
+    result = cli.bind("abc")
+    done(result)
+    deployed(folder)
+    assert os.listdir(os.path.dirname(service_folder())) == ["web"]
+    assert not os.path.exists(INDEX + ".temp")
+
+
+def test_a_private_key_is_at_no_time_open_to_others(cli):
+    folder = cli.certificate("abc", service())
+    os.chmod(folder + "/privkey.pem", 0o644)
+    seen = cli.host.workspace + "/seen"
+    os.rename("/usr/bin/cp", "/usr/bin/cp.real")
+    try:
+        cli.host.write("/usr/bin/cp", "#!/bin/sh\n/usr/bin/cp.real \"$@\"; s=$?\n"
+                       f"[ \"$1\" = -f ] && stat -c '%a %U' \"$3\" >> {seen}\nexit $s\n", 0o755)
+        done(cli.run("deploy", "abc", umask=0))
+    finally:
+        os.rename("/usr/bin/cp.real", "/usr/bin/cp")
+    modes = set(expect.read(seen).splitlines())
+    assert modes <= {"400 root", "600 root"} and modes
