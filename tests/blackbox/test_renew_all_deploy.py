@@ -1,14 +1,13 @@
 """renew-all: what is renewed and redeployed, whatever fails, and the restart at the end."""
 
 import os
-import pwd
 import shutil
 
 import pytest
 from lib import expect
 from lib.http_script import NORMAL
-from lib.renewal import (INDEX, Archive, Reloads, deployed, folder_of, quiet, record, reported,
-                         serial, service, service_folder)
+from lib.renewal import (INDEX, Archive, Reloads, deployed, folder_of, host_user, quiet, record,
+                         reported, serial, service, service_folder)
 from lib.signed_server import problem
 
 TAG = "kova-letsencrypt:# "
@@ -79,14 +78,8 @@ def test_deployed_files_belong_to_the_owner(host, ca, account, archive, user):
 
 @pytest.fixture
 def user():
-    """A user of the host, gone after the test."""
-    with open("/etc/passwd", encoding="ascii") as passwd:
-        original = passwd.read()
-    with open("/etc/passwd", "a", encoding="ascii") as passwd:
-        passwd.write("webuser:x:4242:4343::/nonexistent:/usr/sbin/nologin\n")
-    yield pwd.getpwnam("webuser")
-    with open("/etc/passwd", "w", encoding="ascii") as passwd:
-        passwd.write(original)
+    with host_user() as user:
+        yield user
 
 
 def test_failed_renewal_is_redeployed_all_the_same(host, ca, account, archive, reloads):

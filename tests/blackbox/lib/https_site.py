@@ -53,8 +53,10 @@ class HttpsSite:
         self._reloads = host.workspace + "/nginx.reloads"
         self._webroot, self._https = paths.WEBROOT, ""
         self._configure()
-        host.spawn(["/usr/sbin/nginx", "-c", self._configuration], ready=lambda: accepts(80))
-        host.write(SCRIPT, f'#!/bin/sh\necho "$@" >> {self._reloads}\n'
+        self._master = host.spawn(["/usr/sbin/nginx", "-c", self._configuration],
+                                  ready=lambda: accepts(80))
+        host.write(SCRIPT, f'#!/bin/sh\nexec 2>> {host.workspace}/nginx.notices\n'
+                           f'echo "$@" >> {self._reloads}\n'
                            f'exec /usr/sbin/nginx -s reload -c {self._configuration}\n', 0o755)
 
     def _configure(self):
@@ -63,7 +65,9 @@ class HttpsSite:
 
     def _reload(self):
         self._configure()
+        before = self.workers
         subprocess.run(["/usr/sbin/nginx", "-s", "reload", "-c", self._configuration], check=True)
+        self.replaced(before)
 
     def serve_https(self):
         """Takes up https with what is deployed."""
@@ -72,9 +76,19 @@ class HttpsSite:
         _wait_until(lambda: accepts(443), "https is served")
 
     def publish(self, folder):
-        """Publishes that folder instead of the one for http-01, from some moment soon on."""
+        """Publishes that folder instead of the one for http-01."""
         self._webroot = folder
         self._reload()
+
+    @property
+    def workers(self):
+        """The processes that answer; a reload replaces them."""
+        with open(f"/proc/{self._master.pid}/task/{self._master.pid}/children") as children:
+            return set(children.read().split())
+
+    def replaced(self, workers):
+        """Waits until none of these answers any more, that is, until a reload is through."""
+        _wait_until(lambda: self.workers and not self.workers & workers, "nginx has reloaded")
 
     @property
     def reloads(self):
