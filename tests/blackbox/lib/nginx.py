@@ -35,12 +35,12 @@ def accepts(port, address="127.0.0.1"):
 
 
 class Nginx:
-    def __init__(self, host, port=80):
-        self._host, self.port = host, port
+    def __init__(self, host, port=80, root=paths.WEBROOT):
+        self._host, self.port, self._root = host, port, root
 
     def start(self):
         configuration = self._host.workspace + "/nginx.conf"
         self._host.write(configuration, CONFIGURATION.format(
-            workspace=self._host.workspace, port=self.port, root=paths.WEBROOT))
+            workspace=self._host.workspace, port=self.port, root=self._root))
         return self._host.spawn(["/usr/sbin/nginx", "-c", configuration],
                                 ready=lambda: accepts(self.port))

@@ -1,0 +1,69 @@
+"""Whatever body a CA sends, on whichever request: the run ends by itself, with one failure
+document, a code of ours, and nothing left behind. No reply ends the process by a signal."""
+
+import pytest
+from lib import hostile
+from lib.http_script import Reply
+
+BODIES = {
+    "empty": b"",
+    "html": "<html><body>Sign in to the hotel network</body></html>",
+    "number": "7",
+    "null": "null",
+    "text": '"text"',
+    "array": "[]",
+    "array of objects": '[{"status":"valid"}]',
+    "empty object": "{}",
+    "cut JSON": '{"status":"val',
+    "nested arrays": "[" * 100_000,
+    "closed nested arrays": "[" * 100_000 + "]" * 100_000,
+    "nested objects": '{"a":' * 100_000,
+    "nested in status": '{"status":' + "[" * 100_000 + "]" * 100_000 + "}",
+    "10 MB": '{"detail":"' + "x" * 10_000_000 + '"}',
+    "10 MB of commas": "," * 10_000_000,
+    "NUL bytes": b'{"status":"val\0id"}\0\0',
+    "invalid UTF-8": b'{"status":"\xff\xfe\xc0\x80","detail":"\xff"}',
+    "lone surrogates": '{"detail":"\\ud800","type":"\\udc00"}',
+    "huge numbers": '{"status":1e999999,"detail":-99999999999999999999999999}',
+    "formats": '{"type":"%s%n%n%s","detail":"%s%n%99999d","status":"%n"}',
+    "comments": '/* */ {"status" /**/ : "valid" // \n}',
+    "two documents": '{"status":"valid"}{"status":"valid"}',
+}
+
+
+@pytest.fixture(autouse=True)
+def one_attempt(host, ca, account):
+    hostile.prepare(host, ca)
+    yield
+    # What the CA itself spoilt comes back to it; that is no fault of the client.
+    ca.violations.clear()
+
+
+@pytest.mark.parametrize("body", BODIES.values(), ids=BODIES.keys())
+@pytest.mark.parametrize("name", hostile.REQUESTS)
+def test_body(host, ca, name, body):
+    hostile.tell(ca, name, Reply(hostile.GOOD_STATUS.get(name, 200), body))
+    result = hostile.run(host, ca)
+    if name not in ("newNonce", "newAccount", "challenge"):  # whose bodies are not looked at
+        assert result.status != 0
+
+
+SOME = ["empty", "html", "array", "null", "empty object", "nested arrays", "formats",
+        "lone surrogates", "10 MB"]
+
+
+@pytest.mark.parametrize("body", SOME)
+@pytest.mark.parametrize("name, status", [
+    ("newAccount", 400), ("newAccount", 429), ("newOrder", 400), ("newOrder", 429),
+    ("authz", 400), ("challenge", 400), ("finalize", 400), ("finalize", 403), ("order", 400),
+    ("certificate", 400)])
+def test_body_of_an_error(host, ca, name, status, body):
+    hostile.tell(ca, name, Reply(status, BODIES[body]))
+    assert hostile.run(host, ca).status != 0
+
+
+def test_10_mb_detail_at_level_2(host, ca):
+    hostile.tell(ca, "newAccount", Reply(400, BODIES["10 MB"]))
+    result = host.new_cert(ca.directory, [hostile.NAME], "-vv")
+    assert result.status == 105
+    assert result.document["msg"] == "x" * 511
