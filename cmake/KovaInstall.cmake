@@ -31,11 +31,7 @@ endforeach()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
 add_custom_target(kova_manual ALL DEPENDS ${kova_manual_pages})
 
-foreach(program kova-letsencrypt kova-archive)
-  if(TARGET ${program})
-    install(TARGETS ${program} RUNTIME DESTINATION sbin)
-  endif()
-endforeach()
+install(TARGETS kova-letsencrypt kova-archive RUNTIME DESTINATION sbin)
 
 # One file completes both commands; bash looks it up by either name.
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/completion)

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import subprocess
 
 import pytest
@@ -79,6 +80,14 @@ def test_options():
     assert complete("kova-archive", "bind", "aC", "--s") == ["--service", "--subscriber"]
     assert complete("kova-archive", "add", "x", "--d") == ["--desc"]
     assert complete("kova-archive", "check", "--h") == ["--help", "--host"]
+
+
+@pytest.mark.parametrize("command", ["list", "add", "remove", "default", "bind", "unbind",
+                                     "deploy", "check", "self-signed"])
+def test_options_of_the_archive_are_those_of_its_help(host, command):
+    told = host.run(command, "--help", program="/usr/kova/sbin/kova-archive").stdout
+    options = re.findall(r"^  (--[a-z-]+)", told, re.MULTILINE)
+    assert complete("kova-archive", command, "--") == sorted(options)
 
 
 @pytest.mark.parametrize("command", ["new-cert", "revoke", "renew"])

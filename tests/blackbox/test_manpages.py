@@ -80,6 +80,19 @@ def test_every_command_and_option_of_the_usage_is_explained(host):
     assert named <= words(rendered("kova-letsencrypt"))
 
 
+def test_every_command_and_option_of_the_archive_is_explained(host):
+    page = words(rendered("kova-archive"))
+    commands = re.findall(r"^  ([a-z-]+) ", archive_help(host), re.MULTILINE)
+    assert len(commands) == 9 and set(commands) <= page
+    for command in commands:
+        options = re.findall(r"^  (--[a-z-]+)", archive_help(host, command), re.MULTILINE)
+        assert "--json" in options and set(options) <= page
+
+
+def archive_help(host, *command):
+    return host.run(*command, "--help", program="/usr/kova/sbin/kova-archive").stdout
+
+
 def test_paths_are_the_ones_in_use():
     page = rendered("kova-letsencrypt")
     for path in (paths.SETTINGS, paths.DEVICE_RECORD, paths.ARCHIVE, paths.ACCOUNTS, paths.HOOKS,
