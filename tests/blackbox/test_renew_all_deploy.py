@@ -4,7 +4,7 @@ import os
 import shutil
 
 import pytest
-from lib import expect
+from lib import expect, paths
 from lib.http_script import NORMAL
 from lib.renewal import (INDEX, Archive, Reloads, deployed, folder_of, host_user, quiet, record,
                          reported, serial, service, service_folder)
@@ -118,6 +118,21 @@ def test_record_without_a_domain_is_redeployed_without_contacting_the_server(hos
     archive.add("due", service(), record=record(ca.directory, account, ""))
     quiet(host.run("renew-all"))
     assert ca.requests == []
+    assert reloads.lines == ["nginx web"]
+
+
+def test_renewal_on_a_full_disk_is_redeployed_all_the_same(host, ca, account, archive, reloads):
+    host.mount(paths.ARCHIVE, size=64 * 1024)
+    folder = archive.add("due", service(), record=record(ca.directory, account))
+    before = expect.tree(folder)
+    with open(paths.ARCHIVE + "/filler", "wb", buffering=0) as filler:
+        with pytest.raises(OSError, match="No space left"):
+            while True:
+                filler.write(b"x" * 4096)
+    reported(host.run("renew-all"), (202, "Failed to save pems", "client_v2"))
+    assert expect.tree(folder) == before
+    assert host.certificates() == [folder]
+    deployed(folder)
     assert reloads.lines == ["nginx web"]
 
 
