@@ -1,10 +1,12 @@
-// kova-archive check: the integrity test, recovery included.
+// kova-archive check: the integrity test, recovery included; with --host, a look at the host
+// instead.
 
 #include <limits>
 
 #include "certificate/integrity.h"
 #include "cli/archive/command.h"
 #include "cli/archive/entries.h"
+#include "cli/archive/host_check.h"
 #include "cli/archive/reasons.h"
 
 namespace kova::archive_cli {
@@ -47,6 +49,10 @@ void Report(const Verdict& verdict, Reply& reply) {
 }
 
 Reply Run(const Arguments& arguments) {
+  if (arguments.Has("host")) {
+    if (!arguments.operands.empty()) throw UsageError{"--host takes no ID"};
+    return ReportFindings(CheckHost());
+  }
   const std::vector<std::string> ids =
       arguments.operands.empty() ? ReadIndexOrFail().getMemberNames() : arguments.operands;
   Reply reply;
@@ -63,9 +69,13 @@ Reply Run(const Arguments& arguments) {
 
 }  // namespace
 
-const Command kCheck = {"check", "[ID ...]",
-                        0,       std::numeric_limits<size_t>::max(),
-                        {},      "Test certificates and repair those that lack files",
-                        Run};
+const Command kCheck = {
+    "check",
+    "[ID ...]",
+    0,
+    std::numeric_limits<size_t>::max(),
+    {{"host", nullptr, false, "tell what on this host would make issuance or renewal fail"}},
+    "Test certificates and repair those that lack files",
+    Run};
 
 }  // namespace kova::archive_cli
