@@ -1,4 +1,4 @@
-// SHA-256.
+// SHA-256. Both throw SLError 201 "SHA-256 failed." (file "rsa") when libcrypto offers none.
 #pragma once
 
 #include <string>

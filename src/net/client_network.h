@@ -29,7 +29,8 @@ class HttpGlobal {
 };
 
 // Both throw SLError 100 "Server is not reachable." (file "client_network") when the transfer
-// failed, also when the reply is larger than what this program is willing to hold.
+// failed, also when the reply has more than 32 MiB of body or 1 MiB of header text (all hops
+// together), or the URL or a redirection is of another protocol than http and https.
 HttpResponse HttpGet(const std::string& url);
 HttpResponse HttpPost(const std::string& url, const Json::Value& json);
 
