@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 
 extern "C" {  // this C library's header does not say so itself
 #include <sys/pidfd.h>
@@ -131,6 +132,15 @@ void CollectUntilExit(pid_t child, int fd, Collector& collector) {
 }
 
 }  // namespace
+
+void PrepareProcess() {
+  int fd = -1;
+  do {
+    fd = open("/dev/null", O_RDWR);  // the lowest number that is free
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+  signal(SIGXFSZ, SIG_IGN);
+}
 
 int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,
                   std::string& output) {

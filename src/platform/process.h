@@ -27,6 +27,11 @@ int KLIBCExecv(const KovaArgs& argv, int flag);
 
 namespace kova::platform {
 
+// For the start of a program: gives standard descriptors that its caller left closed to /dev/null,
+// so that no file of ours gets their numbers and with them our output, and turns a file that grows
+// beyond the size limit from a deadly signal into a failed write.
+void PrepareProcess();
+
 // As above, and collects at most `limit` bytes of the child's standard output; what is beyond them
 // is read and dropped. Returns when the child has ended, also when something that the child left
 // running still holds its standard output.

@@ -41,8 +41,10 @@ class Descriptors {
     posix_spawn_file_actions_init(&value_);
     Null(STDIN_FILENO, O_RDONLY);
     output < 0 ? Null(STDOUT_FILENO, O_WRONLY) : Use(output, STDOUT_FILENO);
-    // Closed here: a file that the child opens must not become its standard error.
-    const bool closed = fcntl(STDERR_FILENO, F_GETFD) < 0;
+    // Closed here, or the number now that of a descriptor of our own, which the child will not
+    // have: a file that the child opens must not become its standard error.
+    const int flags = fcntl(STDERR_FILENO, F_GETFD);
+    const bool closed = flags < 0 || (flags & FD_CLOEXEC) != 0;
     if (errors >= 0) {
       Use(errors, STDERR_FILENO);
     } else if (closed) {

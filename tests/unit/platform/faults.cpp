@@ -1,6 +1,7 @@
 #include "faults.h"
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 namespace kova::test {
@@ -72,6 +74,26 @@ int fchown(int fd, uid_t uid, gid_t gid) noexcept {
 
 int rename(const char* from, const char* to) noexcept {
   return Call("rename", SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+
+int unlink(const char* path) noexcept {
+  const auto result = static_cast<int>(syscall(SYS_unlink, path));
+  if (auto* faults = CurrentFaults(); faults != nullptr && faults->on_unlink) {
+    const int saved = errno;
+    faults->on_unlink(path);
+    errno = saved;
+  }
+  return result;
+}
+
+ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
+  auto* faults = CurrentFaults();
+  if (faults == nullptr || faults->random.empty()) {
+    return syscall(SYS_getrandom, buffer, size, flags);
+  }
+  std::memset(buffer, faults->random.front(), size);
+  faults->random.erase(faults->random.begin());
+  return static_cast<ssize_t>(size);
 }
 
 unsigned sleep(unsigned seconds) {

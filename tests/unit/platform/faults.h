@@ -22,6 +22,9 @@ struct Faults {
 
   std::function<void(int)> on_write;  // called with the descriptor before each write
 
+  std::function<void(const char*)> on_unlink;  // called with the path after each unlink(2)
+  std::vector<unsigned char> random;           // the byte that fills each getrandom(2), in turn
+
   // What sleep(3) returns, call after call, and the errno it leaves; once used up, 0 and nothing.
   struct Sleep {
     unsigned left;

@@ -203,6 +203,30 @@ TEST_F(FileWriterTest, ALeftoverAtTheStagingNameIsReplacedWithItsMode) {
   EXPECT_EQ(ModeOf(path_), 0600U);
 }
 
+TEST_F(FileWriterTest, ALinkPlantedAtTheVeryLastMomentIsNotFollowed) {
+  WriteFile(scratch_.Path("target"), "precious", 0640);
+  FaultScope scope;
+  scope.faults.on_unlink = [&](const char* path) { EXPECT_EQ(symlink("target", path), 0); };
+  EXPECT_EQ(StageFile(path_, "staged", 0600), EEXIST);
+  scope.faults.on_unlink = nullptr;
+  EXPECT_EQ(ReadFile(scratch_.Path("target")), "precious");
+  EXPECT_TRUE(S_ISLNK(StatusOf(path_).st_mode));  // not ours to remove
+}
+
+TEST_F(FileWriterTest, AStagingNameThatIsTakenIsLeftAloneForAnother) {
+  WriteFile(scratch_.Path("target"), "precious", 0640);
+  ASSERT_EQ(symlink("target", scratch_.Path("file.aaaaaa").c_str()), 0);
+  WriteFile(scratch_.Path("file.bbbbbb"), "of another program");
+  FaultScope scope;
+  scope.faults.random = {0, 1, 2};
+  EXPECT_EQ(ReplaceFile(path_, "new", 0600), 0);
+  EXPECT_TRUE(scope.faults.random.empty());
+  EXPECT_EQ(ReadFile(path_), "new");
+  EXPECT_EQ(ReadFile(scratch_.Path("target")), "precious");
+  EXPECT_THAT(ListFolder(scratch_.Folder()),
+              ElementsAre("file", "file.aaaaaa", "file.bbbbbb", "target"));
+}
+
 TEST_F(FileWriterTest, StagingAndCommittingAreTwoSteps) {
   WriteFile(path_, "old", 0644);
   const std::string staging = path_ + ".temp";

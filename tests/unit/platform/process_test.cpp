@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 
 #include "host_files.h"
 #include "platform/error.h"
+#include "platform/file_writer.h"
 #include "scratch.h"
 #include "syslog_capture.h"
 
@@ -164,22 +166,60 @@ TEST(ProcessTest, SignalsDoNotCutTheWaiting) {
   EXPECT_EQ(output, "done\n");
 }
 
+// Closes those of 0, 1, 2 whose bit is set and runs children of every kind.
+int RunWithClosed(int mask) {
+  for (int fd = 0; fd <= 2; ++fd) {
+    if ((mask >> fd & 1) != 0) close(fd);
+  }
+  std::string output;
+  if (RunAndCapture("/bin/ls", {"/proc/self/fd"}, kPlenty, output) != 0) return 1;
+  if (output != "0\n1\n2\n3\n") return 2;
+  if (RunAndCapture("/bin/readlink", {"/proc/self/fd/0"}, kPlenty, output) != 0) return 3;
+  if (output != "/dev/null\n") return 4;
+  if (KLIBCExecl(kShell, kKovaExecTool, {"-c", "echo noise >&2; exit 9"}) != 9) return 5;
+  if (KLIBCExec(kShell, {"-c", "test $(ls /proc/self/fd | wc -l) = 4"}) != 0) return 6;
+  return 0;
+}
+
 TEST(ProcessTest, ClosedStandardDescriptorsHereDoNotConfuseTheChild) {
+  for (int mask = 1; mask < 8; ++mask) {
+    SyslogCapture log;
+    EXPECT_EQ(InChild([&] { return RunWithClosed(mask); }), 0) << mask;
+    EXPECT_THAT(log.Texts(), ElementsAre("process:# /bin/sh failed [9]: noise")) << mask;
+  }
+}
+
+TEST(ProcessTest, AProgramStartsWithItsStandardDescriptorsOpen) {
+  for (int mask = 0; mask < 8; ++mask) {
+    EXPECT_EQ(InChild([&] {
+                for (int fd = 0; fd <= 2; ++fd) {
+                  if ((mask >> fd & 1) != 0) close(fd);
+                }
+                PrepareProcess();
+                for (int fd = 0; fd <= 2; ++fd) {
+                  if (fcntl(fd, F_GETFD) != 0) return 1 + fd;
+                }
+                return 0;
+              }),
+              0)
+        << mask;
+  }
+}
+
+TEST(ProcessTest, AFileBeyondTheSizeLimitIsAFailedWriteNotASignal) {
   const Scratch scratch;
-  const std::string fds = scratch.Path("fds");
-  const int result = InChild([&] {
-    close(0);
-    close(1);
-    close(2);
-    std::string output;
-    if (RunAndCapture("/bin/echo", {"hello"}, kPlenty, output) != 0 || output != "hello\n")
-      return 1;
-    if (KLIBCExecl(kShell, kKovaExecTool, {"-c", "echo noise >&2; exit 9"}) != 9) return 2;
-    if (KLIBCExec(kShell, {"-c", "ls /proc/self/fd > " + fds}) != 0) return 3;
-    return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1 ? 0 : 4;
-  });
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(ReadFile(fds), "0\n1\n2\n3\n");
+  EXPECT_EQ(InChild([&] {
+              PrepareProcess();
+              const rlimit limit{1000, 1000};
+              setrlimit(RLIMIT_FSIZE, &limit);
+              return ReplaceFile(scratch.Path("file"), std::string(2000, 'x'), 0600);
+            }),
+            EFBIG);
+  EXPECT_EQ(InChild([] {
+              PrepareProcess();
+              return KLIBCExec(kShell, {"-c", "kill -XFSZ $$"}) == -1 ? 0 : 1;
+            }),
+            0);  // children have it as ever
 }
 
 TEST(ProcessTest, NoDescriptorIsLeftOpenHere) {
