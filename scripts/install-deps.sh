@@ -2,7 +2,9 @@
 # Installs what building and testing need, from Debian's packages (CONTRIBUTING.md says what each is
 # for). Does nothing when all of it is there. Services that come along are not started.
 #
-# usage: install-deps.sh [--build-only]
+# usage: install-deps.sh [--build-only | --demo]
+#   --build-only  what building and installing need
+#   --demo        that, and what scripts/demo.sh runs
 set -euo pipefail
 
 build=(
@@ -10,16 +12,21 @@ build=(
   libssl-dev libcurl4-openssl-dev libjsoncpp-dev libminiupnpc-dev libgtest-dev libgmock-dev
   openssl ca-certificates
 )
+demo=(iproute2 util-linux hostname pebble nginx)
 test=(
-  clang clang-format
+  clang procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
-  iproute2 util-linux procps hostname
-  pebble nginx
-  nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron
-  file man-db mandoc bash-completion debootstrap lintian
+  nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
+  file man-db mandoc bash-completion debootstrap dpkg-dev lintian
 )
+
 packages=("${build[@]}")
-[[ ${1:-} == --build-only ]] || packages+=("${test[@]}")
+case ${1:-} in
+  --build-only) ;;
+  --demo) packages+=("${demo[@]}") ;;
+  "") packages+=("${demo[@]}" "${test[@]}") ;;
+  *) sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
+esac
 
 is_installed() {
   [[ $(dpkg-query -W -f '${db:Status-Abbrev}' "$1" 2>/dev/null) == ii* ]]
@@ -30,6 +37,7 @@ for package in "${packages[@]}"; do
   is_installed "$package" || missing+=("$package")
 done
 [[ ${#missing[@]} -gt 0 ]] || exit 0
+[[ $EUID -eq 0 ]] || { echo "to be run as root; missing: ${missing[*]}" >&2; exit 1; }
 
 # 101 is "action forbidden by policy": what is installed here runs in the tests' own namespaces only.
 policy=/usr/sbin/policy-rc.d
@@ -40,6 +48,7 @@ if [[ ! -e $policy ]]; then
 fi
 
 export DEBIAN_FRONTEND=noninteractive
+apt=(apt-get -qq --yes -o DPkg::Lock::Timeout=120 -o Dpkg::Use-Pty=0)
 echo "Installing: ${missing[*]}"
-apt-get update -qq
-apt-get install -y -qq --no-install-recommends "${missing[@]}" > /dev/null
+"${apt[@]}" update
+"${apt[@]}" install --no-install-recommends "${missing[@]}" > /dev/null
