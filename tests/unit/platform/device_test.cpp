@@ -183,6 +183,13 @@ TEST_F(DeviceTest, WithoutAnInterfaceTheMachineIdServes) {
   EXPECT_EQ(MacAddressText(), "");
 }
 
+TEST_F(DeviceTest, TheLoopbackIsNoInterfaceEvenWithAnAddress) {
+  WriteFile(kMachineIdPath, "abc\n");
+  Shell("ip link set lo address 02:00:00:00:00:01");
+  EXPECT_EQ(MacAddressText(), "abc");
+  Shell("ip link set lo address 00:00:00:00:00:00");
+}
+
 TEST_F(DeviceTest, TheFirstInterfaceInNameOrderGivesTheMacAddress) {
   Shell(
       "ip link add zz9 address 02:00:00:00:00:99 type veth peer name aa1 address "
