@@ -95,3 +95,10 @@ def account(host, ca, account_key):
     Its value is the account folder. Saves a registration where a test is about later steps."""
     jwk = jws.key_to_jwk(account_key)
     return store_account(host, ca.directory, ca.register(jwk), jwk)
+
+
+@pytest.fixture
+def once(host):
+    """One attempt only, so that every request is the first of its kind. Without dns-01 from the
+    start: an attempt that finds it unsupported uses it up, and another one follows."""
+    host.settings(orderattempts=1, skipdns01=True)

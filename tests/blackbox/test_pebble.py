@@ -14,7 +14,7 @@ from lib.ddns import ACCOUNT, SERIAL, DdnsService
 from lib.nginx import Nginx
 from lib.real_ca import ACME, RealCa, needs_no_padding
 
-# Names of such a length that the CA takes the request, see needs_no_padding.
+# Names of such a length that the CA takes the request at once, see needs_no_padding.
 NAME = "due.example"
 NAMES = ["www.pebble.example", "pebble.example"]
 WILDCARD = ["n.box.ddns.example", "*.n.box.ddns.example"]
@@ -51,6 +51,19 @@ def assert_chain(ca, folder, length):
 @pytest.mark.parametrize("names", [[NAME], NAMES, WILDCARD, [IN_ZONE]])
 def test_names_of_these_tests_fit(names):
     assert needs_no_padding(names)
+
+
+def test_names_that_do_not_fit_are_sent_again(host, nginx):
+    ca = RealCa(host)
+    names = ["a.due.example", "ab.due.example", "abc.due.example"]
+    refused = [name for name in names if not needs_no_padding([name])]
+    assert len(refused) == 2
+    for name in names:
+        result = new_cert(host, ca, [name], "-v")
+        assert result.status == 0
+        expect.certificate_folder(result.document["cert_path"], [name])
+        finalized = [url for url in requests_of(result) if "/finalize-order/" in url]
+        assert len(finalized) == (2 if name in refused else 1)
 
 
 # -- http-01 ------------------------------------------------------------------------------------

@@ -66,6 +66,7 @@ class AcmeCa(SignedServer):
         self.states_before_ready = []        # what an order shows first; finalize is then refused
         self.states_after_finalize = []      # what a finalized order shows first
         self.reuse = False                   # authorizations start out valid
+        self.takes_padding = True            # "=" at the end of a request's base64 text
 
         # State.
         self.issuer = Issuer(organisation, intermediates)
@@ -248,6 +249,8 @@ class AcmeCa(SignedServer):
         order = self._find(self.orders, request)
         if order.shown or self._order_status(order) != "ready":
             return problem("orderNotReady", "the order is not ready", 403)
+        if not self.takes_padding and request.jws.payload["csr"].endswith("="):
+            return problem("malformed", "not base64url without padding")
         try:
             self._issue(order, self._request_of(request.jws.payload["csr"], order))
         except Violation as violation:
