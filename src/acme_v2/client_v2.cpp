@@ -35,6 +35,7 @@ AcmeV2Client::AcmeV2Client(std::string directory_url) : directory_url_(std::move
   challenge_types_ = InitialChallengeTypes(settings);
   async_finalize_ = settings.IsOn("asyncfinalize");
   nonce_refill_ = settings.IsOn("noncerefill");
+  unpadded_retry_ = settings.IsOn("unpaddedretry");
 }
 
 void AcmeV2Client::SetupDirectory() {
@@ -77,6 +78,7 @@ std::string AcmeV2Client::NextNonce() {
 }
 
 Json::Value AcmeV2Client::BuildProtectedHeader(const std::string& url) {
+  if (!key_) throw Error(code::kAccountKey, kTag, "RSA Key not found.");
   Json::Value header(Json::objectValue);
   header["alg"] = "RS256";
   header["url"] = url;
@@ -99,13 +101,27 @@ HttpResponse AcmeV2Client::PostAsGet(const std::string& url) {
 
 HttpResponse AcmeV2Client::SignedPost(const std::string& url, const std::string& encoded_payload,
                                       const Json::Value* payload) {
-  if (!key_) throw Error(code::kAccountKey, kTag, "RSA Key not found.");
   HttpResponse response;
   for (int attempt = 0; attempt < kPostAttempts; ++attempt) {
     response = SendSigned(url, encoded_payload, payload);
     if (response.status != 400 || !IsProblem(GetJsonBody(response), kBadNonceProblem)) break;
   }
   return response;
+}
+
+HttpResponse AcmeV2Client::PostDer(const std::string& url, const char* member,
+                                   const std::string& text) {
+  Json::Value payload(Json::objectValue);
+  payload[member] = text;
+  HttpResponse response = PostJws(url, payload);
+  if (!unpadded_retry_ || text.empty() || text.back() != '=' || response.status != 400 ||
+      !IsProblem(GetJsonBody(response), kMalformedProblem)) {
+    return response;
+  }
+  std::string unpadded = text;
+  StripBase64Padding(unpadded);
+  payload[member] = unpadded;
+  return PostJws(url, payload);
 }
 
 HttpResponse AcmeV2Client::SendSigned(const std::string& url, const std::string& encoded_payload,

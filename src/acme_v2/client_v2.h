@@ -39,7 +39,8 @@ class AcmeV2Client {
   void NewNonce();
   // The newest nonce of the pool; throws 204 when it is empty.
   std::string TakeNonce();
-  // Takes a nonce. "jwk" as long as the account URL is unknown, "kid" from then on.
+  // Takes a nonce. "jwk" as long as the account URL is unknown, "kid" from then on. Throws 201 when
+  // there is no account key yet.
   Json::Value BuildProtectedHeader(const std::string& url);
   // Signed POST; a bad nonce is tried again, four attempts in all, any other reply is returned.
   HttpResponse PostJws(const std::string& url, const Json::Value& payload);
@@ -91,6 +92,9 @@ class AcmeV2Client {
   std::string NextNonce();
   HttpResponse SignedPost(const std::string& url, const std::string& encoded_payload,
                           const Json::Value* payload);
+  // Posts a DER text (base64url) as that member. A server that refuses it as malformed is sent the
+  // text once more without its padding, when the settings say so.
+  HttpResponse PostDer(const std::string& url, const char* member, const std::string& text);
   HttpResponse SendSigned(const std::string& url, const std::string& encoded_payload,
                           const Json::Value* payload);
 
@@ -120,6 +124,7 @@ class AcmeV2Client {
 
   bool async_finalize_ = false;  // settings; off means the bare protocol steps
   bool nonce_refill_ = false;
+  bool unpadded_retry_ = false;
   HttpResponse last_reply_;  // of a signed request, without its body
 };
 

@@ -46,12 +46,10 @@ void RequireFinalized(const HttpResponse& response) {
 
 // Without `asyncfinalize` the CA must answer at once; the order's status is then not looked at.
 Json::Value AcmeV2Client::FinalizeOrder(const std::string& csr) {
-  Json::Value payload(Json::objectValue);
-  payload["csr"] = csr;
-  HttpResponse response = PostJws(finalize_url_, payload);
+  HttpResponse response = PostDer(finalize_url_, "csr", csr);
   if (async_finalize_ && IsOrderNotReady(response)) {
     AwaitOrder(response, IsReady);
-    response = PostJws(finalize_url_, payload);
+    response = PostDer(finalize_url_, "csr", csr);
   }
   RequireFinalized(response);
   Json::Value order = ObjectBody(response);

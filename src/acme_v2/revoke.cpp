@@ -30,9 +30,7 @@ void AcmeV2Client::RevokeCertificate(const std::string& folder) {
   DebugStep("%s", certificate.c_str());
   DebugStep("==========================================");
 
-  Json::Value payload(Json::objectValue);
-  payload["certificate"] = certificate;
-  const HttpResponse response = PostJws(Resource("revokeCert"), payload);
+  const HttpResponse response = PostDer(Resource("revokeCert"), "certificate", certificate);
   if (response.status == 409) {
     DebugStep("Has already revoked");
   } else if (response.status != 200) {

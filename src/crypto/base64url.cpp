@@ -9,7 +9,7 @@ std::string Base64UrlEncode(const unsigned char* bytes, size_t length) {
   const int written = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes,
                                       static_cast<int>(length));
   text.resize(static_cast<size_t>(written));
-  while (!text.empty() && text.back() == '=') text.pop_back();
+  StripBase64Padding(text);
   ToBase64UrlAlphabet(text);
   return text;
 }
@@ -23,6 +23,10 @@ void ToBase64UrlAlphabet(std::string& text) {
     if (character == '+') character = '-';
     if (character == '/') character = '_';
   }
+}
+
+void StripBase64Padding(std::string& text) {
+  while (!text.empty() && text.back() == '=') text.pop_back();
 }
 
 }  // namespace kova

@@ -11,4 +11,7 @@ std::string Base64UrlEncode(const std::string& bytes);
 // Standard base64 alphabet to the URL one, in place; padding is left alone.
 void ToBase64UrlAlphabet(std::string& text);
 
+// Drops every trailing "=".
+void StripBase64Padding(std::string& text);
+
 }  // namespace kova
