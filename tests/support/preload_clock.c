@@ -2,6 +2,8 @@
  * what was waited, so that deadlines are met as if time had passed. Every wait appends its length
  * in seconds ("2", "0.02") as one line to the file named by KOVA_SLEEP_LOG, when that is set.
  *
+ * KOVA_WALL_CLOCK, seconds since the epoch, is what time(2) says when it is set.
+ *
  * Child programs inherit the preload and the log: a hook script's sleep counts, too. */
 #define _GNU_SOURCE
 #include <errno.h>
@@ -65,6 +67,15 @@ int clock_gettime(clockid_t clock, struct timespec* time) {
     time->tv_nsec = now % NANOSECONDS;
   }
   return 0;
+}
+
+time_t time(time_t* result) {
+  const char* told = getenv("KOVA_WALL_CLOCK");
+  struct timespec now;
+  syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+  time_t seconds = told == NULL ? now.tv_sec : (time_t)atoll(told);
+  if (result != NULL) *result = seconds;
+  return seconds;
 }
 
 unsigned int sleep(unsigned int seconds) {

@@ -39,7 +39,7 @@ struct Failure {
   std::string message;
 };
 
-// Thrown for arguments that no command can make sense of.
+// Thrown for arguments that make no sense, by the parser and by commands.
 struct UsageError {
   std::string message;
 };

@@ -74,6 +74,20 @@ int Report(const Command& command, const Arguments& arguments, Reply reply,
   return failed ? kFailed : kDone;
 }
 
+int RunCommand(const Command& command, const std::vector<std::string>& words) try {
+  bool help = false;
+  const Arguments arguments = ParseArguments(command, words, help);
+  if (help) {
+    Print(stdout, Usage(command));
+    return kDone;
+  }
+  std::string errors;
+  const Reply reply = RunQuietly(command, arguments, errors);
+  return Report(command, arguments, reply, errors);
+} catch (const UsageError& error) {
+  return Refuse(std::string(command.word) + ": " + error.message, Usage(command));
+}
+
 int Run(const std::vector<std::string>& words) {
   if (words.empty()) return Refuse("missing COMMAND", Usage());
   if (words[0] == "--help" || words[0] == "-h") {
@@ -82,20 +96,7 @@ int Run(const std::vector<std::string>& words) {
   }
   const Command* command = FindCommand(words[0]);
   if (command == nullptr) return Refuse("unknown command " + words[0], Usage());
-  Arguments arguments;
-  bool help = false;
-  try {
-    arguments = ParseArguments(*command, {words.begin() + 1, words.end()}, help);
-  } catch (const UsageError& error) {
-    return Refuse(std::string(command->word) + ": " + error.message, Usage(*command));
-  }
-  if (help) {
-    Print(stdout, Usage(*command));
-    return kDone;
-  }
-  std::string errors;
-  const Reply reply = RunQuietly(*command, arguments, errors);
-  return Report(*command, arguments, reply, errors);
+  return RunCommand(*command, {words.begin() + 1, words.end()});
 }
 
 }  // namespace
