@@ -1,8 +1,8 @@
 #!/bin/bash
-# Shows the main job: builds the program, starts a local CA and a web server, and issues a
-# certificate for two names, as root. Installs what is missing first. All of it happens on a private
-# copy of this host that vanishes at the end; the machine's /usr/kova, /etc/cron.d and trust store
-# are not touched.
+# Shows the main job: builds the program, starts a local CA and a web server, issues a certificate
+# for two names, hands it to the web server and renews it there, as root. Installs what is missing
+# first. All of it happens on a private copy of this host that vanishes at the end; the machine's
+# /usr/kova, /etc/cron.d and trust store are not touched.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

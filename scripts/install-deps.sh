@@ -12,7 +12,7 @@ build=(
   libssl-dev libcurl4-openssl-dev libjsoncpp-dev libminiupnpc-dev libgtest-dev libgmock-dev
   openssl ca-certificates
 )
-demo=(iproute2 util-linux hostname pebble nginx)
+demo=(iproute2 util-linux hostname pebble nginx curl)
 test=(
   clang procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython

@@ -1,7 +1,7 @@
 #!/bin/bash
 # The inside of scripts/demo.sh, run in the sandbox: issue.sh STAGE installs the program from the
-# staging folder, starts the servers, issues the certificate and shows what came of it. The servers
-# end with the sandbox.
+# staging folder, starts the servers, issues the certificate and shows what came of it; renew.sh goes
+# on from there. The servers end with the sandbox.
 set -euo pipefail
 
 [[ -n ${KOVA_SANDBOX:-} ]] || { echo "to be run by scripts/demo.sh" >&2; exit 2; }
@@ -89,3 +89,6 @@ fact key "$(openssl rsa -in "$folder/privkey.pem" -noout -check 2>&1), fits: $(
 title "How it will be renewed"
 indent < "$folder/renew.json"
 indent < /etc/cron.d/kova-letsencrypt
+
+# shellcheck source=scripts/demo/renew.sh
+source "$here/renew.sh"
