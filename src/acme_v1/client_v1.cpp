@@ -83,7 +83,7 @@ HttpResponse AcmeV1Client::PostJws(const std::string& url, const Json::Value& pa
 std::string UnpaddedBase64Url(const std::string& pem, const std::string& begin,
                               const std::string& end) {
   std::string text = PemToBase64Url(pem, begin, end);
-  while (!text.empty() && text.back() == '=') text.pop_back();
+  StripBase64Padding(text);
   return text;
 }
 

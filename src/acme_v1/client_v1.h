@@ -78,8 +78,8 @@ class AcmeV1Client {
 
  private:
   // The directory's URL of that resource.
-  std::string Resource(const char* name) const;
-  const RsaKey& Key() const;  // throws 201 when none is loaded
+  [[nodiscard]] std::string Resource(const char* name) const;
+  [[nodiscard]] const RsaKey& Key() const;  // throws 201 when none is loaded
   void KeepNonce(const HttpResponse& response);
   HttpResponse Fetch(const std::string& url);  // plain GET that keeps the reply's nonce
 
