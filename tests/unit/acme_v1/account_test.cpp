@@ -35,7 +35,7 @@ class AccountV1Test : public V1Test {
 
 TEST_F(AccountV1Test, FindsNothingInAnEmptyOrMissingStore) {
   EXPECT_EQ(Find(), "");
-  std::filesystem::create_directories(kStore);
+  std::filesystem::create_directories(kAccountStore);
   EXPECT_EQ(Find(), "");
 }
 
@@ -97,11 +97,11 @@ TEST_F(AccountV1Test, PassesOverAnAccountWithoutAReadableKey) {
 }
 
 TEST_F(AccountV1Test, PassesOverWhatIsNoAccount) {
-  WriteFile(std::string(kStore) + "/file", "x");
-  WriteFile(std::string(kStore) + "/list/info.json", "[1, 2]");
-  WriteFile(std::string(kStore) + "/null/info.json", "null");
-  WriteFile(std::string(kStore) + "/cut/info.json", R"({"contact": )");
-  std::filesystem::create_directories(std::string(kStore) + "/void");
+  WriteFile(std::string(kAccountStore) + "/file", "x");
+  WriteFile(std::string(kAccountStore) + "/list/info.json", "[1, 2]");
+  WriteFile(std::string(kAccountStore) + "/null/info.json", "null");
+  WriteFile(std::string(kAccountStore) + "/cut/info.json", R"({"contact": )");
+  std::filesystem::create_directories(std::string(kAccountStore) + "/void");
   EXPECT_EQ(Find(), "");
 }
 
@@ -130,10 +130,10 @@ TEST_F(AccountV1Test, RefusesAFolderWithoutAReadableKey) {
   for (const char* content : {"", "no JSON", "[]", "null"}) {
     WriteFile(folder + "/private_key.json", content);
     EXPECT_EQ(ErrorOf([&] { client.LoadAccountKey(folder); }),
-              "201 client_v1 failed to load User Account key: " + folder + "/private_key.json");
+              "201 client_v1: failed to load User Account key: " + folder + "/private_key.json");
   }
   EXPECT_EQ(ErrorOf([&] { client.LoadAccountKey("/nowhere"); }),
-            "201 client_v1 failed to load User Account key: /nowhere/private_key.json");
+            "201 client_v1: failed to load User Account key: /nowhere/private_key.json");
 }
 
 TEST_F(AccountV1Test, AKeyThatCannotSignShowsWhenItIsUsed) {
@@ -143,7 +143,7 @@ TEST_F(AccountV1Test, AKeyThatCannotSignShowsWhenItIsUsed) {
   WriteFile(folder + "/private_key.json", R"({"n": 5, "e": [], "d": "AQAB"})");
   client.LoadAccountKey(folder);
   EXPECT_EQ(ErrorOf([&] { client.PostJws(server.Url("/x"), Json::Value()); }),
-            "201 rsa RSA: key sing failed.");
+            "201 rsa: RSA: key sing failed.");
 }
 
 // --- Registering ---
@@ -172,24 +172,24 @@ TEST_F(AccountV1Test, StoresTheAccount) {
   client.Register(kContact);
 
   EXPECT_EQ(ModeOf("/usr/kova/etc/letsencrypt"), 0700);
-  EXPECT_EQ(ModeOf(kStore), 0700);
-  const std::vector<std::string> folders = FolderEntries(kStore);
-  ASSERT_EQ(folders.size(), 1U);
-  EXPECT_THAT(folders[0], testing::MatchesRegex(std::string(kStore) + "/[A-Za-z0-9]{6}"));
-  EXPECT_EQ(ModeOf(folders[0]), 0700);
-  EXPECT_THAT(FolderEntries(folders[0]),
-              ElementsAre(folders[0] + "/info.json", folders[0] + "/private_key.json"));
-  EXPECT_EQ(ModeOf(folders[0] + "/info.json"), 0600);
-  EXPECT_EQ(ModeOf(folders[0] + "/private_key.json"), 0600);
-  EXPECT_EQ(FileText(folders[0] + "/info.json"),
+  EXPECT_EQ(ModeOf(kAccountStore), 0700);
+  const std::vector<std::string> names = ListFolder(kAccountStore);
+  ASSERT_EQ(names.size(), 1U);
+  EXPECT_THAT(names[0], testing::MatchesRegex("[A-Za-z0-9]{6}"));
+  const std::string folder = std::string(kAccountStore) + "/" + names[0];
+  EXPECT_EQ(ModeOf(folder), 0700);
+  EXPECT_THAT(ListFolder(folder), ElementsAre("info.json", "private_key.json"));
+  EXPECT_EQ(ModeOf(folder + "/info.json"), 0600);
+  EXPECT_EQ(ModeOf(folder + "/private_key.json"), 0600);
+  EXPECT_EQ(ReadFile(folder + "/info.json"),
             "{\n   \"contact\" : \"me@mail.example\",\n   \"directory\" : \"" +
                 server.Url("/directory") + "\",\n   \"version\" : 1\n}\n");
   // The key that was registered is the one that is kept.
   Json::Value key;
-  ASSERT_TRUE(JsonFromFile(folders[0] + "/private_key.json", key));
+  ASSERT_TRUE(JsonFromFile(folder + "/private_key.json", key));
   EXPECT_THAT(key.getMemberNames(), ElementsAre("d", "dp", "dq", "e", "kty", "n", "p", "q", "qi"));
   EXPECT_EQ(key["n"], Posts("POST /new-reg").at(0).document["header"]["jwk"]["n"]);
-  EXPECT_EQ(Find(), folders[0]);
+  EXPECT_EQ(Find(), folder);
 }
 
 TEST_F(AccountV1Test, MakesANewKeyForEachRegistration) {
@@ -200,7 +200,7 @@ TEST_F(AccountV1Test, MakesANewKeyForEachRegistration) {
   client.Register(kContact);
   const std::vector<SignedBody> posts = Posts("POST /new-reg");
   EXPECT_NE(posts.at(0).document["header"]["jwk"]["n"], posts.at(1).document["header"]["jwk"]["n"]);
-  EXPECT_EQ(FolderEntries(kStore).size(), 2U);
+  EXPECT_EQ(ListFolder(kAccountStore).size(), 2U);
 }
 
 TEST_F(AccountV1Test, AddsToAStoreThatIsThere) {
@@ -209,7 +209,7 @@ TEST_F(AccountV1Test, AddsToAStoreThatIsThere) {
   ServeRegistration();
   client.FetchDirectory();
   client.Register(kContact);
-  EXPECT_EQ(FolderEntries(kStore).size(), 2U);
+  EXPECT_EQ(ListFolder(kAccountStore).size(), 2U);
 }
 
 struct Refusal {
@@ -225,21 +225,21 @@ TEST_P(AccountV1RefusalTest, LeavesNoFolder) {
   client.FetchDirectory();
   server.On("POST /new-reg", FreshJson(GetParam().status, GetParam().body, {Location(), Terms()}));
   EXPECT_EQ(RegisterError(), GetParam().error);
-  EXPECT_THAT(FolderEntries("/usr/kova/etc/letsencrypt"), IsEmpty());
+  EXPECT_THAT(ListFolder("/usr/kova/etc/letsencrypt"), IsEmpty());
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory", "POST /new-reg"));
 }
 
-constexpr char kWrongStatus[] = "200 client_v1 new-req, unexpect httpcode";
-constexpr char kNotJson[] = "200 client_network body is not json.";
+constexpr char kWrongStatus[] = "200 client_v1: new-req, unexpect httpcode";
+constexpr char kNotJson[] = "200 client_network: body is not json.";
 
 INSTANTIATE_TEST_SUITE_P(
     Statuses, AccountV1RefusalTest,
     testing::Values(Refusal{429, R"({"detail": "Too many of %s and %n"})",
-                            "103 client_v1 Too many of %s and %n"},
+                            "103 client_v1: Too many of %s and %n"},
                     Refusal{400, R"({"detail": "No %d such mail"})",
-                            "105 client_v1 No %d such mail"},
-                    Refusal{429, "[]", "103 client_v1 "},
-                    Refusal{400, R"({"detail": {"a": 1}})", "105 client_v1 "},
+                            "105 client_v1: No %d such mail"},
+                    Refusal{429, "[]", "103 client_v1: "},
+                    Refusal{400, R"({"detail": {"a": 1}})", "105 client_v1: "},
                     Refusal{429, "<html>", kNotJson}, Refusal{400, "", kNotJson},
                     Refusal{200, "{}", kWrongStatus}, Refusal{202, "{}", kWrongStatus},
                     Refusal{403, R"({"detail": "no"})", kWrongStatus},
@@ -259,10 +259,10 @@ TEST_F(AccountV1Test, NeedsTheTermsAndTheLocation) {
     client.FetchDirectory();
     server.Reset("POST /new-reg");
     server.On("POST /new-reg", FreshJson(201, "{}", sent));
-    EXPECT_EQ(RegisterError(), "200 client_v1 new-req, unexpect content");
+    EXPECT_EQ(RegisterError(), "200 client_v1: new-req, unexpect content");
   }
   EXPECT_THAT(Posts("POST /reg/1"), IsEmpty());
-  EXPECT_THAT(FolderEntries(kStore), IsEmpty());
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
 }
 
 TEST_F(AccountV1Test, FindsTheTermsAmongSeveralLinks) {
@@ -272,7 +272,7 @@ TEST_F(AccountV1Test, FindsTheTermsAmongSeveralLinks) {
       "POST /new-reg",
       FreshJson(201, "not read", {R"(Link: <http://n.example/>;rel="next")", Terms(), Location()}));
   server.On("POST /reg/1", FreshJson(202, "not read"));
-  EXPECT_EQ(RegisterError(), "none");
+  EXPECT_EQ(RegisterError(), "nothing");
 }
 
 TEST_F(AccountV1Test, NeedsTheAgreementToBeAccepted) {
@@ -282,9 +282,9 @@ TEST_F(AccountV1Test, NeedsTheAgreementToBeAccepted) {
     server.Reset("POST /reg/1");
     server.On("POST /new-reg", FreshJson(201, "{}", {Location(), Terms()}));
     server.On("POST /reg/1", FreshJson(status, R"({"detail": "x"})"));
-    EXPECT_EQ(RegisterError(), "200 client_v1 req, unexpect httpcode") << status;
+    EXPECT_EQ(RegisterError(), "200 client_v1: req, unexpect httpcode") << status;
   }
-  EXPECT_THAT(FolderEntries(kStore), IsEmpty());
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
 }
 
 TEST_F(AccountV1Test, DoesNotRepeatARegistrationWhoseNonceWasRefused) {
@@ -292,7 +292,7 @@ TEST_F(AccountV1Test, DoesNotRepeatARegistrationWhoseNonceWasRefused) {
   client.FetchDirectory();
   server.On("POST /new-reg",
             FreshJson(400, R"({"type": "urn:acme:error:badNonce", "detail": "bad nonce"})"));
-  EXPECT_EQ(RegisterError(), "105 client_v1 bad nonce");
+  EXPECT_EQ(RegisterError(), "105 client_v1: bad nonce");
   EXPECT_EQ(Posts("POST /new-reg").size(), 1U);
 }
 
@@ -309,19 +309,19 @@ TEST_F(AccountV1Test, ReportsAStoreThatCannotBeMade) {
   };
   WriteFile("/usr/kova/etc/letsencrypt", "a file");
   auto [error, texts] = failure();
-  EXPECT_EQ(error, "202 client_v1 Failed to create folder for account.");
+  EXPECT_EQ(error, "202 client_v1: Failed to create folder for account.");
   EXPECT_THAT(texts, ElementsAre("client_v1:# Failed to create folder for account. [20]"));
 
   std::filesystem::remove("/usr/kova/etc/letsencrypt");
-  WriteFile(kStore, "a file");
+  WriteFile(kAccountStore, "a file");
   std::tie(error, texts) = failure();
-  EXPECT_EQ(error, "202 client_v1 Failed to create folder for account item.");
+  EXPECT_EQ(error, "202 client_v1: Failed to create folder for account item.");
   EXPECT_THAT(texts, ElementsAre("client_v1:# Failed to create folder for account item. [20]"));
 
   std::filesystem::rename("/usr/kova/etc", "/usr/kova/etc.away");
   std::tie(error, texts) = failure();
   std::filesystem::rename("/usr/kova/etc.away", "/usr/kova/etc");
-  EXPECT_EQ(error, "202 client_v1 Failed to create folder for let's encrypt.");
+  EXPECT_EQ(error, "202 client_v1: Failed to create folder for let's encrypt.");
   EXPECT_THAT(texts,
               testing::Contains("client_v1:# Failed to create folder for let's encrypt. [2]"));
 }

@@ -14,7 +14,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kTokenFolder[] = "/var/lib/letsencrypt/.well-known/acme-challenge";
 constexpr char kChallengeRoute[] = "POST /challenge";
 constexpr char kPollRoute[] = "GET /authz";
 
@@ -89,7 +88,7 @@ TEST_F(AuthorizationV1Test, AsksForAnAuthorization) {
 
 TEST_F(AuthorizationV1Test, ReportsARefusedName) {
   server.On("POST /new-authz", FreshJson(400, R"({"detail": "not read"})"));
-  EXPECT_EQ(ErrorOf([&] { client.NewAuthz(kDomain); }), "102 client_v1 no valid domain name");
+  EXPECT_EQ(ErrorOf([&] { client.NewAuthz(kDomain); }), "102 client_v1: no valid domain name");
 }
 
 TEST_F(AuthorizationV1Test, ReportsAnUnexpectedStatusOfTheAuthorization) {
@@ -97,13 +96,13 @@ TEST_F(AuthorizationV1Test, ReportsAnUnexpectedStatusOfTheAuthorization) {
     server.Reset("POST /new-authz");
     server.On("POST /new-authz", FreshJson(status, JsonToString(Authz())));
     EXPECT_EQ(ErrorOf([&] { client.NewAuthz(kDomain); }),
-              "200 client_v1 new_authz: unexpect httpcode.");
+              "200 client_v1: new_authz: unexpect httpcode.");
   }
 }
 
 TEST_F(AuthorizationV1Test, ReportsAnAuthorizationThatIsNotJson) {
   server.On("POST /new-authz", Fresh(HttpReply::Text(201, "<html>")));
-  EXPECT_EQ(ErrorOf([&] { client.NewAuthz(kDomain); }), "200 client_network body is not json.");
+  EXPECT_EQ(ErrorOf([&] { client.NewAuthz(kDomain); }), "200 client_network: body is not json.");
 }
 
 // --- Picking ---
@@ -129,7 +128,7 @@ TEST(PickChallengeTest, TakesTheFirstCompleteEntryOfTheType) {
 
 TEST(PickChallengeTest, ReportsAnAuthorizationWithoutChallenges) {
   for (const char* authz : {"{}", "[]", "null", "5", R"("challenges")"}) {
-    EXPECT_EQ(PickError(authz), "200 client_v1 new_authz has not challenges.") << authz;
+    EXPECT_EQ(PickError(authz), "200 client_v1: new_authz has not challenges.") << authz;
   }
 }
 
@@ -139,7 +138,7 @@ TEST(PickChallengeTest, ReportsThatTheTypeIsNotOffered) {
         R"({"a": {"type": "http-01", "uri": "", "token": "", "status": ""}})",
         R"([{"type": "HTTP-01", "uri": "a", "token": "a", "status": "a"}])"}) {
     EXPECT_EQ(PickError(std::string(R"({"challenges": )") + challenges + "}"),
-              "200 client_v1 Can't find challenges")
+              "200 client_v1: Can't find challenges")
         << challenges;
   }
 }
@@ -150,12 +149,12 @@ TEST_F(AuthorizationV1Test, AnswersAndWaitsUntilValid) {
   const std::string proof = "web-token." + RsaKey::FromJson(Rfc7515Key())->Thumbprint();
   std::string published;
   server.On(kChallengeRoute, [&](const HttpRequest&) {
-    published = FileText(std::string(kTokenFolder) + "/web-token");
+    published = ReadFile(std::string(kTokenFolder) + "/web-token");
     return FreshJson(202, "{}", {"Link: <" + server.Url("/authz") + R"(>;rel="up")"});
   });
   ServePoll("valid");
   EXPECT_THAT(
-      StepsOf([&] { EXPECT_EQ(Attempt(), "none"); }),
+      StepsOf([&] { EXPECT_EQ(Attempt(), "nothing"); }),
       ElementsAre("new authz: http-01 challenge.", "Post JWS Request: " + server.Url("/challenge"),
                   "new authz: http-01 check result."));
   EXPECT_EQ(published, proof);
@@ -163,19 +162,19 @@ TEST_F(AuthorizationV1Test, AnswersAndWaitsUntilValid) {
       Posts(kChallengeRoute).at(0).payload_text,
       "{\"keyAuthorization\":\"" + proof + "\",\"resource\":\"challenge\",\"type\":\"http-01\"}\n");
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory", kChallengeRoute, kPollRoute));
-  EXPECT_THAT(FolderEntries(kTokenFolder), IsEmpty());
+  EXPECT_THAT(ListFolder(kTokenFolder), IsEmpty());
   EXPECT_THAT(sleeps.Durations(), IsEmpty());
 }
 
 TEST_F(AuthorizationV1Test, AnAuthorizationThatIsValidAlreadyNeedsNothing) {
-  EXPECT_EQ(Attempt(FromText(R"({"status": "valid"})")), "none");
+  EXPECT_EQ(Attempt(FromText(R"({"status": "valid"})")), "nothing");
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory"));
   EXPECT_FALSE(std::filesystem::exists("/var/lib/letsencrypt"));
 }
 
 TEST_F(AuthorizationV1Test, ReportsAChallengeThatCannotBeSetUp) {
   WriteFile("/var/lib/letsencrypt/.well-known", "a file");
-  EXPECT_EQ(Attempt(), "203 client_v1 Challenge setup is failed.");
+  EXPECT_EQ(Attempt(), "203 client_v1: Challenge setup is failed.");
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory"));
 }
 
@@ -184,9 +183,9 @@ TEST_F(AuthorizationV1Test, DoesNotSetUpAHostileToken) {
   for (const std::string token : {"", ".", "..", "../../victim", "/etc/x", "a/b", "a b", "a%2f"}) {
     Json::Value authz = Authz();
     authz["challenges"][1]["token"] = token;
-    EXPECT_EQ(Attempt(authz), "203 client_v1 Challenge setup is failed.") << token;
+    EXPECT_EQ(Attempt(authz), "203 client_v1: Challenge setup is failed.") << token;
   }
-  EXPECT_EQ(FileText("/var/lib/letsencrypt/victim"), "precious");
+  EXPECT_EQ(ReadFile("/var/lib/letsencrypt/victim"), "precious");
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory"));
 }
 
@@ -199,12 +198,12 @@ TEST_F(AuthorizationV1Test, RefusesMembersOfAnotherType) {
     for (const std::string& name : members.getMemberNames()) {
       authz["challenges"][1][name] = members[name];
     }
-    EXPECT_EQ(Attempt(authz), "200 client_v1 unexpect json response.") << change;
+    EXPECT_EQ(Attempt(authz), "200 client_v1: unexpect json response.") << change;
   }
   for (const char* identifier : {"null", "5", "[]", R"("x")", "{}", R"({"value": 5})"}) {
     Json::Value authz = Authz();
     authz["identifier"] = FromText(identifier);
-    EXPECT_EQ(Attempt(authz), "200 client_v1 unexpect json response.") << identifier;
+    EXPECT_EQ(Attempt(authz), "200 client_v1: unexpect json response.") << identifier;
   }
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory"));
 }
@@ -213,15 +212,15 @@ TEST_F(AuthorizationV1Test, ReportsAnUnexpectedStatusOfTheAnswer) {
   for (const int status : {200, 201, 400, 403, 500}) {
     server.Reset(kChallengeRoute);
     ServeAnswer(status);
-    EXPECT_EQ(Attempt(), "200 client_v1 challenge: unexpect httpcode.") << status;
-    EXPECT_THAT(FolderEntries(kTokenFolder), IsEmpty());
+    EXPECT_EQ(Attempt(), "200 client_v1: challenge: unexpect httpcode.") << status;
+    EXPECT_THAT(ListFolder(kTokenFolder), IsEmpty());
   }
   EXPECT_EQ(Polls(), 0U);
 }
 
 TEST_F(AuthorizationV1Test, CannotPollWithoutALink) {
   server.On(kChallengeRoute, FreshJson(202, "{}", {"Link: <x>; rel=\"up\""}));
-  EXPECT_EQ(Attempt(), "100 client_network Server is not reachable.");
+  EXPECT_EQ(Attempt(), "100 client_network: Server is not reachable.");
 }
 
 // --- Polling ---
@@ -229,14 +228,14 @@ TEST_F(AuthorizationV1Test, CannotPollWithoutALink) {
 TEST_F(AuthorizationV1Test, WaitsTwoSecondsAfterEachPendingPoll) {
   ServeAnswer();
   for (const char* status : {"pending", "pending", "valid"}) ServePoll(status);
-  EXPECT_EQ(Attempt(), "none");
+  EXPECT_EQ(Attempt(), "nothing");
   EXPECT_THAT(sleeps.Durations(), ElementsAre(seconds(2), seconds(2)));
 }
 
 TEST_F(AuthorizationV1Test, GivesUpAfterThirtyPendingPolls) {
   ServeAnswer();
   ServePoll("pending");
-  EXPECT_EQ(Attempt(), "200 client_v1 Authorization timeout.");
+  EXPECT_EQ(Attempt(), "200 client_v1: Authorization timeout.");
   EXPECT_EQ(Polls(), 30U);
   EXPECT_EQ(sleeps.Durations().size(), 30U);
   EXPECT_THAT(sleeps.Durations(), Each(seconds(2)));
@@ -245,7 +244,7 @@ TEST_F(AuthorizationV1Test, GivesUpAfterThirtyPendingPolls) {
 TEST_F(AuthorizationV1Test, PollsAnyOtherStatusAtOnceAndCountsIt) {
   ServeAnswer();
   for (const char* status : {"processing", "unknown", "", "Valid", "revoked"}) ServePoll(status);
-  EXPECT_EQ(Attempt(), "200 client_v1 Authorization timeout.");
+  EXPECT_EQ(Attempt(), "200 client_v1: Authorization timeout.");
   EXPECT_EQ(Polls(), 30U);
   EXPECT_THAT(sleeps.Durations(), IsEmpty());
 }
@@ -254,7 +253,7 @@ TEST_F(AuthorizationV1Test, TheThirtiethPollStillCounts) {
   ServeAnswer();
   for (int i = 0; i < 29; ++i) ServePoll("processing");
   ServePoll("valid");
-  EXPECT_EQ(Attempt(), "none");
+  EXPECT_EQ(Attempt(), "nothing");
   EXPECT_EQ(Polls(), 30U);
 }
 
@@ -262,7 +261,7 @@ TEST_F(AuthorizationV1Test, KeepsTheNoncesOfItsPolls) {
   ServeAnswer();
   ServePoll("processing");
   ServePoll("valid");
-  EXPECT_EQ(Attempt(), "none");
+  EXPECT_EQ(Attempt(), "nothing");
   EXPECT_EQ(client.TakeNonce(), "nonce4");  // of the second poll
   EXPECT_EQ(client.TakeNonce(), "nonce3");
   EXPECT_EQ(client.TakeNonce(), "nonce2");  // of the answer
@@ -273,7 +272,7 @@ TEST_F(AuthorizationV1Test, ReportsAnUnexpectedStatusOfAPoll) {
   for (const int status : {201, 202, 404, 500}) {
     server.Reset(kPollRoute);
     server.On(kPollRoute, FreshJson(status, JsonToString(Authz("valid"))));
-    EXPECT_EQ(Attempt(), "200 client_v1 unexpect httpcode.") << status;
+    EXPECT_EQ(Attempt(), "200 client_v1: unexpect httpcode.") << status;
   }
 }
 
@@ -283,14 +282,14 @@ TEST_F(AuthorizationV1Test, ReportsAPollWithoutAStatus) {
                            R"({"status": null})", R"({"status": ["valid"]})"}) {
     server.Reset(kPollRoute);
     server.On(kPollRoute, FreshJson(200, body));
-    EXPECT_EQ(Attempt(), "200 client_v1 unexpect json response.") << body;
+    EXPECT_EQ(Attempt(), "200 client_v1: unexpect json response.") << body;
   }
 }
 
 TEST_F(AuthorizationV1Test, ReportsAPollThatIsNotJson) {
   ServeAnswer();
   server.On(kPollRoute, Fresh(HttpReply::Text(200, "<html>")));
-  EXPECT_EQ(Attempt(), "200 client_network body is not json.");
+  EXPECT_EQ(Attempt(), "200 client_network: body is not json.");
 }
 
 // --- Failed validations ---
@@ -298,9 +297,9 @@ TEST_F(AuthorizationV1Test, ReportsAPollThatIsNotJson) {
 TEST_F(AuthorizationV1Test, MapsTheFirstConnectionErrorOfHttp01ToARetryAndLaterOnesToAFailure) {
   ServeAnswer();
   ServeInvalid(Problem("urn:acme:error:connection", "no route %s"));
-  EXPECT_EQ(Attempt(), "107 client_v1 host.example.net: no route %s");
-  EXPECT_EQ(Attempt(), "101 client_v1 host.example.net: no route %s");
-  EXPECT_EQ(Attempt(), "101 client_v1 host.example.net: no route %s");
+  EXPECT_EQ(Attempt(), "107 client_v1: host.example.net: no route %s");
+  EXPECT_EQ(Attempt(), "101 client_v1: host.example.net: no route %s");
+  EXPECT_EQ(Attempt(), "101 client_v1: host.example.net: no route %s");
 }
 
 TEST_F(AuthorizationV1Test, MapsTheErrorTypes) {
@@ -309,12 +308,12 @@ TEST_F(AuthorizationV1Test, MapsTheErrorTypes) {
     const char* error;
   };
   constexpr Mapping kMappings[] = {
-      {"urn:acme:error:unauthorized", "102 client_v1 why %n"},
-      {"urn:acme:error:unknownHost", "102 client_v1 why %n"},
-      {"urn:acme:error:tls", "200 client_v1 why %n"},
-      {"urn:acme:error:Connection", "200 client_v1 why %n"},
-      {"urn:ietf:params:acme:error:connection", "200 client_v1 why %n"},
-      {"", "200 client_v1 why %n"},
+      {"urn:acme:error:unauthorized", "102 client_v1: why %n"},
+      {"urn:acme:error:unknownHost", "102 client_v1: why %n"},
+      {"urn:acme:error:tls", "200 client_v1: why %n"},
+      {"urn:acme:error:Connection", "200 client_v1: why %n"},
+      {"urn:ietf:params:acme:error:connection", "200 client_v1: why %n"},
+      {"", "200 client_v1: why %n"},
   };
   ServeAnswer();
   for (const Mapping& mapping : kMappings) {
@@ -325,7 +324,7 @@ TEST_F(AuthorizationV1Test, MapsTheErrorTypes) {
   // None of them used up the retry.
   server.Reset(kPollRoute);
   ServeInvalid(Problem("urn:acme:error:connection", "x"));
-  EXPECT_EQ(Attempt(), "107 client_v1 host.example.net: x");
+  EXPECT_EQ(Attempt(), "107 client_v1: host.example.net: x");
 }
 
 TEST_F(AuthorizationV1Test, AnInvalidAuthorizationIsNotPolledAgain) {
@@ -334,7 +333,7 @@ TEST_F(AuthorizationV1Test, AnInvalidAuthorizationIsNotPolledAgain) {
   Attempt();
   EXPECT_EQ(Polls(), 1U);
   EXPECT_THAT(sleeps.Durations(), IsEmpty());
-  EXPECT_THAT(FolderEntries(kTokenFolder), IsEmpty());
+  EXPECT_THAT(ListFolder(kTokenFolder), IsEmpty());
 }
 
 TEST_F(AuthorizationV1Test, AnErrorOfAnotherShapeHasNoDetail) {
@@ -343,23 +342,23 @@ TEST_F(AuthorizationV1Test, AnErrorOfAnotherShapeHasNoDetail) {
                             R"({"type": 5, "detail": []})", R"({"type": null})"}) {
     server.Reset(kPollRoute);
     ServeInvalid(FromText(error));
-    EXPECT_EQ(Attempt(), "200 client_v1 ") << error;
+    EXPECT_EQ(Attempt(), "200 client_v1: ") << error;
   }
 }
 
 TEST_F(AuthorizationV1Test, ReportsAnInvalidAuthorizationThatDoesNotSayWhy) {
   ServeAnswer();
   server.On(kPollRoute, FreshJson(200, R"({"status": "invalid"})"));
-  EXPECT_EQ(Attempt(), "200 client_v1 new_authz has not challenges.");
+  EXPECT_EQ(Attempt(), "200 client_v1: new_authz has not challenges.");
   server.Reset(kPollRoute);
   server.On(kPollRoute, FreshJson(200, R"({"status": "invalid", "challenges": [1]})"));
-  EXPECT_EQ(Attempt(), "200 client_v1 Can't find challenges");
+  EXPECT_EQ(Attempt(), "200 client_v1: Can't find challenges");
 }
 
 TEST_F(AuthorizationV1Test, CutsALongDetail) {
   ServeAnswer();
   ServeInvalid(Problem("urn:acme:error:unauthorized", std::string(2000, 'x')));
-  EXPECT_EQ(Attempt(), "102 client_v1 " + std::string(511, 'x'));
+  EXPECT_EQ(Attempt(), "102 client_v1: " + std::string(511, 'x'));
 }
 
 }  // namespace

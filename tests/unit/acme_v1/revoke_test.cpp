@@ -32,9 +32,8 @@ class RevokeV1Test : public V1Test {
     return ErrorOf([&] { client.Revoke(folder_); });
   }
   void ExpectFolderUntouched() const {
-    EXPECT_THAT(FolderEntries(folder_),
-                ElementsAre(folder_ + "/cert.pem", folder_ + "/renew.json"));
-    EXPECT_EQ(FileText(folder_ + "/cert.pem"), kPem);
+    EXPECT_THAT(ListFolder(folder_), ElementsAre("cert.pem", "renew.json"));
+    EXPECT_EQ(ReadFile(folder_ + "/cert.pem"), kPem);
   }
 
   const std::string folder_ = std::string(kArchive) + "/given";
@@ -43,7 +42,7 @@ class RevokeV1Test : public V1Test {
 TEST_F(RevokeV1Test, SendsTheFirstCertificateAndLeavesTheFolder) {
   Serve(200);
   EXPECT_THAT(
-      StepsOf([&] { EXPECT_EQ(Failure(), "none"); }),
+      StepsOf([&] { EXPECT_EQ(Failure(), "nothing"); }),
       ElementsAre("revoke certifiaction.", "Post JWS Request: " + server.Url("/revoke-cert")));
   EXPECT_EQ(Posts("POST /revoke-cert").at(0).payload_text,
             "{\"certificate\":\"-_-_AQ\",\"resource\":\"revoke-cert\"}\n");
@@ -53,7 +52,7 @@ TEST_F(RevokeV1Test, SendsTheFirstCertificateAndLeavesTheFolder) {
 TEST_F(RevokeV1Test, ACertificateThatIsRevokedAlreadyIsASuccess) {
   Serve(409, "not read");
   EXPECT_THAT(
-      StepsOf([&] { EXPECT_EQ(Failure(), "none"); }),
+      StepsOf([&] { EXPECT_EQ(Failure(), "nothing"); }),
       ElementsAre("revoke certifiaction.", "Post JWS Request: " + server.Url("/revoke-cert"),
                   "Has already revoked"));
   ExpectFolderUntouched();
@@ -61,13 +60,13 @@ TEST_F(RevokeV1Test, ACertificateThatIsRevokedAlreadyIsASuccess) {
 
 TEST_F(RevokeV1Test, ReportsARefusalWithStatusAndDetail) {
   Serve(400, R"({"detail": "no %s"})");
-  EXPECT_EQ(Failure(), "200 client_v1 Revoke failed - 400  no %s");
+  EXPECT_EQ(Failure(), "200 client_v1: Revoke failed - 400  no %s");
   Serve(500, "{}");
-  EXPECT_EQ(Failure(), "200 client_v1 Revoke failed - 500  ");
+  EXPECT_EQ(Failure(), "200 client_v1: Revoke failed - 500  ");
   Serve(202, R"({"detail": ["x"]})");
-  EXPECT_EQ(Failure(), "200 client_v1 Revoke failed - 202  ");
+  EXPECT_EQ(Failure(), "200 client_v1: Revoke failed - 202  ");
   Serve(403, "<html>");
-  EXPECT_EQ(Failure(), "200 client_network body is not json.");
+  EXPECT_EQ(Failure(), "200 client_network: body is not json.");
   ExpectFolderUntouched();
 }
 
@@ -85,7 +84,8 @@ TEST_F(RevokeV1Test, TheDoorLoadsTheAccountOfTheRecord) {
   Serve(200);
   server.ClearRequests();
   EXPECT_THAT(StepsOf([&] {
-                RevokeWithAcmeV1(server.Url("/directory"), std::string(kStore) + "/ready", folder_);
+                RevokeWithAcmeV1(server.Url("/directory"), std::string(kAccountStore) + "/ready",
+                                 folder_);
               }),
               ElementsAre("revoke with v1. [" + folder_ + "].",
                           "setup acme url " + server.Url("/directory"), "revoke certifiaction.",
@@ -96,7 +96,7 @@ TEST_F(RevokeV1Test, TheDoorLoadsTheAccountOfTheRecord) {
 TEST_F(RevokeV1Test, TheDoorNeedsTheAccount) {
   Serve(200);
   EXPECT_EQ(ErrorOf([&] { RevokeWithAcmeV1(server.Url("/directory"), "/nowhere", folder_); }),
-            "201 client_v1 failed to load User Account key: /nowhere/private_key.json");
+            "201 client_v1: failed to load User Account key: /nowhere/private_key.json");
   EXPECT_THAT(Posts("POST /revoke-cert"), IsEmpty());
 }
 

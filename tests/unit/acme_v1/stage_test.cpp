@@ -16,8 +16,6 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using Names = std::vector<std::string>;
 
-constexpr char kSettings[] = "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default";
-constexpr char kHooks[] = "/usr/kova/libexec/platform.d";
 constexpr char kReached[] = "valid";
 constexpr char kNotReached[] = "urn:acme:error:connection";
 constexpr char kRefused[] = "urn:acme:error:unauthorized";
@@ -40,14 +38,14 @@ class StageTest : public V1Test {
     outcomes_[name + "/" + type] = std::move(outcomes);
   }
 
-  static void SkipDns() { WriteFile(kSettings, R"({"skipdns01": true})"); }
+  static void SkipDns() { WriteFile(kSettingsFile, R"({"skipdns01": true})"); }
 
   // The host is a customer of the dynamic-DNS service that holds box.ddns.example.
   void ServeDdns() {
     Json::Value settings(Json::objectValue);
     settings["kovaddns"] = server.Url("/ddns");
-    WriteFile(kSettings, JsonToString(settings));
-    WriteFile("/usr/kova/etc/device.json", R"({"router": "none", "ddns_hostname":
+    WriteFile(kSettingsFile, JsonToString(settings));
+    WriteFile(kDeviceRecord, R"({"router": "none", "ddns_hostname":
         "box.ddns.example", "ddns_name_server": "127.0.0.1", "serial_number": "S1",
         "account": {"id": "i", "auth_key": "k"}})");
     server.On("GET /ddns", HttpReply::Json(200, R"({"code": "good"})"));
@@ -57,14 +55,15 @@ class StageTest : public V1Test {
     WriteHook("router-rules", "IFS=+\ntell \"/router?$*\"\n[ $# = 1 ] || echo '" + answer + "'");
   }
 
+  // A hook that can tell the server what it was asked.
   void WriteHook(const std::string& name, const std::string& script) {
-    const std::string path = std::string(kHooks) + "/" + name;
-    WriteFile(path, "#!/bin/bash\ntell() {\n  exec 3<>/dev/tcp/127.0.0.1/" +
-                        std::to_string(server.Port()) +
-                        "\n  printf 'GET %s HTTP/1.1\\r\\nHost: x\\r\\n\\r\\n' \"$1\" >&3\n"
-                        "  cat <&3 >/dev/null\n}\n" +
-                        script + "\n");
-    std::filesystem::permissions(path, std::filesystem::perms(0755));
+    WriteFile(std::string(kHooks) + "/" + name,
+              "#!/bin/bash\ntell() {\n  exec 3<>/dev/tcp/127.0.0.1/" +
+                  std::to_string(server.Port()) +
+                  "\n  printf 'GET %s HTTP/1.1\\r\\nHost: x\\r\\n\\r\\n' \"$1\" >&3\n"
+                  "  cat <&3 >/dev/null\n}\n" +
+                  script + "\n",
+              0755);
   }
 
   std::string Run(const Names& names) {
@@ -160,7 +159,7 @@ const Names kClose = {"router Letsencrypt"};
 // --- One pass ---
 
 TEST_F(StageTest, AuthorizesEveryNameInOrder) {
-  const Names steps = StepsOf([&] { EXPECT_EQ(Run({"b.example", "a.example"}), "none"); });
+  const Names steps = StepsOf([&] { EXPECT_EQ(Run({"b.example", "a.example"}), "nothing"); });
   EXPECT_EQ(Events(), Attempt("b.example") + Attempt("a.example"));
   EXPECT_EQ(steps.front(), "strat to do new-authz for b.example");
   EXPECT_THAT(Names(steps.end() - 2, steps.end()),
@@ -168,7 +167,7 @@ TEST_F(StageTest, AuthorizesEveryNameInOrder) {
 }
 
 TEST_F(StageTest, TakesANameTwiceWhenItIsAskedForTwice) {
-  EXPECT_EQ(Run({"a.example", "a.example"}), "none");
+  EXPECT_EQ(Run({"a.example", "a.example"}), "nothing");
   EXPECT_EQ(Events(), Attempt("a.example") + Attempt("a.example"));
 }
 
@@ -176,14 +175,14 @@ TEST_F(StageTest, EndsAtTheFirstFailure) {
   SkipDns();
   Decide("a.example", "http-01", {kRefused});
   const Names steps = StepsOf([&] {
-    EXPECT_EQ(Run({"a.example", "b.example"}), "102 client_v1 because of http-01");
+    EXPECT_EQ(Run({"a.example", "b.example"}), "102 client_v1: because of http-01");
   });
   EXPECT_EQ(Events(), Attempt("a.example"));
   EXPECT_EQ(steps.back(), "Normal challenge failed, reason: because of http-01");
 }
 
 TEST_F(StageTest, DoesNotOpenTheRouterWhenTheWebServerIsReached) {
-  EXPECT_EQ(Run({"a.example"}), "none");
+  EXPECT_EQ(Run({"a.example"}), "nothing");
   EXPECT_EQ(Events(), Attempt("a.example"));
 }
 
@@ -192,7 +191,7 @@ TEST_F(StageTest, CarriesAStandardExceptionAsALocalFailure) {
   Decide("a.example", "http-01", {"pending"});
   platform::SetSleeper([](seconds) { throw std::runtime_error("woken up %s"); });
   const Names steps = StepsOf([&] {
-    EXPECT_EQ(Run({"a.example", "b.example"}), "202 client_v1 woken up %s");
+    EXPECT_EQ(Run({"a.example", "b.example"}), "202 client_v1: woken up %s");
   });
   EXPECT_EQ(Events(), Attempt("a.example"));
   EXPECT_EQ(steps.back(), "Normal challenge failed, reason: woken up %s");
@@ -230,7 +229,7 @@ TEST_F(StageTest, DnsHoldsBackWhateverIsThrown) {
 TEST_F(StageTest, TriesDnsAfterAnyFailureOfHttp) {
   ServeDdns();
   Decide("box.ddns.example", "http-01", {kRefused});
-  const Names steps = StepsOf([&] { EXPECT_EQ(Run({"box.ddns.example"}), "none"); });
+  const Names steps = StepsOf([&] { EXPECT_EQ(Run({"box.ddns.example"}), "nothing"); });
   EXPECT_EQ(Events(), Attempt("box.ddns.example") + DnsAttempt("box.ddns.example"));
   EXPECT_THAT(steps, IsSupersetOf({std::string("DNS challenge success box.ddns.example"),
                                    std::string("==> finish new-authz"),
@@ -242,7 +241,7 @@ TEST_F(StageTest, WhatStoppedHttpCountsWhenDnsFailsToo) {
   Decide("box.ddns.example", "http-01", {kRefused});
   Decide("box.ddns.example", "dns-01", {"urn:acme:error:serverInternal"});
   const Names steps =
-      StepsOf([&] { EXPECT_EQ(Run({"box.ddns.example"}), "102 client_v1 because of http-01"); });
+      StepsOf([&] { EXPECT_EQ(Run({"box.ddns.example"}), "102 client_v1: because of http-01"); });
   EXPECT_EQ(Events(), Attempt("box.ddns.example") + DnsAttempt("box.ddns.example"));
   EXPECT_THAT(steps,
               IsSupersetOf({std::string("DNS challenge failed, reason: because of dns-01"),
@@ -252,7 +251,7 @@ TEST_F(StageTest, WhatStoppedHttpCountsWhenDnsFailsToo) {
 TEST_F(StageTest, DnsCannotServeANameOutsideTheZone) {
   Decide("a.example", "http-01", {kRefused});
   const Names steps =
-      StepsOf([&] { EXPECT_EQ(Run({"a.example"}), "102 client_v1 because of http-01"); });
+      StepsOf([&] { EXPECT_EQ(Run({"a.example"}), "102 client_v1: because of http-01"); });
   EXPECT_EQ(Events(), Attempt("a.example") + Names{"new-authz a.example"});
   EXPECT_THAT(steps, testing::Contains("DNS challenge failed, reason: Challenge setup is failed."));
 }
@@ -266,7 +265,7 @@ TEST_F(StageTest, SkippingDnsSendsNothing) {
 TEST_F(StageTest, OnlyTheBooleanTrueSkipsDns) {
   for (const char* settings : {R"({"skipdns01": false})", R"({"skipdns01": "true"})",
                                R"({"skipdns01": 1})", R"({"skipdns01": null})", "[]", "", "{}"}) {
-    WriteFile(kSettings, settings);
+    WriteFile(kSettingsFile, settings);
     server.ClearRequests();
     EXPECT_FALSE(client.DnsChallenge("a.example"));
     EXPECT_THAT(Events(), ElementsAre("new-authz a.example")) << settings;
@@ -276,7 +275,7 @@ TEST_F(StageTest, OnlyTheBooleanTrueSkipsDns) {
 TEST_F(StageTest, SkippingDnsLeavesTheFailureOfHttp) {
   SkipDns();
   Decide("a.example", "http-01", {"urn:acme:error:unknownHost"});
-  EXPECT_EQ(Run({"a.example"}), "102 client_v1 because of http-01");
+  EXPECT_EQ(Run({"a.example"}), "102 client_v1: because of http-01");
   EXPECT_EQ(Events(), Attempt("a.example"));
 }
 
@@ -291,7 +290,7 @@ TEST_F(StageTest, AnAuthorizationThatIsValidAlreadyServesBothWays) {
   server.Reset("POST /new-authz");
   server.On("POST /new-authz", FreshJson(201, R"({"status": "valid"})"));
   EXPECT_TRUE(client.DnsChallenge("a.example"));
-  EXPECT_EQ(Run({"a.example"}), "none");
+  EXPECT_EQ(Run({"a.example"}), "nothing");
   EXPECT_THAT(Events(), ElementsAre("new-authz a.example", "new-authz a.example"));
 }
 
@@ -300,7 +299,7 @@ TEST_F(StageTest, AnAuthorizationThatIsValidAlreadyServesBothWays) {
 TEST_F(StageTest, TriesAgainBehindTheRouter) {
   SkipDns();
   Decide("a.example", "http-01", {kNotReached, kReached});
-  const Names steps = StepsOf([&] { EXPECT_EQ(Run({"a.example", "b.example"}), "none"); });
+  const Names steps = StepsOf([&] { EXPECT_EQ(Run({"a.example", "b.example"}), "nothing"); });
   EXPECT_EQ(Events(),
             Attempt("a.example") + Attempt("b.example") + kOpen + Attempt("a.example") + kClose);
   EXPECT_THAT(steps,
@@ -313,7 +312,7 @@ TEST_F(StageTest, TriesAgainBehindTheRouter) {
 TEST_F(StageTest, TriesDnsBeforeTheRouter) {
   ServeDdns();
   Decide("box.ddns.example", "http-01", {kNotReached});
-  EXPECT_EQ(Run({"box.ddns.example"}), "none");
+  EXPECT_EQ(Run({"box.ddns.example"}), "nothing");
   EXPECT_EQ(Events(), Attempt("box.ddns.example") + DnsAttempt("box.ddns.example"));
 }
 
@@ -321,7 +320,7 @@ TEST_F(StageTest, OpensTheRouterOnlyAfterDnsFailed) {
   ServeDdns();
   Decide("box.ddns.example", "http-01", {kNotReached, kReached});
   Decide("box.ddns.example", "dns-01", {kRefused});
-  EXPECT_EQ(Run({"box.ddns.example"}), "none");
+  EXPECT_EQ(Run({"box.ddns.example"}), "nothing");
   EXPECT_EQ(Events(), Attempt("box.ddns.example") + DnsAttempt("box.ddns.example") + kOpen +
                           Attempt("box.ddns.example") + kClose);
 }
@@ -331,7 +330,7 @@ TEST_F(StageTest, TriesNoDnsBehindTheRouter) {
   Decide("box.ddns.example", "http-01", {kNotReached});
   Decide("box.ddns.example", "dns-01", {kRefused});
   const Names steps = StepsOf([&] {
-    EXPECT_EQ(Run({"box.ddns.example"}), "101 client_v1 box.ddns.example: because of http-01");
+    EXPECT_EQ(Run({"box.ddns.example"}), "101 client_v1: box.ddns.example: because of http-01");
   });
   EXPECT_EQ(Events(), Attempt("box.ddns.example") + DnsAttempt("box.ddns.example") + kOpen +
                           Attempt("box.ddns.example") + kClose);
@@ -342,8 +341,8 @@ TEST_F(StageTest, AConnectionErrorOfDnsDoesNotUseUpTheRetry) {
   ServeDdns();
   Decide("box.ddns.example", "http-01", {kRefused, kNotReached, kReached});
   Decide("box.ddns.example", "dns-01", {kNotReached});
-  EXPECT_EQ(Run({"box.ddns.example"}), "102 client_v1 because of http-01");
-  EXPECT_EQ(Run({"box.ddns.example"}), "none");
+  EXPECT_EQ(Run({"box.ddns.example"}), "102 client_v1: because of http-01");
+  EXPECT_EQ(Run({"box.ddns.example"}), "nothing");
 }
 
 TEST_F(StageTest, OnlyTheFirstNameThatIsNotReachedGetsTheSecondPass) {
@@ -351,14 +350,14 @@ TEST_F(StageTest, OnlyTheFirstNameThatIsNotReachedGetsTheSecondPass) {
   Decide("a.example", "http-01", {kNotReached, kReached});
   Decide("b.example", "http-01", {kNotReached, kReached});
   EXPECT_EQ(Run({"a.example", "b.example", "c.example"}),
-            "101 client_v1 b.example: because of http-01");
+            "101 client_v1: b.example: because of http-01");
   EXPECT_EQ(Events(), Attempt("a.example") + Attempt("b.example"));
 }
 
 TEST_F(StageTest, ASecondConnectionErrorOfTheSameNameIsFinal) {
   SkipDns();
   Decide("a.example", "http-01", {kNotReached});
-  EXPECT_EQ(Run({"a.example"}), "101 client_v1 a.example: because of http-01");
+  EXPECT_EQ(Run({"a.example"}), "101 client_v1: a.example: because of http-01");
   EXPECT_EQ(Events(), Attempt("a.example") + kOpen + Attempt("a.example") + kClose);
 }
 
@@ -366,7 +365,7 @@ TEST_F(StageTest, AFailureOfALaterNameComesBeforeTheSecondPass) {
   SkipDns();
   Decide("a.example", "http-01", {kNotReached, kReached});
   Decide("b.example", "http-01", {kRefused});
-  EXPECT_EQ(Run({"a.example", "b.example"}), "102 client_v1 because of http-01");
+  EXPECT_EQ(Run({"a.example", "b.example"}), "102 client_v1: because of http-01");
   EXPECT_EQ(Events(), Attempt("a.example") + Attempt("b.example"));
 }
 
@@ -375,7 +374,7 @@ TEST_F(StageTest, NeedsARouterForTheSecondPass) {
   WriteHook("router-detect", "tell '/router?detect'\nexit 3");
   Decide("a.example", "http-01", {kNotReached, kReached});
   const Names steps =
-      StepsOf([&] { EXPECT_EQ(Run({"a.example"}), "101 client_v1 failed to open port 80."); });
+      StepsOf([&] { EXPECT_EQ(Run({"a.example"}), "101 client_v1: failed to open port 80."); });
   EXPECT_EQ(Events(), Attempt("a.example") + Names{"router detect"});
   EXPECT_THAT(Names(steps.end() - 2, steps.end()),
               ElementsAre("Failed to port map router detect. [3]", "failed to open port 80."));
@@ -385,16 +384,16 @@ TEST_F(StageTest, NeedsPort80ButNotPort443) {
   SkipDns();
   Decide("a.example", "http-01", {kNotReached, kReached});
   ServeRouter("80 ok\n443 failed");
-  EXPECT_EQ(Run({"a.example"}), "none");
+  EXPECT_EQ(Run({"a.example"}), "nothing");
 
   Decide("b.example", "http-01", {kNotReached, kReached});
   ServeRouter("80 failed\n443 ok");
   AcmeV1Client another(server.Url("/directory"));
   another.FetchDirectory();
-  another.LoadAccountKey(std::string(kStore) + "/ready");
+  another.LoadAccountKey(std::string(kAccountStore) + "/ready");
   const Names steps = StepsOf([&] {
     EXPECT_EQ(ErrorOf([&] { another.AuthorizeAll({"b.example"}); }),
-              "101 client_v1 failed to open port 80.");
+              "101 client_v1: failed to open port 80.");
   });
   EXPECT_THAT(steps, testing::Contains("Incorrect port map rules result"));
 }
@@ -410,7 +409,7 @@ TEST_F(StageTest, ClosesThePortsWhenTheServerGoesAwayInTheSecondPass) {
         "challenges": [{"type": "http-01", "token": "t", "status": "s", "uri": ")" +
                               server.Url("/challenge/a.example/http-01") + R"("}]})");
   });
-  EXPECT_EQ(Run({"a.example"}), "100 client_network Server is not reachable.");
+  EXPECT_EQ(Run({"a.example"}), "100 client_network: Server is not reachable.");
   EXPECT_EQ(Events(), Attempt("a.example") + kOpen + Names{"new-authz a.example"} + kClose);
 }
 

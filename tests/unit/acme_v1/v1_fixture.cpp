@@ -1,38 +1,12 @@
 #include "v1_fixture.h"
 
-#include <openssl/evp.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <exception>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include "../crypto/known_keys.h"
-#include "base/debug.h"
 #include "base/json.h"
 #include "base/sl_error.h"
+#include "output_capture.h"
 
 namespace kova::test {
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string Base64UrlDecode(std::string text) {
-  std::replace(text.begin(), text.end(), '-', '+');
-  std::replace(text.begin(), text.end(), '_', '/');
-  const size_t padding = (4 - text.size() % 4) % 4;
-  text.append(padding, '=');
-  std::string bytes(text.size() / 4 * 3, '\0');
-  const int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                                     reinterpret_cast<const unsigned char*>(text.data()),
-                                     static_cast<int>(text.size()));
-  EXPECT_GE(length, 0) << text;
-  bytes.resize(static_cast<size_t>(std::max(0, length)) - padding);
-  return bytes;
-}
 
 bool IsOfTransport(const std::string& line) {
   for (const char* start : {"GET Request: ", "Post Request: ", "Failed to KLIBBoxinfo"}) {
@@ -43,80 +17,31 @@ bool IsOfTransport(const std::string& line) {
 
 }  // namespace
 
-std::string ErrorOf(const std::function<void()>& work) {
-  try {
-    work();
-  } catch (const SLError& error) {
-    EXPECT_GT(error.line, 0);
-    return std::to_string(error.code) + " " + error.file + " " + error.message;
-  } catch (const std::exception& error) {
-    return std::string("std ") + error.what();
-  }
-  return "none";
-}
-
 std::vector<std::string> StepsOf(const std::function<void()>& work, int level) {
-  SetDebugLevel(level);
-  testing::internal::CaptureStdout();
+  OutputCapture output(level);
   try {
     work();
   } catch (const SLError&) {
-    // The messages on the way to it are what counts.
   }
-  std::fflush(stdout);
-  std::istringstream output(testing::internal::GetCapturedStdout());
-  SetDebugLevel(0);
-  std::vector<std::string> steps;
-  for (std::string line; std::getline(output, line);) {
-    const std::string prefix = "DEBUG: ";
-    if (!line.starts_with(prefix)) continue;  // the rest of a message of several lines
-    line.erase(0, prefix.size());
-    if (!IsOfTransport(line)) steps.push_back(line);
-  }
+  std::vector<std::string> steps = output.Debug();
+  std::erase_if(steps, IsOfTransport);
   return steps;
-}
-
-void WriteFile(const std::string& path, const std::string& content) {
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream(path) << content;
-}
-
-std::string FileText(const std::string& path) {
-  std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-int ModeOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & 07777) : -1;
-}
-
-std::vector<std::string> FolderEntries(const std::string& path) {
-  std::vector<std::string> entries;
-  if (!fs::exists(path)) return entries;
-  for (const auto& entry : fs::directory_iterator(path)) entries.push_back(entry.path());
-  std::sort(entries.begin(), entries.end());
-  return entries;
 }
 
 SignedBody::SignedBody(const HttpRequest& request) {
   EXPECT_TRUE(JsonFromText(request.body, document)) << request.body;
-  protected_text = Base64UrlDecode(TextMember(document, "protected"));
-  payload_text = Base64UrlDecode(TextMember(document, "payload"));
+  // What is left without the unprotected header is what today's protocol sends.
+  Json::Value rest = document;
+  rest.removeMember("header");
+  jws = ReadJws(JsonToString(rest));
+  protected_text = jws.header_text;
+  payload_text = jws.payload;
   EXPECT_TRUE(JsonFromText(payload_text, payload)) << payload_text;
 }
 
 V1Test::V1Test() {
-  fs::remove_all("/usr/kova/etc/letsencrypt");
-  fs::remove_all(kArchive);
-  fs::create_directories(kArchive);
-  fs::remove_all("/var/lib/letsencrypt");
-  fs::remove_all("/usr/kova/libexec/platform.d");
-  WriteFile("/usr/kova/etc/device.json", R"({"router": "none"})");
-  WriteFile("/usr/kova/etc.defaults/letsencrypt/letsencrypt.default", "{}");
-  SetDebugLevel(0);
+  ResetHost();
+  WriteFile(kSettingsFile, "{}");
 }
 
 V1Test::~V1Test() = default;
@@ -136,7 +61,7 @@ void V1Test::MakeReady() {
 }
 
 std::string V1Test::StoreAccount(const std::string& name, const Json::Value& info) {
-  const std::string folder = std::string(kStore) + "/" + name;
+  const std::string folder = std::string(kAccountStore) + "/" + name;
   WriteFile(folder + "/info.json", JsonToString(info));
   WriteFile(folder + "/private_key.json", JsonToString(Rfc7515Key()));
   return folder;

@@ -12,33 +12,27 @@
 #include <vector>
 
 #include "acme_v1/client_v1.h"
+#include "error_text.h"
+#include "host_files.h"
+#include "jws_reader.h"
 #include "loopback_server.h"
 #include "sleep_counter.h"
 
 namespace kova::test {
 
-inline constexpr char kStore[] = "/usr/kova/etc/letsencrypt/account";
-inline constexpr char kArchive[] = "/usr/kova/etc/certificate/_archive";
 inline constexpr char kContact[] = "me@mail.example";
 inline constexpr char kDomain[] = "host.example.net";
 
-// "CODE FILE MESSAGE" of the SLError that `work` throws, "std WHAT" of another standard exception,
-// "none" when it throws nothing.
-std::string ErrorOf(const std::function<void()>& work);
-
-// The progress messages of `work` at that level, without those of the transport.
+// The progress messages of `work` at that level, without those of the transport. An SLError ends
+// the work, nothing more: the messages on the way to it are what counts.
 std::vector<std::string> StepsOf(const std::function<void()>& work, int level = 1);
 
-void WriteFile(const std::string& path, const std::string& content);
-std::string FileText(const std::string& path);
-int ModeOf(const std::string& path);
-std::vector<std::string> FolderEntries(const std::string& path);  // full paths, sorted
-
-// A signed request, taken apart.
+// A signed request, taken apart; its signature is the caller's to check.
 struct SignedBody {
   explicit SignedBody(const HttpRequest& request);
 
-  Json::Value document;        // the whole body
+  Json::Value document;  // the whole body
+  Jws jws;
   std::string protected_text;  // decoded
   std::string payload_text;
   Json::Value payload;
