@@ -5,6 +5,7 @@
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
+#include "crypto/secret.h"
 #include "net/headers.h"
 
 namespace kova {
@@ -29,7 +30,9 @@ void AcmeV2Client::SetupAccount(const std::string& contact) {
 std::string AcmeV2Client::FindAccount(const std::string& directory, const std::string& contact) {
   for (const std::string& folder : ListAccounts()) {
     Json::Value info;
-    if (!ReadAccountInfo(folder, info) || !HasMember(info, "account_url")) continue;
+    if (!ReadAccountInfo(folder, info)) continue;
+    // Without its URL an account could not speak for itself.
+    if (TextMember(info, "account_url").empty()) continue;
     if (IsAccountOf(info, directory, contact, kVersion)) return folder;
   }
   return {};
@@ -40,12 +43,12 @@ void AcmeV2Client::LoadAccount(const std::string& folder) {
   if (!ReadAccountInfo(folder, info)) {
     throw Error(code::kAccountKey, kTag, "failed to load User Info: " + AccountInfoPath(folder));
   }
-  Json::Value key;
-  if (!ReadAccountKey(folder, key)) {
+  SecretJson key;
+  if (!ReadAccountKey(folder, key.value)) {
     throw Error(code::kAccountKey, kTag,
                 "failed to load User Account key: " + AccountKeyPath(folder));
   }
-  key_ = RsaKey::FromJson(key);
+  key_ = RsaKey::FromJson(key.value);
   account_url_ = TextMember(info, "account_url");
   account_folder_ = folder;
 }
@@ -82,7 +85,9 @@ void AcmeV2Client::StoreAccount(const std::string& contact) {
   info["directory"] = directory_url_;
   info["contact"] = contact;
   info["account_url"] = account_url_;
-  account_folder_ = CreateAccount(kTag, info, key_->ToJson());
+  SecretJson key;
+  key.value = key_->ToJson();
+  account_folder_ = CreateAccount(kTag, info, key.value);
 }
 
 }  // namespace kova

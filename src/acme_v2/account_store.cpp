@@ -28,7 +28,16 @@ constexpr mode_t kFileMode = 0600;
   throw Error(code::kLocal, tag, what + ".");
 }
 
-bool MakeFolder(const char* path) { return mkdir(path, kFolderMode) == 0 || errno == EEXIST; }
+// A folder that is already there is as good as a new one. A new one has its mode whatever the umask
+// of this process.
+bool MakeFolder(const char* path) {
+  if (mkdir(path, kFolderMode) != 0) return errno == EEXIST;
+  return chmod(path, kFolderMode) == 0;
+}
+
+bool MakeUniqueFolder(char* path_template) {
+  return mkdtemp(path_template) != nullptr && chmod(path_template, kFolderMode) == 0;
+}
 
 bool ReadObject(const std::string& path, Json::Value& object) {
   return JsonFromFile(path, object) && object.isObject();
@@ -56,7 +65,9 @@ bool ReadAccountInfo(const std::string& folder, Json::Value& info) {
 }
 
 bool ReadAccountKey(const std::string& folder, Json::Value& key) {
-  return ReadObject(AccountKeyPath(folder), key);
+  SecretText text;
+  text.text = ReadTextFile(AccountKeyPath(folder));
+  return JsonFromText(text.text, key) && key.isObject();
 }
 
 bool IsAccountOf(const Json::Value& info, const std::string& directory, const std::string& contact,
@@ -71,7 +82,7 @@ std::string CreateAccount(const char* tag, const Json::Value& info, const Json::
   if (!MakeFolder(kStore)) Fail(tag, "Failed to create folder for account");
   std::array<char, 1024> folder{};
   std::snprintf(folder.data(), folder.size(), "%s/XXXXXX", kStore);
-  if (mkdtemp(folder.data()) == nullptr) Fail(tag, "Failed to create folder for account item");
+  if (!MakeUniqueFolder(folder.data())) Fail(tag, "Failed to create folder for account item");
   // The key first: a folder is taken for an account as soon as it holds info.json, so one that a
   // crash left half written is passed over.
   SecretText secret;
@@ -80,6 +91,7 @@ std::string CreateAccount(const char* tag, const Json::Value& info, const Json::
     WriteTextFile(AccountKeyPath(folder.data()), secret.text, kFileMode);
     WriteTextFile(AccountInfoPath(folder.data()), JsonStyledText(info), kFileMode);
   } catch (...) {
+    unlink(AccountInfoPath(folder.data()).c_str());
     unlink(AccountKeyPath(folder.data()).c_str());
     rmdir(folder.data());
     throw;

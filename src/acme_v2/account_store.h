@@ -14,7 +14,8 @@ namespace kova {
 // The folders of the store, sorted. Throws the text "glob error" (deliberately no SLError).
 std::vector<std::string> ListAccounts();
 
-// Reads `folder`/info.json or `folder`/private_key.json; false when it is no JSON object.
+// Reads `folder`/info.json or `folder`/private_key.json; false when it is no JSON object. The
+// caller cleanses the key.
 [[nodiscard]] bool ReadAccountInfo(const std::string& folder, Json::Value& info);
 [[nodiscard]] bool ReadAccountKey(const std::string& folder, Json::Value& key);
 

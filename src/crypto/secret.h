@@ -23,4 +23,14 @@ struct SecretText {
   std::string text;
 };
 
+// The same for the texts of a value.
+struct SecretJson {
+  SecretJson() = default;
+  SecretJson(const SecretJson&) = delete;
+  SecretJson& operator=(const SecretJson&) = delete;
+  ~SecretJson() { Cleanse(value); }
+
+  Json::Value value;
+};
+
 }  // namespace kova

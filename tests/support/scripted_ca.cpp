@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 namespace kova::test {
 namespace {
@@ -48,6 +49,18 @@ void ScriptedCa::Once(const std::string& route, const HttpReply& reply, int time
 void ScriptedCa::Always(const std::string& route, const HttpReply& reply) {
   const std::scoped_lock lock(mutex_);
   always_[route] = reply;
+}
+
+void ScriptedCa::Reset() {
+  const std::scoped_lock lock(mutex_);
+  once_.clear();
+  always_.clear();
+  server_.ClearRequests();
+}
+
+void ScriptedCa::Before(const std::string& route, std::function<void()> look) {
+  const std::scoped_lock lock(mutex_);
+  before_[route] = std::move(look);
 }
 
 void ScriptedCa::StopNonces() {
@@ -145,6 +158,7 @@ std::string ScriptedCa::Issuer() { return Certificate('I') + "\n"; }
 
 HttpReply ScriptedCa::Answer(const HttpRequest& request) {
   const std::scoped_lock lock(mutex_);
+  if (const auto look = before_.find(request.Route()); look != before_.end()) look->second();
   HttpReply reply = Scripted(request);
   if (gives_nonces_ && !HasNonce(reply)) {
     reply.headers.push_back("Replay-Nonce: nonce-" + std::to_string(next_nonce_++));
@@ -180,7 +194,8 @@ HttpReply ScriptedCa::Usual(const HttpRequest& request) {
 
 HttpReply ScriptedCa::NewOrder(const HttpRequest& request) {
   names_.clear();
-  for (const Json::Value& identifier : Parsed(ReadJws(request.body).payload)["identifiers"]) {
+  const Json::Value payload = Parsed(ReadJws(request.body).payload);
+  for (const Json::Value& identifier : payload["identifiers"]) {
     const std::string name = identifier["value"].asString();
     names_.push_back({name.starts_with("*.") ? name.substr(2) : name, "pending"});
   }

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -35,6 +36,11 @@ class ScriptedCa {
   // What the route answers once its queue is empty.
   void Always(const std::string& route, const HttpReply& reply);
 
+  // Forgets every reply that was put in the way, and the requests.
+  void Reset();
+  // Is called on the CA's thread before each answer to the route.
+  void Before(const std::string& route, std::function<void()> look);
+
   // Every reply carries the next nonce, "nonce-1", "nonce-2", ..., unless it has a Replay-Nonce of
   // its own or this was called.
   void StopNonces();
@@ -46,6 +52,8 @@ class ScriptedCa {
   [[nodiscard]] std::vector<HttpRequest> Requests(const std::string& route) const;
   [[nodiscard]] std::vector<Jws> Signed(const std::string& route = {}) const;
   [[nodiscard]] size_t Count(const std::string& route) const { return Requests(route).size(); }
+
+  void ClearRequests() { server_.ClearRequests(); }
 
   // Documents, for replies that differ from the usual ones in a detail.
   [[nodiscard]] std::string Directory() const;
@@ -80,6 +88,7 @@ class ScriptedCa {
   mutable std::mutex mutex_;
   std::map<std::string, std::deque<HttpReply>> once_;
   std::map<std::string, HttpReply> always_;
+  std::map<std::string, std::function<void()>> before_;
   std::vector<std::string> types_ = {"http-01", "dns-01"};
   std::vector<Name> names_;
   int next_nonce_ = 1;

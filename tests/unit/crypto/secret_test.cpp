@@ -62,5 +62,14 @@ TEST(SecretText, IsOverwrittenAtTheEndOfItsLife) {
   EXPECT_TRUE(cleansed.Include("a secret"));
 }
 
+TEST(SecretJson, IsOverwrittenAtTheEndOfItsLife) {
+  const test::CleansedBytes cleansed;
+  {
+    SecretJson secret;
+    secret.value["d"] = "a secret";
+  }
+  EXPECT_TRUE(cleansed.Include("a secret"));
+}
+
 }  // namespace
 }  // namespace kova

@@ -1,0 +1,249 @@
+#include <glob.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <filesystem>
+
+#include "client_fixture.h"
+#include "small_disk.h"
+
+namespace {
+
+bool glob_fails = false;
+
+}  // namespace
+
+// The linker's names for the real function and its replacement.
+extern "C" {
+int __real_glob(const char* pattern, int flags, int (*report)(const char*, int), glob_t* found);
+
+int __wrap_glob(const char* pattern, int flags, int (*report)(const char*, int), glob_t* found) {
+  return glob_fails ? GLOB_NOSPACE : __real_glob(pattern, flags, report, found);
+}
+}
+
+namespace kova::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kProgram[] = "/usr/kova/etc/letsencrypt";
+constexpr char kDirectory[] = "https://ca.example/directory";
+constexpr char kContact[] = "a@b.example";
+
+Json::Value Info(const std::string& url = "https://ca.example/account/1") {
+  Json::Value info(Json::objectValue);
+  info["version"] = 2;
+  info["directory"] = kDirectory;
+  info["contact"] = kContact;
+  info["account_url"] = url;
+  return info;
+}
+
+Json::Value Key() {
+  Json::Value key(Json::objectValue);
+  key["kty"] = "RSA";
+  key["d"] = std::string(2000, 'd');
+  return key;
+}
+
+class AccountStore : public ::testing::Test {
+ protected:
+  AccountStore() { ResetHost(); }
+  ~AccountStore() override {
+    umask(022);
+    glob_fails = false;
+  }
+
+  static std::string Create() { return CreateAccount("client_v2", Info(), Key()); }
+
+  // Puts an account there as another run would have left it; the result is its folder.
+  static std::string Put(const std::string& name, const std::string& info) {
+    const std::string folder = std::string(kAccountStore) + "/" + name;
+    WriteFile(folder + "/info.json", info);
+    return folder;
+  }
+
+  static std::string Find() { return AcmeV2Client::FindAccount(kDirectory, kContact); }
+
+  SyslogCapture syslog_;
+};
+
+TEST_F(AccountStore, HoldsAnAccountAsAFolderOfTwoFiles) {
+  const std::string folder = Create();
+  EXPECT_EQ(fs::path(folder).parent_path(), kAccountStore);
+  EXPECT_EQ(fs::path(folder).filename().string().size(), 6U);
+  EXPECT_THAT(ListFolder(folder), ElementsAre("info.json", "private_key.json"));
+  EXPECT_EQ(ReadFile(folder + "/info.json"),
+            "{\n"
+            "   \"account_url\" : \"https://ca.example/account/1\",\n"
+            "   \"contact\" : \"a@b.example\",\n"
+            "   \"directory\" : \"https://ca.example/directory\",\n"
+            "   \"version\" : 2\n"
+            "}\n");
+  EXPECT_EQ(ReadFile(folder + "/private_key.json"),
+            "{\n   \"d\" : \"" + std::string(2000, 'd') + "\",\n   \"kty\" : \"RSA\"\n}\n");
+}
+
+TEST_F(AccountStore, HasTheSameModesUnderEveryUmask) {
+  for (const mode_t mask : {0022U, 0U, 0077U, 0777U}) {
+    ResetHost();
+    umask(mask);
+    const std::string folder = Create();
+    umask(022);
+    EXPECT_EQ(ModeOf(kProgram), 0700U) << mask;
+    EXPECT_EQ(ModeOf(kAccountStore), 0700U) << mask;
+    EXPECT_EQ(ModeOf(folder), 0700U) << mask;
+    EXPECT_EQ(ModeOf(folder + "/info.json"), 0600U) << mask;
+    EXPECT_EQ(ModeOf(folder + "/private_key.json"), 0600U) << mask;
+  }
+}
+
+TEST_F(AccountStore, LeavesTheModesOfFoldersThatExist) {
+  fs::create_directories(kAccountStore);
+  chmod(kProgram, 0711);
+  chmod(kAccountStore, 0750);
+  Create();
+  EXPECT_EQ(ModeOf(kProgram), 0711U);
+  EXPECT_EQ(ModeOf(kAccountStore), 0750U);
+}
+
+TEST_F(AccountStore, GivesEachAccountItsOwnFolder) {
+  const std::string first = Create();
+  const std::string second = Create();
+  EXPECT_NE(first, second);
+  EXPECT_EQ(ListFolder(kAccountStore).size(), 2U);
+}
+
+struct Obstacle {
+  const char* path;  // a file where a folder should be
+  const char* text;
+  int reason;
+};
+
+TEST_F(AccountStore, SaysWhichFolderCannotBeMade) {
+  const Obstacle obstacles[] = {
+      {"/usr/kova/etc", "Failed to create folder for let's encrypt.", ENOTDIR},
+      {kProgram, "Failed to create folder for account.", ENOTDIR},
+      {kAccountStore, "Failed to create folder for account item.", ENOTDIR}};
+  for (const Obstacle& obstacle : obstacles) {
+    ResetHost();
+    fs::remove_all(obstacle.path);
+    WriteFile(obstacle.path, "a file");
+    syslog_.Clear();
+    EXPECT_EQ(ErrorOf(Create), std::string("202 client_v2: ") + obstacle.text);
+    EXPECT_THAT(syslog_.Texts(), ElementsAre(std::string("client_v2:# ") + obstacle.text + " [" +
+                                             std::to_string(obstacle.reason) + "]"));
+    EXPECT_EQ(syslog_.Messages()[0].priority, LOG_ERR);
+  }
+}
+
+TEST_F(AccountStore, NamesTheProtocolThatCouldNotStore) {
+  fs::remove_all("/usr/kova/etc");
+  EXPECT_EQ(ErrorOf([] { CreateAccount("client_v1", Info(), Key()); }),
+            "202 client_v1: Failed to create folder for let's encrypt.");
+  EXPECT_THAT(syslog_.Texts(),
+              ElementsAre("client_v1:# Failed to create folder for let's encrypt. [2]"));
+}
+
+TEST_F(AccountStore, KeepsNothingOfAnAccountWhoseKeyDoesNotFit) {
+  const SmallDisk disk(kAccountStore, "size=4k,nr_inodes=2");  // itself and the new folder
+  const std::string error = ErrorOf(Create);
+  EXPECT_TRUE(error.starts_with(std::string("202 utils: Failed to write ") + kAccountStore + "/"))
+      << error;
+  EXPECT_TRUE(error.ends_with("/private_key.json: No space left on device")) << error;
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
+}
+
+// The key goes first and takes all the room: a folder counts as an account as soon as it holds
+// info.json, which must therefore come last.
+TEST_F(AccountStore, KeepsNothingOfAnAccountWhoseRecordDoesNotFit) {
+  const SmallDisk disk(kAccountStore, "size=4k");
+  const std::string error = ErrorOf(Create);
+  EXPECT_TRUE(error.ends_with("/info.json: No space left on device")) << error;
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
+}
+
+TEST_F(AccountStore, FindsNothingWhereThereIsNothing) {
+  EXPECT_EQ(Find(), "");
+  fs::create_directories(kAccountStore);
+  EXPECT_EQ(Find(), "");
+}
+
+TEST_F(AccountStore, FindsTheAccountOfDirectoryAndContact) {
+  const std::string folder = Create();
+  EXPECT_EQ(Find(), folder);
+  EXPECT_EQ(AcmeV2Client::FindAccount("https://other.example/directory", kContact), "");
+  EXPECT_EQ(AcmeV2Client::FindAccount(std::string(kDirectory) + "/", kContact), "");
+  EXPECT_EQ(AcmeV2Client::FindAccount("https://CA.example/directory", kContact), "");
+  EXPECT_EQ(AcmeV2Client::FindAccount(kDirectory, "A@b.example"), "");
+  EXPECT_EQ(AcmeV2Client::FindAccount(kDirectory, "mailto:a@b.example"), "");
+  EXPECT_EQ(AcmeV2Client::FindAccount(kDirectory, ""), "");
+}
+
+TEST_F(AccountStore, PrefersTheFolderWhoseNameSortsFirst) {
+  const std::string info = JsonStyledText(Info());
+  Put("zzzzzz", info);
+  Put("aaaaaa", JsonStyledText(Info("https://ca.example/account/2")));
+  Put("AAAAAA", R"({"version": 2})");
+  EXPECT_EQ(Find(), std::string(kAccountStore) + "/aaaaaa");
+}
+
+TEST_F(AccountStore, PassesOverAccountsThatDoNotFit) {
+  for (const char* version : {"1", "\"2\"", "3", "2.5", "null", "true", "[2]"}) {
+    Json::Value info = Info();
+    info["version"] = Parsed(version);
+    Put("one", JsonStyledText(info));
+    EXPECT_EQ(Find(), "") << version;
+  }
+  for (const char* member : {"directory", "contact", "version", "account_url"}) {
+    Json::Value info = Info();
+    info.removeMember(member);
+    Put("one", JsonStyledText(info));
+    EXPECT_EQ(Find(), "") << member;
+    info[member] = Json::Value(Json::arrayValue);
+    Put("one", JsonStyledText(info));
+    EXPECT_EQ(Find(), "") << member;
+  }
+}
+
+TEST_F(AccountStore, PassesOverAnAccountWithoutAUrlToUse) {
+  for (const char* url : {"\"\"", "null", "5", "{}"}) {
+    Json::Value info = Info();
+    info["account_url"] = Parsed(url);
+    Put("one", JsonStyledText(info));
+    EXPECT_EQ(Find(), "") << url;
+  }
+}
+
+TEST_F(AccountStore, PassesOverWhatIsNoAccount) {
+  fs::create_directories(std::string(kAccountStore) + "/aaempty");
+  fs::create_directories(std::string(kAccountStore) + "/aafolder/info.json");
+  WriteFile(std::string(kAccountStore) + "/aafile", JsonStyledText(Info()));
+  WriteFile(std::string(kAccountStore) + "/aakey/private_key.json", JsonStyledText(Key()));
+  Put("abroken", R"({"version": 2, )");
+  Put("alist", "[" + JsonStyledText(Info()) + "]");
+  Put("anull", "null");
+  Put("atext", "\"version\"");
+  Put("azero", "");
+  Put(".hidden", JsonStyledText(Info()));
+  EXPECT_EQ(Find(), "");
+  const std::string folder = Put("b", JsonStyledText(Info()));
+  EXPECT_EQ(Find(), folder);
+}
+
+TEST_F(AccountStore, ThatCannotBeListedThrowsAText) {
+  glob_fails = true;
+  EXPECT_EQ(ErrorOf([] { Find(); }), "text: glob error");
+  EXPECT_EQ(ErrorOf([] { ListAccounts(); }), "text: glob error");
+}
+
+TEST_F(AccountStore, ListsItsFoldersSortedAndWithoutASlash) {
+  for (const char* name : {"b", "c", "a"}) Put(name, "{}");
+  EXPECT_THAT(ListAccounts(),
+              ElementsAre(std::string(kAccountStore) + "/a", std::string(kAccountStore) + "/b",
+                          std::string(kAccountStore) + "/c"));
+}
+
+}  // namespace
+}  // namespace kova::test
