@@ -1,6 +1,5 @@
 #include "cli/issue_v2.h"
 
-#include <optional>
 #include <vector>
 
 #include "acme_v2/client_v2.h"
@@ -22,10 +21,7 @@ constexpr char kTag[] = "kova-letsencrypt";
 // Without that key such attempts are repeated without bound and without a wait.
 class AttemptBound {
  public:
-  AttemptBound() {
-    const std::optional<int> setting = Settings::Read().Integer("orderattempts");
-    if (setting && *setting >= 1) bound_ = setting;
-  }
+  AttemptBound() { bound_ = Settings::Read().Integer("orderattempts").value_or(kUnbounded); }
 
   // True when another attempt may be made. Waits as the CA asks between two such attempts.
   bool Continue(const AcmeV2Client& client, bool used_up_a_type) {
@@ -33,15 +29,17 @@ class AttemptBound {
       in_a_row_ = 0;
       return true;
     }
-    if (!bound_) return true;
-    if (++in_a_row_ >= *bound_) return false;
+    if (bound_ < 1) return true;
+    if (++in_a_row_ >= bound_) return false;
     ShowStage("", "waiting before the next attempt");
     WaitVisibly(client.RetryDelay());
     return true;
   }
 
  private:
-  std::optional<int> bound_;
+  static constexpr int kUnbounded = 0;  // as is every number below 1
+
+  int bound_ = kUnbounded;
   int in_a_row_ = 0;
 };
 

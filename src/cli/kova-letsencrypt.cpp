@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/options.h"
+#include "platform/process.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ constexpr std::array<Command, 5> kCommands = {{
 }  // namespace
 
 int main(int argc, char** argv) {
+  kova::platform::PrepareProcess();
   // The command word takes the place of the program's name for what follows.
   for (const Command& command : kCommands) {
     if (argc > 1 && std::strcmp(argv[1], command.word) == 0) {

@@ -12,6 +12,7 @@
 #include "cli/archive/command.h"
 #include "cli/archive/reasons.h"
 #include "cli/archive/text.h"
+#include "platform/process.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -21,7 +22,7 @@ constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
 void Print(std::FILE* file, const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), file);
+  (void)std::fwrite(text.data(), 1, text.size(), file);
 }
 
 int Refuse(const std::string& message, const std::string& usage) {
@@ -104,5 +105,6 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace kova::archive_cli
 
 int main(int argc, char** argv) {
+  kova::platform::PrepareProcess();
   return kova::archive_cli::Run({argv + (argc > 0 ? 1 : 0), argv + argc});
 }
