@@ -6,8 +6,8 @@ namespace kova {
 
 std::string ErrorTriple() {
   char text[512];
-  std::snprintf(text, sizeof text, "[0x%04X %s:%d]", static_cast<unsigned>(KLIBCErrGet()),
-                KLIBCErrorGetFile(), KLIBCErrorGetLine());
+  (void)std::snprintf(text, sizeof text, "[0x%04X %s:%d]", static_cast<unsigned>(KLIBCErrGet()),
+                      KLIBCErrorGetFile(), KLIBCErrorGetLine());
   return text;
 }
 

@@ -15,7 +15,7 @@ namespace kova::cert_archive {
 namespace {
 
 struct CloseFile {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+  void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
 };
 
 // The first line of the DEFAULT file, as far as an id may be long.

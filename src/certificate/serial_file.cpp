@@ -23,7 +23,7 @@ constexpr size_t kBufferSize = 32;  // of both texts, terminator included
 constexpr size_t kSkippedOfMac = 8;
 
 struct CloseFile {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+  void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
 };
 
 // The kernel's entry where there is one, else what the host offers instead. None after a message.

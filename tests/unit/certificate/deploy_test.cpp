@@ -368,6 +368,16 @@ TEST_F(MoveServiceTest, NeedsBothCertificates) {
   EXPECT_EQ(Services("dst"), List({}));
 }
 
+TEST_F(MoveServiceTest, TestsTheTargetAgainBeforeTheIndexIsUpdated) {
+  AddCertificate("dst");
+  // Somebody takes the certificate out of the index while its files are copied.
+  const ReplacedTool cp("cp", "echo '{}' > " + std::string(kInfo) + "; exec $REAL \"$@\"");
+  EXPECT_FALSE(RegisterAndDeploy("dst", List({smtp_}), "", 3));
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Invalid cert id: [dst]",
+                                 "utils.cpp:# Failed to update cert info for smtp from  to dst"));
+  EXPECT_EQ(Read(kInfo), "{}\n");
+}
+
 TEST_F(MoveServiceTest, DoesNotReloadAfterAFailedUpdate) {
   AddCertificate("dst");
   AddReloadScript("/usr/libexec/certificate.d/mail");

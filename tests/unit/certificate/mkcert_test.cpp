@@ -1,7 +1,12 @@
 #include "certificate/mkcert.h"
 
+#include <pty.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <sstream>
 
 #include "archive_fixture.h"
 #include "certificate/serial_file.h"
@@ -350,7 +355,17 @@ TEST_F(MatchKeyTest, AsksNobodyForAPassPhrase) {
   ASSERT_EQ(KLIBCExec("/usr/bin/openssl", {"pkcs8", "-topk8", "-in", kKey, "-out",
                                            "/usr/kova/k/enc.pem", "-passout", "pass:secret"}),
             0);
-  EXPECT_EQ(MatchKey(kCert, "/usr/kova/k/enc.pem"), -1);
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) _exit(MatchKey(kCert, "/usr/kova/k/enc.pem") == -1 ? 0 : 1);
+  char question[64] = {};
+  const ssize_t asked = read(terminal, question, sizeof question - 1);  // ends with the child
+  close(terminal);
+  kill(child, SIGKILL);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_LE(asked, 0) << question;
+  EXPECT_EQ(status, 0);
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Failed to read private key from "
                                  "/usr/kova/k/enc.pem"));
 }
