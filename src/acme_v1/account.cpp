@@ -5,6 +5,7 @@
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
+#include "crypto/secret.h"
 #include "net/headers.h"
 
 namespace kova {
@@ -32,19 +33,19 @@ std::string AcmeV1Client::FindAccount(const std::string& directory, const std::s
     if (!ReadAccountInfo(folder, info) || !IsAccountOf(info, directory, contact, kVersion))
       continue;
     // An account whose key is lost is passed over, a later one may fit as well.
-    Json::Value key;
-    if (ReadAccountKey(folder, key)) return folder;
+    SecretJson key;
+    if (ReadAccountKey(folder, key.value)) return folder;
   }
   return {};
 }
 
 void AcmeV1Client::LoadAccountKey(const std::string& folder) {
-  Json::Value key;
-  if (!ReadAccountKey(folder, key)) {
+  SecretJson key;
+  if (!ReadAccountKey(folder, key.value)) {
     throw Error(code::kAccountKey, kTag,
                 "failed to load User Account key: " + AccountKeyPath(folder));
   }
-  key_ = RsaKey::FromJson(key);
+  key_ = RsaKey::FromJson(key.value);
   account_folder_ = folder;
 }
 
@@ -92,7 +93,9 @@ void AcmeV1Client::StoreAccount(const std::string& contact) {
   info["version"] = kVersion;
   info["directory"] = directory_url_;
   info["contact"] = contact;
-  account_folder_ = CreateAccount(kTag, info, key_->ToJson());
+  SecretJson key;
+  key.value = key_->ToJson();
+  account_folder_ = CreateAccount(kTag, info, key.value);
 }
 
 }  // namespace kova
