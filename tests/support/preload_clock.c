@@ -4,14 +4,19 @@
  *
  * KOVA_WALL_CLOCK, seconds since the epoch, is what time(2) says when it is set.
  *
+ * KOVA_TORN_WRITE, a number of bytes: the program is killed in the middle of the first write of
+ * more than that to a file, after those bytes.
+ *
  * Child programs inherit the preload and the log: a hook script's sleep counts, too. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -76,6 +81,17 @@ time_t time(time_t* result) {
   time_t seconds = told == NULL ? now.tv_sec : (time_t)atoll(told);
   if (result != NULL) *result = seconds;
   return seconds;
+}
+
+ssize_t write(int fd, const void* bytes, size_t count) {
+  const char* torn = getenv("KOVA_TORN_WRITE");
+  struct stat status;
+  if (torn != NULL && count > strtoul(torn, NULL, 10) && fstat(fd, &status) == 0 &&
+      S_ISREG(status.st_mode)) {
+    syscall(SYS_write, fd, bytes, strtoul(torn, NULL, 10));
+    kill(getpid(), SIGKILL);
+  }
+  return syscall(SYS_write, fd, bytes, count);
 }
 
 unsigned int sleep(unsigned int seconds) {
