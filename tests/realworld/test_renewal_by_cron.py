@@ -62,12 +62,16 @@ def site(host, network, ca, web):
     folder = issued(appliance.new_cert(host, HOME_NAME), [HOME_NAME])
     certificate_id = os.path.basename(folder)
     bind_to_nginx(host, web, certificate_id)
-    assert served(network).serial_number == leaf_of(folder).serial_number
+    wait_until_served(network, folder)
     grow_old(host, folder)
     archive(host, "deploy", certificate_id)
-    appliance.wait_until(
-        lambda: served(network).serial_number == leaf_of(folder).serial_number)
+    wait_until_served(network, folder)
     return folder, router
+
+
+def wait_until_served(network, folder):
+    """nginx takes up new files in its own time."""
+    appliance.wait_until(lambda: served(network).serial_number == leaf_of(folder).serial_number)
 
 
 def leaf_of(folder):
