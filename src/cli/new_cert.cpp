@@ -1,3 +1,6 @@
+#include <array>
+#include <cstdio>
+
 #include "acme_v1/acme_v1.h"
 #include "base/progress.h"
 #include "base/settings.h"
@@ -24,8 +27,10 @@ std::string Issue(const CommandOptions& options) {
   if (options.version == "2") {
     return IssueWithAcmeV2(options.server, options.domains, options.email, options.certificate_id);
   }
-  throw SLError(code::kLocal, kTag, __LINE__, "Incorrect version specify [%s]",
+  std::array<char, 1024> message{};
+  std::snprintf(message.data(), message.size(), "Incorrect version specify [%s]",
                 options.version.c_str());
+  throw Error(code::kLocal, kTag, message.data());
 }
 
 }  // namespace
