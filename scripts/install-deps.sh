@@ -2,31 +2,39 @@
 # Installs what building and testing need, from Debian's packages (CONTRIBUTING.md says what each is
 # for). Does nothing when all of it is there. Services that come along are not started.
 #
-# usage: install-deps.sh [--build-only | --demo]
+# usage: install-deps.sh [--build-only | --demo] [--list]
 #   --build-only  what building and installing need
 #   --demo        that, and what scripts/demo.sh runs
+#   --list        prints the names of the packages and installs nothing
 set -euo pipefail
 
 build=(
   g++ cmake ninja-build pkg-config gzip
-  libssl-dev libcurl4-openssl-dev libjsoncpp-dev libminiupnpc-dev libgtest-dev libgmock-dev
+  libssl-dev libcurl4-openssl-dev libjsoncpp-dev libminiupnpc-dev
   openssl ca-certificates
 )
 demo=(iproute2 util-linux hostname pebble nginx curl)
 test=(
-  clang procps
+  clang libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
   file man-db mandoc bash-completion debootstrap dpkg-dev lintian
 )
 
-packages=("${build[@]}")
-case ${1:-} in
-  --build-only) ;;
-  --demo) packages+=("${demo[@]}") ;;
-  "") packages+=("${demo[@]}" "${test[@]}") ;;
-  *) sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
-esac
+packages=("${build[@]}" "${demo[@]}" "${test[@]}")
+list=false
+for option in "$@"; do
+  case $option in
+    --build-only) packages=("${build[@]}") ;;
+    --demo) packages=("${build[@]}" "${demo[@]}") ;;
+    --list) list=true ;;
+    *) sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
+  esac
+done
+if $list; then
+  printf '%s\n' "${packages[@]}"
+  exit 0
+fi
 
 is_installed() {
   [[ $(dpkg-query -W -f '${db:Status-Abbrev}' "$1" 2>/dev/null) == ii* ]]

@@ -13,23 +13,8 @@ from lib.acme_ca import AcmeCa
 from lib.ddns import DdnsService
 from lib.dns_server import DnsServer
 from lib.host import Host
+from lib.reporting import pytest_runtest_makereport  # noqa: F401
 from lib.router import Router
-
-if "KOVA_SANDBOX" not in os.environ:
-    pytest.exit("run these tests through tests/sandbox/sandbox (ctest does)", 2)
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item):
-    """A skipped test is a failed one; a failed one shows what came: runs, syslog, requests."""
-    outcome = yield
-    report = outcome.get_result()
-    if report.skipped:
-        report.outcome, report.longrepr = "failed", f"skipped: {report.longrepr}"
-    if report.failed:
-        for name, value in item.funcargs.items():
-            if hasattr(value, "report"):
-                report.sections.append((f"{name}", value.report()))
 
 
 def pytest_make_parametrize_id(val):

@@ -3,26 +3,17 @@
 import glob
 import os
 import subprocess
+import sys
 
 import pytest
 
-from clean_root import CleanRoot, unpack
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [os.path.join(HERE, "..", "blackbox"), os.path.join(HERE, "..", "clean_root")]
 
-if "KOVA_SANDBOX" not in os.environ:
-    pytest.exit("run these tests through tests/sandbox/sandbox (ctest does)", 2)
+from clean_root import CleanRoot, unpack  # noqa: E402
+from lib.reporting import pytest_runtest_makereport  # noqa: E402,F401
 
-DEPENDS = os.environ["KOVA_CLEAN_ROOT"] + "/depends"
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item):
-    """A skipped test is a failed one; a failed one shows what it ran."""
-    outcome = yield
-    report = outcome.get_result()
-    if report.skipped:
-        report.outcome, report.longrepr = "failed", f"skipped: {report.longrepr}"
-    if report.failed and "root" in item.funcargs:
-        report.sections.append(("commands", item.funcargs["root"].report()))
+DEPENDS = os.environ["KOVA_PACKAGE_DEPENDS"]
 
 
 @pytest.fixture(scope="session")
@@ -66,7 +57,7 @@ def _repacked(deb, folder, version, change):
 @pytest.fixture(scope="session")
 def minimal_system(tmp_path_factory):
     folder = tmp_path_factory.mktemp("minimal")
-    unpack(os.environ["KOVA_CLEAN_ROOT"] + "/root.tar", folder)
+    unpack(os.environ["KOVA_CLEAN_SYSTEM"] + "/root.tar", folder)
     return folder
 
 

@@ -9,26 +9,11 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [os.path.join(HERE, "..", "blackbox")]
 
 from lib.host import Host  # noqa: E402
+from lib.reporting import pytest_runtest_makereport  # noqa: E402,F401
 from world.ca import Pebble  # noqa: E402
 from world.name_server import NameServer  # noqa: E402
 from world.network import Network  # noqa: E402
 from world.web import Nginx  # noqa: E402
-
-if "KOVA_SANDBOX" not in os.environ:
-    pytest.exit("run these tests through tests/sandbox/sandbox (ctest does)", 2)
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item):
-    """A skipped test is a failed one; a failed one tells what happened."""
-    outcome = yield
-    report = outcome.get_result()
-    if report.skipped:
-        report.outcome, report.longrepr = "failed", f"skipped: {report.longrepr}"
-    if report.failed:
-        for name, value in item.funcargs.items():
-            if hasattr(value, "report"):
-                report.sections.append((f"{name}", value.report()))
 
 
 @pytest.fixture

@@ -5,12 +5,11 @@ import glob
 import json
 import os
 import shutil
-import signal
 import subprocess
-import time
 
 from . import mounts, paths
 from .program import Result, run_program
+from .servers import Servers
 from .syslog_capture import SyslogCapture
 
 # Fresh, empty and gone after the test. /usr/kova is filled from the staged installation.
@@ -18,15 +17,14 @@ FRESH_FOLDERS = ["/usr/kova", "/etc/cron.d", "/usr/local/etc", "/usr/local/libex
                  "/usr/libexec/certificate.d"]
 
 
-class Host:
+class Host(Servers):
     def __init__(self, stage, preload, workspace, sanitized=False):
-        self.workspace = str(workspace)  # the test's own scratch folder
-        self.runs = []                   # every Result, for the report of a failed test
+        super().__init__(workspace)
+        self.runs = []  # every Result, for the report of a failed test
         self._stage = stage
         self._preload = preload
         self._sanitized = sanitized
         self._mounted = []
-        self._processes = []
 
     # -- life ------------------------------------------------------------------------------------
 
@@ -40,8 +38,7 @@ class Host:
         self.device(router="none")
 
     def stop(self):
-        for process in reversed(self._processes):
-            self.end(process)
+        self.end_all()
         for folder in reversed(self._mounted):
             mounts.unmount(folder)
         _remove(paths.WEBROOT)
@@ -72,14 +69,6 @@ class Host:
     def write_settings(self, text):
         self.write(paths.SETTINGS, text, 0o644)
 
-    @staticmethod
-    def write(path, content, mode=0o644):
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        data = content.encode() if isinstance(content, str) else content
-        with open(path, "wb") as out:
-            out.write(data)
-        os.chmod(path, mode)
-
     def hook(self, name, script, mode=0o755):
         """Installs a shell script as the platform hook `name`."""
         self.write(f"{paths.HOOKS}/{name}", "#!/bin/sh\n" + script, mode)
@@ -107,43 +96,6 @@ class Host:
         text = domains if isinstance(domains, str) else ";".join(domains)
         return self.run("new-cert", "-s", server, "-d", text, "-m", mail, *more, **options)
 
-    def spawn(self, argv, env=None, ready=None, timeout=20):
-        """Starts a server that is ended with the test. `ready` is asked until it is true. Its
-        output goes to a file that `output` shows."""
-        log = f"{self.workspace}/process.{len(self._processes)}"
-        with open(log, "wb") as out:
-            process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=out, stderr=out,
-                                       env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-                                            "HOME": "/run/home", **(env or {})},
-                                       start_new_session=True)
-        process.log = log
-        self._processes.append(process)
-        deadline = time.monotonic() + timeout
-        while ready is not None and not ready():
-            ended = process.poll() is not None
-            if ended or time.monotonic() > deadline:
-                raise AssertionError(f"{argv[0]} {'ended' if ended else 'is not ready'}:\n"
-                                     + self.output(process))
-            time.sleep(0.02)
-        return process
-
-    @staticmethod
-    def output(process):
-        with open(process.log, encoding="utf-8", errors="replace") as log:
-            return log.read()
-
-    @staticmethod
-    def end(process):
-        """Ends a spawned process and the children that it left, by the id of its own session."""
-        for wanted in (signal.SIGTERM, signal.SIGKILL):
-            if process.poll() is None:
-                os.killpg(process.pid, wanted)
-                try:
-                    process.wait(5)
-                except subprocess.TimeoutExpired:
-                    continue
-        process.wait()
-
     # -- what the user has left ------------------------------------------------------------------
 
     @staticmethod
@@ -157,9 +109,7 @@ class Host:
         return sorted(path for path in glob.glob(paths.ARCHIVE + "/*") if os.path.isdir(path))
 
     def report(self):
-        servers = "".join(f"--- output of {process.args[0]}\n{self.output(process)[-6000:]}\n"
-                          for process in self._processes)
-        return "\n".join(map(str, self.runs)) + servers
+        return "\n".join(map(str, self.runs)) + super().report()
 
 
 def _remove(path):

@@ -55,7 +55,8 @@ class RealCa:
             "certificate": self._folder + "/cert.pem", "privateKey": self._folder + "/key.pem",
             "httpPort": 80, "tlsPort": 443, "ocspResponderURL": "",
             "externalAccountBindingRequired": False}}))
-        self._trust = _trust(pem(issuer.root))
+        self.web_root = pem(issuer.root)  # who speaks to it must trust this
+        self._trust = _trust(self.web_root)
 
     def stop(self):
         """From now on the CA is down."""

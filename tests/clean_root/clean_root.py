@@ -11,12 +11,13 @@ ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "HOME
 
 
 class CleanRoot:
-    """`lower` is the folder of a prepared root, which stays as it is; `scratch` an empty folder."""
+    """`lower` is the folder of a prepared root, which stays as it is; `scratch` an empty folder;
+    `packages` one that fetch-packages filled."""
 
-    def __init__(self, lower, scratch, depends):
+    def __init__(self, lower, scratch, packages):
         self.folder = f"{scratch}/root"
         self._scratch = str(scratch)
-        self._depends = depends
+        self._packages = packages
         self._log = []
         _mount("-t", "tmpfs", "tmpfs", self._scratch)
         for name in ("root", "upper", "work"):
@@ -45,9 +46,15 @@ class CleanRoot:
 
     def install_depends(self):
         """What the package depends on, from the files at hand; there is no network."""
-        self._with_files(sorted(glob.glob(self._depends + "/*.deb")), lambda names: self.run(
+        self._with_files(sorted(glob.glob(self._packages + "/*.deb")), lambda names: self.run(
             "apt-get", "install", "--quiet", "--yes", "--no-install-recommends",
             "--allow-downgrades", *names))
+
+    def use_repository(self):
+        """From now on the packages at hand are what apt knows."""
+        os.mkdir(self.path("/srv/packages"))
+        _mount("--bind", "-o", "ro", self._packages, self.path("/srv/packages"))
+        self.write("/etc/apt/sources.list", "deb [trusted=yes] file:/srv/packages ./\n")
 
     def install(self, deb, *options, status=0):
         return self._with_files([deb], lambda names: self.run(
