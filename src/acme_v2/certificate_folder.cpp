@@ -29,6 +29,7 @@ std::string CertificateFolder(const char* tag, const std::string& certificate_id
     throw Error(code::kLocal, tag, "Failed to create folder for account item.");
   }
   if (chmod(folder.c_str(), kFolderMode) != 0) {
+    rmdir(folder.c_str());
     throw Error(code::kLocal, tag, "Failed to chmod.");
   }
   return folder;

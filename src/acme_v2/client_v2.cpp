@@ -137,6 +137,7 @@ HttpResponse AcmeV2Client::SendSigned(const std::string& url, const std::string&
     DebugDetail("Post JWS header: %s", JsonStyledText(header).c_str());
     DebugDetail("Post JWS value: %s", JsonStyledText(*payload).c_str());
   }
+  last_reply_ = HttpResponse();  // when none comes, an older one says nothing about this request
   HttpResponse response = HttpPost(url, body);
   KeepNonce(response);
   last_reply_ = response;

@@ -16,7 +16,9 @@ bool ParseJson(const std::string& text, Json::Value& value) {
   // The classic reader: its leniency decides which files and replies count as JSON.
   try {
     Json::Reader reader;
-    if (reader.parse(text, value, /*collectComments=*/false)) return true;
+    // By its two ends: given the text itself the reader would keep a copy, also of a private key.
+    const char* begin = text.data();
+    if (reader.parse(begin, begin + text.size(), value, /*collectComments=*/false)) return true;
   } catch (const std::exception&) {
     // Nested beyond the reader's limit.
   }
@@ -30,8 +32,9 @@ bool ReadJsonObject(const std::string& path, Json::Value& object) {
   std::string text;
   if (!ReadWholeFile(path, text)) return false;
   Json::Value parsed;
-  errno = 0;
-  if (!ParseJson(text, parsed) || !parsed.isObject()) return false;
+  const bool usable = ParseJson(text, parsed) && parsed.isObject();
+  errno = 0;  // after the parser, which may leave a number's ERANGE
+  if (!usable) return false;
   object = parsed;
   return true;
 }

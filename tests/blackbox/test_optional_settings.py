@@ -139,6 +139,13 @@ def test_pause_between_attempts_is_the_one_that_the_ca_asks_for(host, ca, accoun
     assert result.sleeps == [pause]
 
 
+def test_pause_asked_for_by_an_earlier_reply_is_not_kept(host, ca, account):
+    ca.answer("newOrder", refused(**{"Retry-After": "9"}), Reply(drop=True))
+    result = host.new_cert(ca.directory, [NAME])
+    expect.issued(result)
+    assert result.sleeps == [9, 2]
+
+
 @pytest.mark.parametrize("value", [0, -1, "3", 1.5, True, None, [], {}])
 def test_without_a_valid_number_the_attempts_have_no_bound(host, ca, account, value):
     host.bare_settings(orderattempts=value)

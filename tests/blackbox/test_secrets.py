@@ -69,7 +69,10 @@ def test_certificate_key_is_private_while_it_is_written(host, ca, account, umask
     assert len(halves) == 1, "killed in the middle of the key"
     assert b"PRIVATE KEY" in open(halves[0], "rb").read()
     assert_private(folder)
-    assert not os.path.exists(folder + "/privkey.pem")
+    # The files are written one after the other, the key as the fourth.
+    names = [name for name in paths.CERTIFICATE_FILES if os.path.exists(f"{folder}/{name}")]
+    assert names == paths.CERTIFICATE_FILES[:3]
+    assert {expect.mode(f"{folder}/{name}") for name in names} == {0o400}
 
 
 def test_file_size_limit_is_a_failed_write_and_leaves_nothing_behind(host, ca, account):

@@ -4,11 +4,27 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "error_text.h"
 #include "host_files.h"
 #include "small_disk.h"
+
+namespace {
+
+bool chmod_fails = false;
+
+}  // namespace
+
+extern "C" {
+int __real_chmod(const char* path, mode_t mode);    // NOLINT
+int __wrap_chmod(const char* path, mode_t mode) {   // NOLINT
+  if (!chmod_fails) return __real_chmod(path, mode);
+  errno = EPERM;
+  return -1;
+}
+}
 
 namespace kova::test {
 namespace {
@@ -33,7 +49,10 @@ class CertificateStore : public ::testing::Test {
     record_["account"] = "/usr/kova/etc/letsencrypt/account/abcdef";
     record_["domains"] = "a.example;*.a.example";
   }
-  ~CertificateStore() override { umask(022); }
+  ~CertificateStore() override {
+    umask(022);
+    chmod_fails = false;
+  }
 
   std::string Store(const std::string& id = {}) const {
     return StoreCertificate("client_v2", id, Pems(), "the key\n", record_);
@@ -107,6 +126,14 @@ TEST_F(CertificateStore, NeedsTheArchive) {
   fs::remove_all(kArchive);
   EXPECT_EQ(ErrorOfStore(), "202 client_v2: Failed to create folder for account item.");
   EXPECT_FALSE(Exists(kArchive));
+}
+
+TEST_F(CertificateStore, KeepsNoFolderWhoseModeCannotBeSet) {
+  chmod_fails = true;
+  EXPECT_EQ(ErrorOfStore(), "202 client_v2: Failed to chmod.");
+  EXPECT_EQ(ErrorOf([&] { StoreCertificate("client_v1", "", Pems(), "key", record_); }),
+            "202 client_v1: Failed to chmod.");
+  EXPECT_THAT(ListFolder(kArchive), IsEmpty());
 }
 
 TEST_F(CertificateStore, NamesTheProtocolThatCouldNotStore) {

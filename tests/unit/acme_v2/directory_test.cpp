@@ -1,4 +1,25 @@
+#include <curl/curl.h>
+
 #include "client_fixture.h"
+
+namespace {
+
+int library_uses = 0;  // of libcurl, begun and not yet ended
+
+}  // namespace
+
+extern "C" {
+CURLcode __real_curl_global_init(long flags);    // NOLINT
+CURLcode __wrap_curl_global_init(long flags) {   // NOLINT
+  ++library_uses;
+  return __real_curl_global_init(flags);
+}
+void __real_curl_global_cleanup(void);    // NOLINT
+void __wrap_curl_global_cleanup(void) {   // NOLINT
+  --library_uses;
+  __real_curl_global_cleanup();
+}
+}
 
 namespace kova::test {
 namespace {
@@ -12,6 +33,15 @@ TEST_F(Directory, IsFetchedOnce) {
   EXPECT_THAT(output.Debug(), ElementsAre("setup acme url " + ca_.DirectoryUrl(),
                                           "GET Request: " + ca_.DirectoryUrl()));
   EXPECT_THAT(ca_.Routes(), ElementsAre("GET /directory"));
+}
+
+TEST_F(Directory, IsAskedByAClientThatHoldsTheLibrary) {
+  const int before = library_uses;
+  {
+    const AcmeV2Client client(ca_.DirectoryUrl());
+    EXPECT_EQ(library_uses, before + 1);
+  }
+  EXPECT_EQ(library_uses, before);
 }
 
 TEST_F(Directory, GivesANonceWhenItsReplyCarriesOne) {
@@ -119,7 +149,7 @@ TEST_F(ChallengeTypes, AreTwoUnlessTheSettingsSwitchDns01Off) {
 TEST_F(ChallengeTypes, AreTwoWithoutUsableSettings) {
   using Result = std::pair<size_t, std::vector<std::string>>;
   const std::string failed = std::string("Failed to read from ") + kSettingsFile;
-  for (const char* settings : {"", "{", "[]", "null", "5"}) {
+  for (const char* settings : {"", "{", "[]", "null", "5", "[1e999999"}) {
     EXPECT_EQ(TypesWith(settings), Result(2, {failed + " [0]"})) << settings;
   }
   ResetHost();

@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 
@@ -13,6 +14,7 @@
 namespace {
 
 int forced_glob_result = 0;
+bool fchmod_fails = false;
 
 }  // namespace
 
@@ -22,6 +24,13 @@ int __wrap_glob(const char* pattern, int flags, int (*on_error)(const char*, int
                 glob_t* found) {
   const int result = __real_glob(pattern, flags, on_error, found);
   return forced_glob_result == 0 ? result : forced_glob_result;
+}
+
+int __real_fchmod(int file, mode_t mode);   // NOLINT
+int __wrap_fchmod(int file, mode_t mode) {  // NOLINT
+  if (!fchmod_fails) return __real_fchmod(file, mode);
+  errno = EPERM;
+  return -1;
 }
 }
 
@@ -36,7 +45,10 @@ class Files : public testing::Test {
     fs::remove_all(folder_);
     fs::create_directories(folder_);
   }
-  ~Files() override { forced_glob_result = 0; }
+  ~Files() override {
+    forced_glob_result = 0;
+    fchmod_fails = false;
+  }
 
   static void Put(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
@@ -137,6 +149,15 @@ TEST_F(Files, WriteTextFileSaysWhenItCannotCreateTheFile) {
   EXPECT_EQ(WriteError(folder_ + "/none/file", "x", 0600), "202 utils: Failed to chmod.");
   fs::create_directory(path_);
   EXPECT_EQ(WriteError(path_, "x", 0600), "202 utils: Failed to chmod.");
+  EXPECT_EQ(Names(), std::vector<std::string>{"file"});
+}
+
+TEST_F(Files, WriteTextFileSaysWhenItCannotSetTheMode) {
+  WriteTextFile(path_, "old", 0600);
+  fchmod_fails = true;
+  EXPECT_EQ(WriteError(path_, "new", 0400), "202 utils: Failed to chmod.");
+  EXPECT_EQ(ReadTextFile(path_), "old");
+  EXPECT_EQ(ModeOf(path_), 0600U);
   EXPECT_EQ(Names(), std::vector<std::string>{"file"});
 }
 
