@@ -32,7 +32,9 @@ std::string AcmeV1Client::FindAccount(const std::string& directory, const std::s
     Json::Value info;
     if (!ReadAccountInfo(folder, info) || !IsAccountOf(info, directory, contact, kVersion))
       continue;
-    // An account whose key is lost is passed over, a later one may fit as well.
+    // An account whose key is lost is passed over, a later one may fit as well. The path is the
+    // listed one on purpose: renewal records of this protocol name a used account with the "/" at
+    // its end.
     SecretJson key;
     if (ReadAccountKey(folder, key.value)) return folder;
   }

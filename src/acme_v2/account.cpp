@@ -28,7 +28,8 @@ void AcmeV2Client::SetupAccount(const std::string& contact) {
 }
 
 std::string AcmeV2Client::FindAccount(const std::string& directory, const std::string& contact) {
-  for (const std::string& folder : ListAccounts()) {
+  for (std::string folder : ListAccounts()) {
+    if (folder.back() == '/') folder.pop_back();
     Json::Value info;
     if (!ReadAccountInfo(folder, info)) continue;
     // Without its URL an account could not speak for itself.

@@ -50,9 +50,6 @@ std::vector<std::string> ListAccounts() {
   if (!ListByPattern(std::string(kStore) + "/*", folders)) {
     throw "glob error";  // NOLINT(misc-throw-by-value-catch-by-reference): see the header
   }
-  for (std::string& folder : folders) {
-    if (folder.back() == '/') folder.pop_back();
-  }
   return folders;
 }
 

@@ -136,14 +136,14 @@ def test_certificate_goes_into_the_folder_of_a_given_id(host, early_ca, early_ac
     os.makedirs(folder, 0o700)
     host.write(folder + "/cert.pem", "old", 0o400)
     result = new_cert(host, early_ca.directory, [NAME], "-c", "AbC123")
-    assert issued(result, early_ca, [NAME], early_account) == folder
+    assert issued(result, early_ca, [NAME], early_account + "/") == folder
     assert host.certificates() == [folder]
 
 
 def test_settings_name_the_server(host, early_ca, early_account, web):
     host.settings(server=early_ca.directory)
     result = host.run("new-cert", "-p", "1", "-d", NAME, "-m", CONTACT)
-    issued(result, early_ca, [NAME], early_account)
+    issued(result, early_ca, [NAME], early_account + "/")
 
 
 def test_renewal_job_is_added(host, early_ca, early_account, web):
@@ -171,7 +171,9 @@ def test_account_is_stored_and_used_again(host, early_ca, web):
     before = expect.tree(folder)
     result = new_cert(host, early_ca.directory, [NAME], "-v")
     assert result.status == 0
-    assert f"Found registed account. used old account. [{folder}]" in result.debug
+    assert f"Found registed account. used old account. [{folder}/]" in result.debug
+    record = json.loads(expect.read(result.document["cert_path"] + "/renew.json"))
+    assert record["account"] == folder + "/"
     assert len(early_ca.calls("new-reg")) == 1
     assert expect.tree(folder) == before
     assert early_ca.state.registrations[0].contact == ["mailto:admin@host.example"]
@@ -203,7 +205,7 @@ def test_account_without_its_key_is_passed_over(host, early_ca, account_key, web
     lost = store_account(host, early_ca, account_key, "aaaaaa")
     os.unlink(lost + "/private_key.json")
     kept = store_account(host, early_ca, account_key, "bbbbbb")
-    issued(new_cert(host, early_ca.directory, [NAME]), early_ca, [NAME], kept)
+    issued(new_cert(host, early_ca.directory, [NAME]), early_ca, [NAME], kept + "/")
 
 
 def test_both_protocols_keep_their_accounts_side_by_side(host, ca, early_ca, web):
@@ -224,7 +226,7 @@ def test_both_protocols_at_one_directory_do_not_mix_their_accounts(host, early_c
                                                                    account_key, web):
     newer = store_v2_account(host, early_ca.directory, early_ca.url + "/acct/1", {"kty": "RSA"},
                              name="aaaaaa")
-    issued(new_cert(host, early_ca.directory, [NAME]), early_ca, [NAME], early_account)
+    issued(new_cert(host, early_ca.directory, [NAME]), early_ca, [NAME], early_account + "/")
     assert sorted(os.listdir(newer)) == ["info.json", "private_key.json"]
 
 

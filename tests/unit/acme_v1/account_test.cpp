@@ -47,13 +47,13 @@ TEST_F(AccountV1Test, FindsTheAccountOfTheDirectoryAndContact) {
   other["directory"] = "http://other.example/directory";
   StoreAccount("b", other);
   const std::string folder = StoreAccount("c", AccountInfo());
-  EXPECT_EQ(Find(), folder);
+  EXPECT_EQ(Find(), folder + "/");
 }
 
 TEST_F(AccountV1Test, TakesTheFirstOfSeveralInNameOrder) {
   StoreAccount("b", AccountInfo());
   const std::string first = StoreAccount("a", AccountInfo());
-  EXPECT_EQ(Find(), first);
+  EXPECT_EQ(Find(), first + "/");
 }
 
 TEST_F(AccountV1Test, NeverChoosesAnAccountOfAnotherVersion) {
@@ -93,7 +93,7 @@ TEST_F(AccountV1Test, PassesOverAnAccountWithoutAReadableKey) {
   WriteFile(StoreAccount("c", AccountInfo()) + "/private_key.json", "[]");
   EXPECT_EQ(Find(), "");
   const std::string good = StoreAccount("d", AccountInfo());
-  EXPECT_EQ(Find(), good);
+  EXPECT_EQ(Find(), good + "/");
 }
 
 TEST_F(AccountV1Test, PassesOverWhatIsNoAccount) {
@@ -110,7 +110,7 @@ TEST_F(AccountV1Test, LivesBesideTheAccountsOfTheOtherVersion) {
   newer["account_url"] = "http://ca.example/acct/1";
   const std::string v2 = StoreAccount("a", newer);
   const std::string v1 = StoreAccount("b", AccountInfo());
-  EXPECT_EQ(Find(), v1);
+  EXPECT_EQ(Find(), v1 + "/");
   EXPECT_EQ(AcmeV2Client::FindAccount(server.Url("/directory"), kContact), v2);
 }
 
@@ -189,7 +189,7 @@ TEST_F(AccountV1Test, StoresTheAccount) {
   ASSERT_TRUE(JsonFromFile(folder + "/private_key.json", key));
   EXPECT_THAT(key.getMemberNames(), ElementsAre("d", "dp", "dq", "e", "kty", "n", "p", "q", "qi"));
   EXPECT_EQ(key["n"], Posts("POST /new-reg").at(0).document["header"]["jwk"]["n"]);
-  EXPECT_EQ(Find(), folder);
+  EXPECT_EQ(Find(), folder + "/");
 }
 
 TEST_F(AccountV1Test, MakesANewKeyForEachRegistration) {
@@ -333,7 +333,7 @@ TEST_F(AccountV1Test, UsesTheStoredAccount) {
   client.FetchDirectory();
   const std::string folder = StoreAccount("a", AccountInfo());
   EXPECT_THAT(StepsOf([&] { client.UseOrRegister(kContact); }),
-              ElementsAre("Found registed account. used old account. [" + folder + "]"));
+              ElementsAre("Found registed account. used old account. [" + folder + "/]"));
   EXPECT_THAT(server.Routes(), ElementsAre("GET /directory"));
 }
 

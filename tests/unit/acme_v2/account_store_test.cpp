@@ -238,11 +238,11 @@ TEST_F(AccountStore, ThatCannotBeListedThrowsAText) {
   EXPECT_EQ(ErrorOf([] { ListAccounts(); }), "text: glob error");
 }
 
-TEST_F(AccountStore, ListsItsFoldersSortedAndWithoutASlash) {
+TEST_F(AccountStore, ListsItsFoldersSortedAndWithASlash) {
   for (const char* name : {"b", "c", "a"}) Put(name, "{}");
   EXPECT_THAT(ListAccounts(),
-              ElementsAre(std::string(kAccountStore) + "/a", std::string(kAccountStore) + "/b",
-                          std::string(kAccountStore) + "/c"));
+              ElementsAre(std::string(kAccountStore) + "/a/", std::string(kAccountStore) + "/b/",
+                          std::string(kAccountStore) + "/c/"));
 }
 
 }  // namespace
