@@ -88,7 +88,7 @@ int SetOnRouter(const std::string& set, Rules rules, Results results) {
     return *hook;
   }
   return OnGateway([&](const Gateway& gateway) {
-    return rules.empty() ? RemoveRuleSet(gateway, set)
+    return rules.empty() ? RemoveRuleSet(gateway, set, RecordedPorts(set))
                          : ReplaceRuleSet(gateway, set, rules, results);
   });
 }

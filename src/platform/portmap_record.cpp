@@ -65,6 +65,16 @@ int Write(const Json::Value& sets) {
 
 }  // namespace
 
+std::vector<int> RecordedPorts(const std::string& name) {
+  std::vector<int> ports;
+  Json::Value sets;
+  if (Read(sets) != 0 || !sets[name].isArray()) return ports;
+  for (const Json::Value& rule : sets[name]) {
+    if (rule.isObject() && rule["router_port"].isInt()) ports.push_back(rule["router_port"].asInt());
+  }
+  return ports;
+}
+
 int StoreRuleSet(const std::string& name, std::span<const KOVA_PORTMAP_RULE> rules) {
   if (rules.empty() && !KLIBCFileExist(kPortmapRecordPath)) return 0;
   const RecordLock lock;

@@ -38,19 +38,33 @@ int AddRule(const Gateway& gateway, const std::string& set, const KOVA_PORTMAP_R
   return 0;
 }
 
+// Sets `refusal` when the mapping is kept.
+int DeleteOwn(const Gateway& gateway, const std::string& set, const PortMapping& mapping,
+              int& refusal) {
+  if (!IsOwn(gateway, set, mapping)) return 0;
+  const int result = gateway.Delete(mapping);
+  if (result == kGatewayUnreachable) return result;
+  // Its lease may have ended meanwhile.
+  if (result != 0 && result != upnp_error::kNoSuchEntry) refusal = result;
+  return 0;
+}
+
 }  // namespace
 
-int RemoveRuleSet(const Gateway& gateway, const std::string& set) {
+int RemoveRuleSet(const Gateway& gateway, const std::string& set, const std::vector<int>& ports) {
   // Listed first: deleting while walking would shift the indices.
   std::vector<PortMapping> mappings;
   if (const int result = gateway.List(mappings); result != 0) return result;
   int refusal = 0;
   for (const PortMapping& mapping : mappings) {
-    if (!IsOwn(gateway, set, mapping)) continue;
-    const int result = gateway.Delete(mapping);
-    if (result == kGatewayUnreachable) return result;
-    // Its lease may have ended meanwhile.
-    if (result != 0 && result != upnp_error::kNoSuchEntry) refusal = result;
+    if (const int result = DeleteOwn(gateway, set, mapping, refusal); result != 0) return result;
+  }
+  if (refusal != 0) return refusal;
+  for (const int port : ports) {
+    std::optional<PortMapping> mapping;
+    if (const int result = gateway.Find(port, mapping); result != 0) return result;
+    if (!mapping) continue;
+    if (const int result = DeleteOwn(gateway, set, *mapping, refusal); result != 0) return result;
   }
   return refusal;
 }
@@ -58,7 +72,9 @@ int RemoveRuleSet(const Gateway& gateway, const std::string& set) {
 int ReplaceRuleSet(const Gateway& gateway, const std::string& set,
                    std::span<const KOVA_PORTMAP_RULE> rules,
                    std::span<KOVA_RULE_SET_RESULT> results) {
-  if (RemoveRuleSet(gateway, set) == kGatewayUnreachable) return kGatewayUnreachable;
+  std::vector<int> ports;
+  for (const KOVA_PORTMAP_RULE& rule : rules) ports.push_back(rule.router_port);
+  if (RemoveRuleSet(gateway, set, ports) == kGatewayUnreachable) return kGatewayUnreachable;
   for (size_t i = 0; i < rules.size(); ++i) {
     bool granted = false;
     if (const int result = AddRule(gateway, set, rules[i], granted); result != 0) return result;

@@ -293,6 +293,7 @@ std::string FakeRouter::Delete(const Arguments& arguments) {
 
 std::string FakeRouter::List(const Arguments& arguments) {
   ++list_requests_;
+  if (traits_.refuses_to_list != 0) return Refusal(traits_.refuses_to_list);
   size_t index = std::stoul(arguments.at("NewPortMappingIndex"));
   if (traits_.endless_list && !mappings_.empty()) index %= mappings_.size();
   if (index >= mappings_.size()) {

@@ -291,6 +291,45 @@ TEST_F(PortmapRouterTest, AListWithoutEndIsLeft) {
   EXPECT_EQ(router_.ListRequests(), 1024);
 }
 
+TEST_F(PortmapRouterTest, ARouterThatListsNothingIsAskedForThePortsOfTheRecord) {
+  Start();
+  const RouterMapping theirs{"443", "127.0.0.9", "443", kSet, "0"};
+  for (const int error : {401, 606}) {
+    RouterTraits traits;
+    traits.refuses_to_list = error;
+    router_.SetTraits(traits);
+    EXPECT_EQ(Open(), 0) << error;
+    EXPECT_EQ(Close(), 0) << error;
+    EXPECT_THAT(router_.Mappings(), IsEmpty()) << error;
+    EXPECT_EQ(Open(), 0) << error;
+    router_.SetMappings({Own("80"), theirs});
+    EXPECT_EQ(Close(), 0) << error;
+    EXPECT_THAT(router_.Mappings(), ElementsAre(theirs)) << error;
+    router_.SetMappings({});
+  }
+}
+
+TEST_F(PortmapRouterTest, ARouterThatListsNothingHasTheOldRulesReplaced) {
+  RouterTraits traits;
+  traits.refuses_to_list = 606;
+  Start(traits);
+  router_.SetMappings({Own("80", "12")});
+  EXPECT_EQ(Open(), 0);
+  EXPECT_THAT(router_.TakeChanges(), ElementsAre("delete 80", "add 80 3600", "add 443 3600"));
+}
+
+TEST_F(PortmapRouterTest, ARecordThatMakesNoSenseStandsInNobodysWay) {
+  Start();
+  for (const char* record : {"[]", "{\"Letsencrypt\": 7}", "{\"Letsencrypt\": [7, {}, []]}",
+                             "{\"Letsencrypt\": [{\"router_port\": \"80\"}]}",
+                             "{\"Letsencrypt\": [{\"router_port\": 80.5}]}"}) {
+    WriteFile(kPortmapRecordPath, record);
+    router_.SetMappings({Own("80")});
+    EXPECT_EQ(Close(), 0) << record;
+    EXPECT_THAT(router_.Mappings(), IsEmpty()) << record;
+  }
+}
+
 TEST_F(PortmapRouterTest, ARouterThatKeepsTheMappingsFailsTheRemoval) {
   RouterTraits traits;
   traits.keeps_mappings = true;
