@@ -2,8 +2,11 @@
 
 #include <syslog.h>
 
+#include <array>
 #include <cstdarg>
+#include <cstdio>
 
+#include "platform/error.h"
 #include "platform/syslog_line.h"
 
 namespace kova {
@@ -20,6 +23,14 @@ void LogDebugPriority(Site site, const char* format, ...) {
   va_start(args, format);
   platform::SyslogLine(LOG_DEBUG, site.tag, site.line, format, args);
   va_end(args);
+}
+
+std::string ErrorTriple() {
+  std::array<char, 512> text{};
+  (void)std::snprintf(text.data(), text.size(), "[0x%04X %s:%d]",
+                      static_cast<unsigned>(KLIBCErrGet()), KLIBCErrorGetFile(),
+                      KLIBCErrorGetLine());
+  return text.data();
 }
 
 }  // namespace kova

@@ -2,6 +2,8 @@
 // then the text. Identity and facility are the system defaults; no log is opened.
 #pragma once
 
+#include <string>
+
 #include "base/site.h"
 
 namespace kova {
@@ -11,5 +13,8 @@ namespace kova {
 
 // LOG_DEBUG, for the few messages that are no failures.
 [[gnu::format(printf, 2, 3)]] void LogDebugPriority(Site site, const char* format, ...);
+
+// "[0xCODE FILE:LINE]" of the platform call that failed last on this thread.
+std::string ErrorTriple();
 
 }  // namespace kova

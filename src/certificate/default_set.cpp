@@ -18,6 +18,7 @@ constexpr char kLockPath[] = "/run/kova-mkcert.lock";
 constexpr std::chrono::seconds kLockTimeout{60};
 constexpr int kKeyBits = 2048;
 constexpr int kDays = 366;
+constexpr char kNoCa[] = "Generate CA key & crt failed";
 constexpr char kServerName[] = "kova";  // common name and only alias
 
 Subject DefaultSubject(const std::string& common_name) {
@@ -76,11 +77,7 @@ int Fail(const char* reason, Site site = kTag) {
   return -1;
 }
 
-int GenerateCa(const std::string& folder, const SetPaths& paths) {
-  if (folder.empty()) {
-    LogError(kTag, "Invalid paramter [%s]", folder.c_str());
-    return -1;
-  }
+int GenerateCa(const SetPaths& paths) {
   const Subject subject = DefaultSubject("Kova Inc. CA");
   if (GenerateKey(paths.ca_key, kKeyBits) != 0) return Fail("genCAKey() failed");
   if (GenerateRequest(kCaRequestConfig, paths.ca_key, kCaRequest, &subject) != 0) {
@@ -91,6 +88,11 @@ int GenerateCa(const std::string& folder, const SetPaths& paths) {
     return Fail("Root certificate and key is not matching");
   }
   return 0;
+}
+
+int RefuseEmptyFolder() {
+  LogError(kTag, "Invalid paramter []");
+  return Fail(kNoCa);
 }
 
 int GenerateServer(const SetPaths& paths) {
@@ -115,15 +117,17 @@ int GenerateServer(const SetPaths& paths) {
 GenerationLock::GenerationLock() : FileLock(kTag, kLockPath, kLockTimeout) {}
 
 int GenerateDefaultSet(const std::string& folder, const GenerationLock& lock) {
-  const SetPaths paths(folder);
+  if (folder.empty()) return RefuseEmptyFolder();
   if (!lock.Held()) return -1;
-  if (GenerateCa(folder, paths) != 0) return Fail("Generate CA key & crt failed");
+  const SetPaths paths(folder);
+  if (GenerateCa(paths) != 0) return Fail(kNoCa);
   if (GenerateServer(paths) != 0) return Fail("Failed to generate cert set");
   if (KLIBCFileTouch(paths.marker) != 0) return Fail("Failed to touch default cert");
   return 0;
 }
 
 int GenerateDefaultSet(const std::string& folder) {
+  if (folder.empty()) return RefuseEmptyFolder();  // at once, so before the lock
   const GenerationLock lock;
   return GenerateDefaultSet(folder, lock);
 }

@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "certificate/log_tag.h"
 #include "certificate/private_copy.h"
+#include "platform/error.h"
 #include "platform/files.h"
 #include "platform/process.h"
 
@@ -27,6 +28,11 @@ bool Rename(const std::string& from, const std::string& to) {
 bool CopyTree(const std::string& from, const std::string& to) {
   if (KLIBCExec("/bin/cp", {"-arp", from, to}) == 0) return true;
   LogError(kTag, "Failed to copy %s to %s [%d]", from.c_str(), to.c_str(), errno);
+  return false;
+}
+
+bool FailedToCopy(const std::string& source) {
+  LogError(kTag, "Failed to copy [%s].%s", source.c_str(), ErrorTriple().c_str());
   return false;
 }
 
@@ -80,15 +86,16 @@ bool CopyOneFile(const std::string& source_folder, const std::string& destinatio
                  const std::string& name, uid_t uid, gid_t gid) {
   const std::string source = source_folder + "/" + name;
   const std::string copy = destination_folder + "/" + name;
-  if (!CopyPrivately(source, copy)) {
-    LogError(kTag, "Failed to copy [%s].%s", source.c_str(), ErrorTriple().c_str());
-    return false;
-  }
+  const int status = CopyPrivately(source, copy);
+  if (status < 0) return FailedToCopy(source);
+  // A copy that is not there shows here; that the tool said so is not asked first.
   if (!HandOver(copy, uid, gid)) {
     LogError(kTag, "Failed to chmod chown. [%s]", copy.c_str());
     return false;
   }
-  return true;
+  if (status == 0) return true;
+  platform::RecordError(EIO);  // half a key must not reach a service
+  return FailedToCopy(source);
 }
 
 }  // namespace kova::cert_archive

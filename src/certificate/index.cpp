@@ -17,10 +17,14 @@ namespace {
 
 constexpr mode_t kNewIndexMode = 0600;
 
-mode_t IndexMode() {
+// Mode and owner stay those of the index that is replaced: others may read it.
+int StageIndex(const std::string& text) {
   struct stat status {};
-  if (stat(kIndexPath, &status) != 0) return kNewIndexMode;
-  return status.st_mode & 0777;
+  if (stat(kIndexPath, &status) != 0) {
+    return platform::StageFile(kIndexStagingPath, text, kNewIndexMode);
+  }
+  const platform::FileOwner owner{status.st_uid, status.st_gid};
+  return platform::StageFile(kIndexStagingPath, text, status.st_mode & 0777, &owner);
 }
 
 bool IsMissing() {
@@ -62,7 +66,7 @@ bool ReadIndexObject(Json::Value& info) {
 
 bool WriteIndex(const Json::Value& info) {
   const std::string text = JsonStyledText(info);
-  if (const int error = platform::StageFile(kIndexStagingPath, text, IndexMode()); error != 0) {
+  if (StageIndex(text) != 0) {
     LogError(kTag, "Failed to write [%s] to [%s].", JsonToString(info).c_str(), kIndexStagingPath);
     return false;
   }

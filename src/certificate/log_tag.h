@@ -2,10 +2,6 @@
 // log by them) and older than the present files, hence they name none of them.
 #pragma once
 
-#include <string>
-
-#include "platform/error.h"
-
 namespace kova {
 
 namespace cert_archive {
@@ -15,8 +11,5 @@ inline constexpr char kTag[] = "utils.cpp";
 namespace mkcert {
 inline constexpr char kTag[] = "mkcert.cpp";
 }
-
-// "[0xCODE FILE:LINE]" of the platform call that failed last.
-std::string ErrorTriple();
 
 }  // namespace kova

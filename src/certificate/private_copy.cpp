@@ -10,9 +10,9 @@
 
 namespace kova::cert_archive {
 
-bool CopyPrivately(const std::string& source, const std::string& copy) {
+int CopyPrivately(const std::string& source, const std::string& copy) {
   const ScopedUmask only_root(kPrivateUmask);
-  return KLIBCExec("/bin/cp", {"-f", source, copy}) == 0;
+  return KLIBCExec("/bin/cp", {"-f", source, copy});
 }
 
 bool HandOver(const std::string& file, uid_t uid, gid_t gid) {

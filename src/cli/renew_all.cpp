@@ -94,7 +94,7 @@ bool Redeploy(const std::string& folder) {
 
 void RestartWebFrontend() {
   kovaw3::Engine engine;
-  kovaw3::Omx(engine).RestartService();
+  if (!kovaw3::Omx(engine).RestartService()) LogError(kTag, "Failed to restart the web front-end.");
 }
 
 void RenewAll() {

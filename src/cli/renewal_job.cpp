@@ -2,10 +2,13 @@
 
 #include <json/value.h>
 
+#include "base/log.h"
 #include "platform/crond.h"
 
 namespace kova {
 namespace {
+
+constexpr char kTag[] = "kova-letsencrypt";
 
 KOVA::KOVACrond::ConfigManager RenewalJob() { return {"kova-letsencrypt", false}; }
 
@@ -21,12 +24,16 @@ bool AddRenewalJob() {
   job["period"] = "weekly";
   Json::Value jobs(Json::arrayValue);
   jobs.append(job);
-  return manager.Save(jobs);
+  if (manager.Save(jobs)) return true;
+  LogError(kTag, "Failed to add the renewal job.%s", ErrorTriple().c_str());
+  return false;
 }
 
 bool RemoveRenewalJob() {
   const auto manager = RenewalJob();
-  return !manager.Exist() || manager.Remove();
+  if (!manager.Exist() || manager.Remove()) return true;
+  LogError(kTag, "Failed to remove the renewal job.%s", ErrorTriple().c_str());
+  return false;
 }
 
 }  // namespace kova

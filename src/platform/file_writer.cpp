@@ -81,11 +81,12 @@ int ReplaceFile(const std::string& path, std::string_view content, mode_t mode,
   return EEXIST;
 }
 
-int StageFile(const std::string& staging, std::string_view content, mode_t mode) {
+int StageFile(const std::string& staging, std::string_view content, mode_t mode,
+              const FileOwner* owner) {
   if (unlink(staging.c_str()) != 0 && errno != ENOENT) return errno;
   Fd file(open(staging.c_str(), kCreateAnew, S_IRUSR | S_IWUSR));
   if (!file) return errno;
-  return FillOrRemove(std::move(file), staging, content, mode, nullptr);
+  return FillOrRemove(std::move(file), staging, content, mode, owner);
 }
 
 int CommitStaged(const std::string& staging, const std::string& path) {

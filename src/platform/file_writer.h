@@ -25,7 +25,8 @@ struct FileOwner {
 // The two halves of the above, for a format whose staging name is fixed. Stage creates `staging`
 // anew (a leftover is removed first, links are never followed); Commit renames it over `path` and
 // flushes the folder. Both return 0 or an errno; Stage removes `staging` when it fails.
-[[nodiscard]] int StageFile(const std::string& staging, std::string_view content, mode_t mode);
+[[nodiscard]] int StageFile(const std::string& staging, std::string_view content, mode_t mode,
+                            const FileOwner* owner = nullptr);
 [[nodiscard]] int CommitStaged(const std::string& staging, const std::string& path);
 
 }  // namespace kova::platform

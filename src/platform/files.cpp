@@ -46,24 +46,27 @@ int CreateEmpty(const std::string& path) {
   return file ? 0 : errno;
 }
 
-int ReadAll(int fd, std::string& content) {
+// Up to `limit` bytes.
+int ReadAll(int fd, std::string& content, size_t limit) {
   std::array<char, 16384> buffer{};
-  while (true) {
-    const ssize_t count = read(fd, buffer.data(), buffer.size());
+  while (content.size() < limit) {
+    const ssize_t count = read(fd, buffer.data(), std::min(buffer.size(), limit - content.size()));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
-    if (count == 0) return 0;
+    if (count == 0) break;
     content.append(buffer.data(), static_cast<size_t>(count));
   }
+  return 0;
 }
 
 // O_NONBLOCK: opening a pipe that was planted there must not wait for its other end.
-int ReadRegular(const std::string& path, std::string& content, struct stat& status) {
+int ReadRegular(const std::string& path, std::string& content, struct stat& status,
+                size_t limit = std::string::npos) {
   const Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!file || fstat(file.Get(), &status) != 0) return errno;
   if (S_ISDIR(status.st_mode)) return EISDIR;
   if (!S_ISREG(status.st_mode)) return EINVAL;
-  return ReadAll(file.Get(), content);
+  return ReadAll(file.Get(), content, limit);
 }
 
 int Failed(int error, int line = __builtin_LINE()) {
@@ -107,16 +110,22 @@ int KLIBCFileTouch(const std::string& path) {
 }
 
 int KLIBCFileUTF8BomStrip(const std::string& path) {
+  // The mark alone: most files have none, and many of them are private keys.
   std::string content;
   struct stat status {};
-  if (const int error = ReadRegular(path, content, status); error != 0) return Failed(error);
-  if (!content.starts_with(kByteOrderMark)) return 0;
+  int error = ReadRegular(path, content, status, kByteOrderMark.size());
+  if (error != 0) return Failed(error);
+  if (content != kByteOrderMark) return 0;
+  content.clear();
+  error = ReadRegular(path, content, status);
+  if (error != 0) return Failed(error);
+  if (!content.starts_with(kByteOrderMark)) return 0;  // replaced meanwhile
   // A link stays a link: its target is what gets replaced.
   const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr),
                                                            &std::free);
   if (target == nullptr) return Failed(errno);
   const kova::platform::FileOwner owner{status.st_uid, status.st_gid};
-  const int error = kova::platform::ReplaceFile(
+  error = kova::platform::ReplaceFile(
       target.get(), std::string_view(content).substr(kByteOrderMark.size()),
       status.st_mode & kPermissionBits, &owner);
   return error == 0 ? 0 : Failed(error);

@@ -140,6 +140,7 @@ void PrepareProcess() {
   } while (fd >= 0 && fd <= STDERR_FILENO);
   if (fd >= 0) close(fd);
   signal(SIGXFSZ, SIG_IGN);
+  signal(SIGPIPE, SIG_IGN);
 }
 
 int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,

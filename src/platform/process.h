@@ -29,7 +29,8 @@ namespace kova::platform {
 
 // For the start of a program: gives standard descriptors that its caller left closed to /dev/null,
 // so that no file of ours gets their numbers and with them our output, and turns a file that grows
-// beyond the size limit from a deadly signal into a failed write.
+// beyond the size limit, and a reader of our output that has gone, from deadly signals into failed
+// writes.
 void PrepareProcess();
 
 // As above, and collects at most `limit` bytes of the child's standard output; what is beyond them

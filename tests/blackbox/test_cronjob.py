@@ -49,8 +49,11 @@ def test_failed_issuance_adds_none(host, ca):
 def test_job_that_could_not_be_added_does_not_fail_the_issuance(host, ca, account):
     host.mount("/etc/cron.d", size=4096)
     host.write("/etc/cron.d/full", b"x" * 4096)
-    expect.issued(host.new_cert(ca.directory, [NAME]))
+    result = host.new_cert(ca.directory, [NAME])
+    expect.issued(result)
     assert os.listdir("/etc/cron.d") == ["full"]
+    assert re.fullmatch(r"kova-letsencrypt:# Failed to add the renewal job\."
+                        r"\[0x001C \S*crond\.cpp:\d+\]", result.errors[-1])  # 28: no space
 
 
 def test_add_cronjob_adds_one_job(host):

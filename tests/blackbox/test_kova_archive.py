@@ -73,6 +73,9 @@ def test_help_goes_to_standard_output(cli):
     (["deploy"], "missing ID"),
     (["self-signed"], "missing DIR"),
     (["check", "--frob"], "unknown option --frob"),
+    (["list", "-x"], "unknown option -x"),
+    (["check", "a", "-xy"], "unknown option -x"),
+    (["list", "--json=yes"], "unknown option --json=yes"),
 ])
 def test_wrong_arguments_are_usage_errors(cli, args, message):
     refused(cli.run(*args), message, args[0])

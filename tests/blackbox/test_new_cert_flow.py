@@ -26,6 +26,16 @@ def test_requests_come_in_protocol_order(host, ca):
                         "authz", "finalize", "certificate"]
 
 
+def test_a_reader_that_goes_away_does_not_cost_the_certificate(host, ca):
+    result = host.run("-c", f"{paths.PROGRAM} new-cert -v -s {ca.directory} -d {NAME} "
+                      "-m me@host.example | head -n 1; exit ${PIPESTATUS[0]}",
+                      program="/bin/bash")
+    assert (result.status, result.errors) == (0, [])
+    assert result.stdout.startswith("DEBUG: ") and result.stdout.count("\n") == 1
+    expect.certificate_folder(host.certificates()[0], [NAME])
+    assert os.path.exists(paths.CRON_JOB)
+
+
 def test_every_request_names_the_device(host, ca):
     host.device(router="none", user_agent="Appliance/7")
     expect.issued(host.new_cert(ca.directory, [NAME]))

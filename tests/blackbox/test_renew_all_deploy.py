@@ -296,6 +296,7 @@ def test_web_frontend_that_does_not_restart_is_no_failure(host, ca, account, arc
     result = host.run("renew-all")
     reported(result)
     assert reloads.lines[-1] == "web-restart"
+    assert result.errors == ["kova-letsencrypt:# Failed to restart the web front-end."]
 
 
 def test_relay_daemon_is_reloaded_when_it_runs(host, ca, account, archive):

@@ -5,6 +5,7 @@ import os
 
 import pytest
 from lib import expect, paths
+from lib.renewal import Archive, record, tolerate_padding
 
 NAME = "www.host.example"
 BROKEN = ["", "{", "[]", "7", "null", '"text"', "[{}]", '{"server": ', "\0\0", "[" * 100000,
@@ -39,6 +40,43 @@ def test_debuglog_sends_level_2_to_the_system_log(host, ca, account, level):
     steps = [line for line in result.syslog if "GET Request" in line.text]
     assert {(line.priority, line.facility, line.identity) for line in steps} == {
         (3, 1, "kova-letsencrypt")}
+
+
+@pytest.fixture(params=["renew", "renew-all", "revoke"])
+def other_command(request, host, ca, account):
+    """The arguments of a command that asks the CA for something."""
+    archive = Archive(host)
+    archive.add("AbC123", record=record(ca.directory, account))
+    tolerate_padding(ca)
+    return [request.param] + ([] if request.param == "renew-all" else ["-c", "AbC123"])
+
+
+def test_debuglog_counts_for_every_command(host, ca, other_command):
+    host.settings(debuglog=1)
+    result = host.run(*other_command)
+    assert "DEBUG" not in result.stdout
+    steps = [line for line in result.syslog if line.text == f"GET Request: {ca.directory}"]
+    assert [(line.priority, line.identity) for line in steps] == [(3, "kova-letsencrypt")]
+    assert any(line.text.startswith("Curl Reply: [200]") for line in result.syslog)
+
+
+def test_v_counts_for_every_command(host, ca, other_command):
+    result = host.run(*other_command, "-v")
+    assert f"GET Request: {ca.directory}" in result.debug and "Curl Reply" not in result.stdout
+
+
+def test_vv_counts_for_every_command(host, ca, other_command):
+    result = host.run(*other_command, "-vv")
+    assert "DEBUG: Curl Reply: [200]" in result.stdout
+
+
+def test_add_cronjob_has_no_debug_output(host):
+    host.settings(debuglog=1)
+    host.write(paths.ARCHIVE + "/AbC123/renew.json", "{}")
+    host.write(paths.ARCHIVE + "/INFO", '{"AbC123": {}}')
+    result = host.run("add-cronjob", "-vv")
+    assert (result.status, result.stdout, result.syslog) == (0, "", [])
+    assert os.path.exists(paths.CRON_JOB)
 
 
 @pytest.mark.parametrize("value", [0, "1", True, 1.5, None, [], {}])

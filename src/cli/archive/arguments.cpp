@@ -37,6 +37,15 @@ std::string Spelled(const OptionRule& rule) {
          (rule.value == nullptr ? "" : std::string(" ") + rule.value);
 }
 
+std::string LastWord(const std::vector<char*>& argv) {
+  return argv[static_cast<size_t>(optind - 1)];
+}
+
+// A letter may be one of several behind one dash; the library has not left their word yet.
+std::string RefusedOption(const std::vector<char*>& argv) {
+  return optopt > ' ' ? std::string("-") + static_cast<char>(optopt) : LastWord(argv);
+}
+
 void CheckOperands(const Command& command, size_t count) {
   if (count >= command.least && count <= command.most) return;
   throw UsageError{count < command.least ? std::string("missing ") + command.operands
@@ -73,9 +82,8 @@ Arguments ParseArguments(const Command& command, const std::vector<std::string>&
   int chosen = 0;
   int result = 0;
   while ((result = getopt_long(argc, argv.data(), ":h", options.data(), &chosen)) != -1) {
-    const std::string word = argv[static_cast<size_t>(optind - 1)];
-    if (result == ':') throw UsageError{"missing value of " + word};
-    if (result == '?') throw UsageError{"unknown option " + word};
+    if (result == ':') throw UsageError{"missing value of " + LastWord(argv)};
+    if (result == '?') throw UsageError{"unknown option " + RefusedOption(argv)};
     const char* name = result == 'h' ? kHelp.name : rules[static_cast<size_t>(chosen)].name;
     arguments.options[name] = optarg == nullptr ? "" : optarg;
   }

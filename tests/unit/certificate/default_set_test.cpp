@@ -145,6 +145,18 @@ TEST_F(DefaultSetTest, RefusesAnEmptyFolderAtOnce) {
                                  "mkcert.cpp:# Generate CA key & crt failed"));
   EXPECT_FALSE(Exists("/usr/kova/etc/ssl"));
   EXPECT_FALSE(Exists("/privkey.pem"));
+  EXPECT_FALSE(Exists("/run/kova-mkcert.lock"));
+}
+
+TEST_F(DefaultSetTest, RefusesAnEmptyFolderWithoutWaitingForTheLock) {
+  const GenerationLock held;
+  ASSERT_TRUE(held.Held());
+  EXPECT_EQ(GenerateDefaultSet(""), -1);
+  EXPECT_EQ(GenerateDefaultSet("", held), -1);
+  EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Invalid paramter []",
+                                 "mkcert.cpp:# Generate CA key & crt failed",
+                                 "mkcert.cpp:# Invalid paramter []",
+                                 "mkcert.cpp:# Generate CA key & crt failed"));
 }
 
 // Runs the generation with a tool that fails, or does otherwise harm, when its arguments contain a

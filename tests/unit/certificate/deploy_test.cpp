@@ -10,6 +10,22 @@
 #include "certificate/paths.h"
 #include "certificate/service_files.h"
 
+namespace {
+
+std::vector<std::pair<std::string, int>> lock_waits;  // paths and seconds that were asked for
+
+}  // namespace
+
+// The linker sends the product's calls of KLIBCFileLockTimeByFile here.
+#define LOCK_SYMBOL \
+  "_Z23KLIBCFileLockTimeByFileRKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEiiPi"
+int RealLock(const std::string&, int, int, int*) __asm__("__real_" LOCK_SYMBOL);
+int WrappedLock(const std::string&, int, int, int*) __asm__("__wrap_" LOCK_SYMBOL);
+int WrappedLock(const std::string& file, int exclusive, int seconds, int* handle) {
+  lock_waits.emplace_back(file, seconds);
+  return RealLock(file, exclusive, seconds, handle);
+}
+
 namespace kova::cert_archive {
 namespace {
 
@@ -39,6 +55,7 @@ constexpr char kLockFile[] = "/tmp/kovacertificate_info.lock";
 class DeployTest : public ArchiveTest {
  protected:
   DeployTest() {
+    lock_waits.clear();
     AddHook("service-running", "echo \"$@\" >> /usr/kova/running\nexit 1");
     AddHook("service-reload", "echo \"$@\" >> /usr/kova/reloaded\nexit 0");
   }
@@ -49,6 +66,15 @@ class DeployTest : public ArchiveTest {
   }
   static std::string Scripts() {
     return Exists("/usr/kova/scripts") ? Read("/usr/kova/scripts") : "";
+  }
+
+  // Seconds, of every wait so far.
+  static std::vector<int> WaitsForTheIndexLock() {
+    std::vector<int> seconds;
+    for (const auto& [path, wait] : lock_waits) {
+      if (path == kLockFile) seconds.push_back(wait);
+    }
+    return seconds;
   }
 
   const Json::Value smtp_ = ServiceObject("mail", "smtp");
@@ -273,8 +299,8 @@ TEST_F(DeployTest, KeepsTheOldFilesWhenACopyFails) {
   EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "old");
   EXPECT_FALSE(Exists(std::string(kSmtp) + ".temp"));
   EXPECT_THAT(Log(),
-              ElementsAre(StartsWith("utils.cpp:# Failed to copy "
-                                     "[/usr/kova/etc/certificate/_archive/abc/fullchain.pem].[0x"),
+              ElementsAre("utils.cpp:# Failed to chmod chown. "
+                          "[/usr/kova/etc/certificate/mail/smtp.temp/fullchain.pem]",
                           "utils.cpp:# Failed to copy cert files from "
                           "/usr/kova/etc/certificate/_archive/abc to "
                           "/usr/kova/etc/certificate/mail/smtp.temp",
@@ -334,7 +360,51 @@ TEST_F(DeployTest, RedeployNeitherLocksNorChangesTheIndex) {
   EXPECT_THAT(Read("/usr/kova/locks"), Not(HasSubstr("1")));
 }
 
+TEST_F(DeployTest, RedeployNeedsNoIndexLock) {
+  AddCertificate("abc", List({smtp_}));
+  MakeFolder(kLockFile);  // cannot be locked
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_TRUE(WaitsForTheIndexLock().empty());
+}
+
+// Copies and reload scripts may take their time; nobody is to wait for them at the index.
+TEST_F(DeployTest, HoldsNoIndexLockWhileItCopiesAndReloads) {
+  const std::string probe = "flock -n " + std::string(kLockFile) +
+                            " true && echo free >> /usr/kova/probes || echo held >> "
+                            "/usr/kova/probes\n";
+  test::WriteProgram("/usr/libexec/certificate.d/mail", probe);
+  const Json::Value imap = ServiceObject("mail", "imap");
+  for (const int action : {0, 1, 2, 3}) {
+    test::RemoveAll(kInfo);
+    test::RemoveAll("/usr/kova/etc/certificate/mail");
+    AddCertificate("src", List({smtp_, imap}));
+    AddCertificate("dst");
+    const ReplacedTool cp("cp", probe + "exec $REAL \"$@\"");
+    EXPECT_TRUE(RegisterAndDeploy("dst", List({smtp_, imap}), "src", action));
+    EXPECT_THAT(Read("/usr/kova/probes"), HasSubstr("free\nfree\n")) << action;
+    EXPECT_THAT(Read("/usr/kova/probes"), Not(HasSubstr("held"))) << action;
+    test::RemoveAll("/usr/kova/probes");
+  }
+}
+
+TEST_F(DeployTest, AKilledReloadScriptFailsTheService) {
+  AddCertificate("abc");
+  test::WriteProgram("/usr/libexec/certificate.d/mail", "kill -9 $$");
+  EXPECT_FALSE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to "
+                                 "[/usr/libexec/certificate.d/mail][smtp].[0x0004 spawn.cpp:#]",
+                                 "utils.cpp:# Failed to reload [mail][smtp]."));
+}
+
 class MoveServiceTest : public DeployTest {};
+
+TEST_F(MoveServiceTest, WaitsTenSecondsForTheIndex) {
+  AddCertificate("src", List({smtp_}));
+  AddCertificate("dst");
+  EXPECT_TRUE(RegisterAndDeploy("dst", List({smtp_}), "src", 0));
+  EXPECT_THAT(WaitsForTheIndexLock(), ElementsAre(10));
+}
 
 TEST_F(MoveServiceTest, ActionsZeroAndOneMoveTheService) {
   for (const int action : {0, 1}) {
@@ -494,6 +564,26 @@ TEST_F(AddServiceTest, CopiesAfterARefreshThatFailed) {
               ElementsAre("utils.cpp:# Lock list file [/tmp/kovacertificate_info.lock] failed",
                           "utils.cpp:# Lock list file [/tmp/kovacertificate_info.lock] failed",
                           "utils.cpp:# Failed to update cert info for smtp from  to dst"));
+}
+
+TEST_F(AddServiceTest, WaitsAMinuteToRefreshAndTenSecondsToAdd) {
+  AddCertificate("dst");
+  EXPECT_TRUE(RegisterAndDeploy("dst", List({smtp_}), "", 3));
+  EXPECT_THAT(WaitsForTheIndexLock(), ElementsAre(10));
+  EXPECT_TRUE(RegisterAndDeploy("dst", List({smtp_}), "", 3));
+  EXPECT_THAT(WaitsForTheIndexLock(), ElementsAre(10, 60));
+}
+
+TEST_F(AddServiceTest, CopiesAfterARefreshThatCouldNotBeWritten) {
+  AddCertificate("dst");
+  DeployOld({"cert.pem", "privkey.pem", "fullchain.pem"});
+  MakeFolder(std::string(kIndexStagingPath) + "/occupied");
+  EXPECT_FALSE(RegisterAndDeploy("dst", List({smtp_}), "", 3));
+  EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "dst cert.pem\n");
+  const auto unwritten = HasSubstr("to [/usr/kova/etc/certificate/_archive/INFO.temp].");
+  const char* failed = "utils.cpp:# Failed to write [/usr/kova/etc/certificate/_archive/INFO].";
+  EXPECT_THAT(Log(), ElementsAre(unwritten, failed, unwritten, failed,
+                                 "utils.cpp:# Failed to update cert info for smtp from  to dst"));
 }
 
 TEST_F(AddServiceTest, RefreshesAfterPuttingBackAnInterruptedMove) {

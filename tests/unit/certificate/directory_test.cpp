@@ -259,9 +259,14 @@ TEST_F(DirectoryTest, ATruncatedCopyIsAFailure) {
   Write(s_ + "/cert.pem", "certificate");
   const ReplacedTool cp("cp", "printf cert > \"$3\"; exit 1");
   EXPECT_FALSE(CopyOneFile(s_, d_, "cert.pem", 0, 0));
-  EXPECT_THAT(
-      Log(),
-      ElementsAre(testing::StartsWith("utils.cpp:# Failed to copy [/usr/kova/d/S/cert.pem].")));
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to copy "
+                                 "[/usr/kova/d/S/cert.pem].[0x0005 directory.cpp:#]"));
+}
+
+TEST_F(DirectoryTest, ASourceThatIsMissingShowsInTheCopyThatIs) {
+  MakeFolder(d_);
+  EXPECT_FALSE(CopyOneFile(s_, d_, "cert.pem", 0, 0));
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to chmod chown. [/usr/kova/d/D/cert.pem]"));
 }
 
 TEST_F(DirectoryTest, LogsACopyThatCannotBeHandedOver) {

@@ -49,6 +49,10 @@ TEST_F(ExpiryTest, TheLargestNumbersOfDaysDoNotOverflow) {
   ExpireIn(60);
   EXPECT_FALSE(ExpiresWithin(kPath, std::numeric_limits<std::int32_t>::min()));
   EXPECT_TRUE(ExpiresWithin(kPath, 1000000));
+  syslog_.Clear();
+  // Beyond the year 9999 no comparison is possible, which is "not due".
+  EXPECT_FALSE(ExpiresWithin(kPath, std::numeric_limits<std::int32_t>::max()));
+  EXPECT_THAT(Log(), testing::ElementsAre(testing::HasSubstr(" will not expired at ")));
 }
 
 TEST_F(ExpiryTest, SaysAtDebugPriorityWhatIsNotDue) {

@@ -143,6 +143,17 @@ TEST_F(IndexTest, EditCarriesUnknownMembersThrough) {
   EXPECT_THAT(Log(), IsEmpty());
 }
 
+TEST_F(IndexTest, EditKeepsModeAndOwnerOfTheIndex) {
+  Write(kInfo, "{}", 0640);
+  ASSERT_EQ(chown(kInfo, 1234, 4321), 0);
+  ASSERT_TRUE(EditIndex(kUpdateTimeout, AddMark));
+  struct stat status {};
+  ASSERT_EQ(stat(kInfo, &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0640U);
+  EXPECT_EQ(status.st_uid, 1234U);
+  EXPECT_EQ(status.st_gid, 4321U);
+}
+
 TEST_F(IndexTest, EditReadsUnderTheLock) {
   Write(kInfo, "{}");
   int waiting = -1;

@@ -1,3 +1,4 @@
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -119,6 +120,16 @@ TEST_F(Http01, FailsSilentlyWhenAFolderCannotBeMade) {
     EXPECT_FALSE(Publish(challenge, kToken)) << obstacle;
     EXPECT_EQ(output.Text(), "") << obstacle;
   }
+  EXPECT_THAT(syslog_.Texts(), IsEmpty());
+}
+
+TEST_F(Http01, FailsSilentlyOnAReadOnlyDisk) {
+  ASSERT_EQ(mount("tmpfs", "/var/lib", "tmpfs", MS_RDONLY, ""), 0);
+  OutputCapture output(2);
+  Http01Challenge challenge;
+  EXPECT_FALSE(Publish(challenge, kToken));
+  EXPECT_EQ(output.Text(), "");
+  EXPECT_EQ(umount("/var/lib"), 0);
   EXPECT_THAT(syslog_.Texts(), IsEmpty());
 }
 
