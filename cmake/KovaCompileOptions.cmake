@@ -12,6 +12,9 @@ target_include_directories(kova_options INTERFACE
 if(KOVA_SANITIZE)
   set(kova_instrumentation -fsanitize=address,undefined -fno-sanitize-recover=all
                            -fno-omit-frame-pointer)
+  if(KOVA_FUZZ)
+    list(APPEND kova_instrumentation -fsanitize=fuzzer-no-link)
+  endif()
 elseif(KOVA_COVERAGE)
   set(kova_instrumentation --coverage)
 else()

@@ -1,9 +1,19 @@
 #!/bin/bash
-# Builds everything and runs the whole test suite, as root: the unit tests also under the address and
-# undefined-behaviour sanitizers. Installs what is missing first. Ends with one line,
-# "N passed, N failed", which counts single test cases.
+# Builds everything and runs the whole test suite, as root: the unit tests, and the hostile servers of
+# the black-box tests, also under the address and undefined-behaviour sanitizers. Installs what is
+# missing first. Ends with one line, "N passed, N failed", which counts single test cases.
+#
+# usage: test.sh [--thorough]
+#   --thorough  all of the suite under the sanitizers too
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+sanitized='^unit\.|^blackbox\.(.*hostile|secrets|kova_archive_safety)'
+case ${1:-} in
+  --thorough) sanitized='^(unit|blackbox|realworld)\.' ;;
+  "") ;;
+  *) sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
+esac
 
 scripts/install-deps.sh
 
@@ -22,6 +32,6 @@ run_suite() {  # PRESET CTEST-ARGUMENT...
 }
 
 run_suite release
-run_suite asan --label-regex unit
+run_suite asan --tests-regex "$sanitized"
 
 /usr/bin/python3 -B scripts/count_results.py "${results[@]}"

@@ -83,6 +83,9 @@ class Host(Servers):
                        "LD_PRELOAD": self._preload, "KOVA_SLEEP_LOG": log}
         if self._sanitized:
             environment["ASAN_OPTIONS"] = "verify_asan_link_order=0:exitcode=99"
+            # The sanitizers reserve terabytes of addresses.
+            options["limits"] = {name: value for name, value in options.get("limits", {}).items()
+                                 if name != "AS"}
         environment.update(env or {})
         before = len(self.syslog.lines())
         argv = [program, *map(str, args)]

@@ -1,0 +1,96 @@
+#include "fuzzed_ca.h"
+
+#include <utility>
+
+#include "base/sl_error.h"
+#include "host_files.h"
+#include "platform/clock.h"
+#include "property.h"
+
+namespace kova::fuzz {
+namespace {
+
+FuzzedCa* current = nullptr;
+
+enum class Change { kNone, kStatus, kSplice, kBody, kHeader, kDrop, kMaxValue = kDrop };
+
+// Replaces a piece of the text by bytes of the fuzzer.
+void Splice(FuzzedDataProvider& data, std::string& text) {
+  const auto begin = data.ConsumeIntegralInRange<size_t>(0, text.size());
+  const auto length = data.ConsumeIntegralInRange<size_t>(0, text.size() - begin);
+  text.replace(begin, length, data.ConsumeRandomLengthString(200));
+}
+
+}  // namespace
+
+FuzzedCa::FuzzedCa(FuzzedDataProvider& data,
+                   std::function<HttpResponse(const std::string& url)> good)
+    : data_(data), good_(std::move(good)) {
+  current = this;
+}
+
+FuzzedCa::~FuzzedCa() { current = nullptr; }
+
+HttpResponse FuzzedCa::Answer(const std::string& url) {
+  HttpResponse reply = good_(url);
+  switch (data_.ConsumeEnum<Change>()) {
+    case Change::kNone:
+      break;
+    case Change::kStatus:
+      reply.status = data_.PickValueInArray({200, 201, 202, 204, 400, 403, 404, 409, 429, 500, 0});
+      break;
+    case Change::kSplice:
+      Splice(data_, reply.body);
+      break;
+    case Change::kBody:
+      reply.body = data_.ConsumeRandomLengthString(2000);
+      break;
+    case Change::kHeader:
+      Splice(data_, reply.header);
+      break;
+    case Change::kDrop:
+      throw SLError(code::kUnreachable, "client_network", 0, "Server is not reachable.");
+  }
+  return reply;
+}
+
+HttpResponse Reply(long status, const std::string& body, const std::string& header) {
+  HttpResponse reply;
+  reply.ok = true;
+  reply.status = status;
+  reply.header = "HTTP/1.1 " + std::to_string(status) + " S\r\nReplay-Nonce: nonce\r\n" + header;
+  reply.body = body;
+  return reply;
+}
+
+void PrepareHost() {
+  test::ResetHost();
+  test::WriteFile(test::kSettingsFile,
+                  R"({"skipdns01": true, "asyncfinalize": true, "noncerefill": true,
+                      "unpaddedretry": true})");
+  platform::SetSleeper([](std::chrono::seconds) {});
+}
+
+void CheckWhatIsLeft(bool issued) {
+  KOVA_REQUIRE(test::ListFolder(test::kTokenFolder).empty());
+  const auto folders = test::ListFolder(test::kArchive);
+  KOVA_REQUIRE(folders.size() == (issued ? 1U : 0U));
+  if (!issued) return;
+  const std::string folder = std::string(test::kArchive) + "/" + folders[0];
+  KOVA_REQUIRE(test::ListFolder(folder).size() == 5);
+  KOVA_REQUIRE(test::ModeOf(folder + "/privkey.pem") == 0400);
+}
+
+}  // namespace kova::fuzz
+
+// The linker sends the clients' requests here.
+#define TEXT_SYMBOL "RKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
+kova::HttpResponse FuzzedGet(const std::string& url) __asm__("__wrap__ZN4kova7HttpGetE" TEXT_SYMBOL);
+kova::HttpResponse FuzzedPost(const std::string& url, const Json::Value& json) __asm__(
+    "__wrap__ZN4kova8HttpPostE" TEXT_SYMBOL "RKN4Json5ValueE");
+
+kova::HttpResponse FuzzedGet(const std::string& url) { return kova::fuzz::current->Answer(url); }
+
+kova::HttpResponse FuzzedPost(const std::string& url, const Json::Value& /*json*/) {
+  return kova::fuzz::current->Answer(url);
+}
