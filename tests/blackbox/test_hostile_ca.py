@@ -3,32 +3,8 @@ document, a code of ours, and nothing left behind. No reply ends the process by 
 
 import pytest
 from lib import hostile
+from lib.hostile_replies import BODIES
 from lib.http_script import Reply
-
-BODIES = {
-    "empty": b"",
-    "html": "<html><body>Sign in to the hotel network</body></html>",
-    "number": "7",
-    "null": "null",
-    "text": '"text"',
-    "array": "[]",
-    "array of objects": '[{"status":"valid"}]',
-    "empty object": "{}",
-    "cut JSON": '{"status":"val',
-    "nested arrays": "[" * 100_000,
-    "closed nested arrays": "[" * 100_000 + "]" * 100_000,
-    "nested objects": '{"a":' * 100_000,
-    "nested in status": '{"status":' + "[" * 100_000 + "]" * 100_000 + "}",
-    "10 MB": '{"detail":"' + "x" * 10_000_000 + '"}',
-    "10 MB of commas": "," * 10_000_000,
-    "NUL bytes": b'{"status":"val\0id"}\0\0',
-    "invalid UTF-8": b'{"status":"\xff\xfe\xc0\x80","detail":"\xff"}',
-    "lone surrogates": '{"detail":"\\ud800","type":"\\udc00"}',
-    "huge numbers": '{"status":1e999999,"detail":-99999999999999999999999999}',
-    "formats": '{"type":"%s%n%n%s","detail":"%s%n%99999d","status":"%n"}',
-    "comments": '/* */ {"status" /**/ : "valid" // \n}',
-    "two documents": '{"status":"valid"}{"status":"valid"}',
-}
 
 
 @pytest.fixture(autouse=True)

@@ -2,6 +2,7 @@
 
 import pytest
 from lib import expect, hostile
+from lib.hostile_replies import TRANSFERS
 from lib.http_script import Reply, edited, edited_json
 
 
@@ -11,23 +12,6 @@ def one_attempt(host, ca, account):
     yield
     # What the CA itself spoilt comes back to it; that is no fault of the client.
     ca.violations.clear()
-
-
-TRANSFERS = {
-    "dropped connection": Reply(drop=True),
-    "cut off body": edited(cut=1),
-    "cut off header": Reply(raw=b"HTTP/1.1 200 OK\r\nContent-Le"),
-    "no HTTP": Reply(raw=b"SSH-2.0-OpenSSH_9.2\r\n"),
-    "no header": Reply(raw=b"HTTP/1.1 200 OK\r\n\r\n"),
-    "wrong length": Reply(raw=b"HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\n{}"),
-    "bad chunks": Reply(raw=b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzzz\r\n{}"),
-    "redirect loop": lambda request, _normal: Reply(302, "", {"Location": request.target}),
-    "redirect to a file": Reply(302, "", {"Location": "file:///etc/passwd"}),
-    "redirect to nowhere": Reply(302, "", {"Location": "http://127.0.0.1:1/"}),
-    "redirect without a target": Reply(302, ""),
-    "endless header": Reply(raw=b"HTTP/1.1 200 OK\r\n" + b"X: " + b"x" * 2_000_000 + b"\r\n\r\n"),
-    "many headers": Reply(raw=b"HTTP/1.1 200 OK\r\n" + b"X: y\r\n" * 400_000 + b"\r\n{}"),
-}
 
 
 @pytest.mark.parametrize("reply", TRANSFERS.values(), ids=TRANSFERS.keys())

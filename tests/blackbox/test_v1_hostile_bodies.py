@@ -2,11 +2,10 @@
 by itself, with one failure document, a code of ours, and nothing left behind."""
 
 import pytest
+from lib.hostile_replies import BODIES
 from lib.http_script import Reply
 from lib.v1ca.fixtures import early_account_fixture, early_ca_fixture, new_cert
 from lib.v1ca.hostile import ENDPOINTS, GOOD_STATUS, NAME, prepared_fixture, run, spoil_fixture
-from test_hostile_ca import BODIES
-
 
 
 @pytest.mark.parametrize("body", BODIES.keys())

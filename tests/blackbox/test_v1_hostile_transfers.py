@@ -2,9 +2,9 @@
 authority of the early protocol."""
 
 import pytest
+from lib.hostile_replies import TRANSFERS
 from lib.v1ca.fixtures import early_account_fixture, early_ca_fixture
 from lib.v1ca.hostile import ENDPOINTS, prepared_fixture, run, spoil_fixture
-from test_hostile_transfers import TRANSFERS
 
 
 @pytest.mark.parametrize("reply", TRANSFERS.values(), ids=TRANSFERS.keys())

@@ -1,3 +1,4 @@
+#include <glob.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -5,6 +6,7 @@
 #include "../crypto/known_keys.h"
 #include "acme_v2/client_v2.h"
 #include "base/json.h"
+#include "failing_glob.h"
 #include "syslog_capture.h"
 #include "v1_fixture.h"
 
@@ -112,6 +114,12 @@ TEST_F(AccountV1Test, LivesBesideTheAccountsOfTheOtherVersion) {
   const std::string v1 = StoreAccount("b", AccountInfo());
   EXPECT_EQ(Find(), v1 + "/");
   EXPECT_EQ(AcmeV2Client::FindAccount(server.Url("/directory"), kContact), v2);
+}
+
+TEST_F(AccountV1Test, CannotFindAnythingInAStoreThatCannotBeListed) {
+  forced_glob_result = GLOB_NOSPACE;
+  EXPECT_EQ(ErrorOf([&] { Find(); }), "text: glob error");
+  forced_glob_result = 0;
 }
 
 // --- Loading ---

@@ -5,22 +5,8 @@
 #include <filesystem>
 
 #include "client_fixture.h"
+#include "failing_glob.h"
 #include "small_disk.h"
-
-namespace {
-
-bool glob_fails = false;
-
-}  // namespace
-
-// The linker's names for the real function and its replacement.
-extern "C" {
-int __real_glob(const char* pattern, int flags, int (*report)(const char*, int), glob_t* found);
-
-int __wrap_glob(const char* pattern, int flags, int (*report)(const char*, int), glob_t* found) {
-  return glob_fails ? GLOB_NOSPACE : __real_glob(pattern, flags, report, found);
-}
-}
 
 namespace kova::test {
 namespace {
@@ -52,7 +38,7 @@ class AccountStore : public ::testing::Test {
   AccountStore() { ResetHost(); }
   ~AccountStore() override {
     umask(022);
-    glob_fails = false;
+    forced_glob_result = 0;
   }
 
   static std::string Create() { return CreateAccount("client_v2", Info(), Key()); }
@@ -233,7 +219,7 @@ TEST_F(AccountStore, PassesOverWhatIsNoAccount) {
 }
 
 TEST_F(AccountStore, ThatCannotBeListedThrowsAText) {
-  glob_fails = true;
+  forced_glob_result = GLOB_NOSPACE;
   EXPECT_EQ(ErrorOf([] { Find(); }), "text: glob error");
   EXPECT_EQ(ErrorOf([] { ListAccounts(); }), "text: glob error");
 }

@@ -10,22 +10,15 @@
 #include <fstream>
 
 #include "base/sl_error.h"
+#include "failing_glob.h"
 
 namespace {
 
-int forced_glob_result = 0;
 bool fchmod_fails = false;
 
 }  // namespace
 
 extern "C" {
-int __real_glob(const char*, int, int (*)(const char*, int), glob_t*);              // NOLINT
-int __wrap_glob(const char* pattern, int flags, int (*on_error)(const char*, int),  // NOLINT
-                glob_t* found) {
-  const int result = __real_glob(pattern, flags, on_error, found);
-  return forced_glob_result == 0 ? result : forced_glob_result;
-}
-
 int __real_fchmod(int file, mode_t mode);   // NOLINT
 int __wrap_fchmod(int file, mode_t mode) {  // NOLINT
   if (!fchmod_fails) return __real_fchmod(file, mode);
@@ -38,6 +31,7 @@ namespace kova {
 namespace {
 
 namespace fs = std::filesystem;
+using test::forced_glob_result;
 
 class Files : public testing::Test {
  protected:
