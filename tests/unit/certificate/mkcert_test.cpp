@@ -1,5 +1,6 @@
 #include "certificate/mkcert.h"
 
+#include <openssl/bio.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -12,6 +13,24 @@
 #include "certificate/serial_file.h"
 #include "platform/process.h"
 #include "test_certificates.h"
+
+namespace {
+
+bool list_fails = false;
+std::string unopenable;  // a path
+
+}  // namespace
+
+// The linker sends the product's calls of these here.
+KovaSzListPtr RealListAlloc(int) __asm__("__real__Z16KLIBCSzListAlloci");
+KovaSzListPtr WrappedListAlloc(int) __asm__("__wrap__Z16KLIBCSzListAlloci");
+KovaSzListPtr WrappedListAlloc(int entries) {
+  return list_fails ? nullptr : RealListAlloc(entries);
+}
+extern "C" BIO* __real_BIO_new_file(const char* path, const char* mode);   // NOLINT
+extern "C" BIO* __wrap_BIO_new_file(const char* path, const char* mode) {  // NOLINT
+  return path == unopenable ? nullptr : __real_BIO_new_file(path, mode);
+}
 
 namespace kova::mkcert {
 namespace {
@@ -280,6 +299,16 @@ TEST_F(SignTest, GoesOnWithTheExtensionsOnDiskWhenTheAliasesAreTooMany) {
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# String separate failed."));
 }
 
+TEST_F(SignTest, GoesOnWithTheExtensionsOnDiskWhenThereIsNoMemoryForTheAliases) {
+  const ReplacedTool openssl("openssl", kRecorder);
+  Write(kConfig, "as it was");
+  list_fails = true;
+  EXPECT_EQ(SignCertificate(server_), 0);
+  list_fails = false;
+  EXPECT_EQ(Read(kConfig), "as it was");
+  EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Out of memory!! size=512"));
+}
+
 TEST_F(SignTest, GoesOnWhenTheExtensionsCannotBeWritten) {
   const ReplacedTool openssl("openssl", kRecorder);
   test::MakeFolder(kConfig);
@@ -334,6 +363,16 @@ TEST_F(MatchKeyTest, StripsAByteOrderMark) {
   EXPECT_EQ(Read(kCert), pair_.certificate);
   EXPECT_EQ(Read(kKey), pair_.key);
   EXPECT_EQ(Mode(kKey), 0400U);
+}
+
+TEST_F(MatchKeyTest, CannotTellWhenAFileCannotBeOpened) {
+  for (const std::string& path : {std::string(kCert), std::string(kKey)}) {
+    syslog_.Clear();
+    unopenable = path;
+    EXPECT_EQ(MatchKey(kCert, kKey), -1);
+    EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Failed to BIO_new_file. [" + path + "]"));
+  }
+  unopenable.clear();
 }
 
 TEST_F(MatchKeyTest, CannotTellWithoutBoth) {

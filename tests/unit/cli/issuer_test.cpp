@@ -2,12 +2,37 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/bio.h>
+#include <openssl/x509.h>
 
 #include <cstdlib>
 #include <fstream>
 
 #include "platform/process.h"
 #include "syslog_capture.h"
+
+namespace {
+
+enum class Missing { kNothing, kBio, kIssuer, kData };
+Missing missing = Missing::kNothing;  // what the library does not give
+
+}  // namespace
+
+// The linker sends the product's calls of these here.
+extern "C" {
+BIO* __real_BIO_new(const BIO_METHOD* method);   // NOLINT
+BIO* __wrap_BIO_new(const BIO_METHOD* method) {  // NOLINT
+  return missing == Missing::kBio ? nullptr : __real_BIO_new(method);
+}
+X509_NAME* __real_X509_get_issuer_name(const X509* certificate);   // NOLINT
+X509_NAME* __wrap_X509_get_issuer_name(const X509* certificate) {  // NOLINT
+  return missing == Missing::kIssuer ? nullptr : __real_X509_get_issuer_name(certificate);
+}
+ASN1_STRING* __real_X509_NAME_ENTRY_get_data(const X509_NAME_ENTRY* entry);   // NOLINT
+ASN1_STRING* __wrap_X509_NAME_ENTRY_get_data(const X509_NAME_ENTRY* entry) {  // NOLINT
+  return missing == Missing::kData ? nullptr : __real_X509_NAME_ENTRY_get_data(entry);
+}
+}
 
 namespace kova {
 namespace {
@@ -38,6 +63,20 @@ TEST(IssuerTest, ACertificateWithoutOneIsLogged) {
   EXPECT_EQ(IssuerOrganization(kPath), "");
   EXPECT_THAT(syslog.Texts(),
               ElementsAre("utils:# get x509 issuer entry failed. [" + kPath + "]: []"));
+}
+
+TEST(IssuerTest, WhatTheLibraryDoesNotGiveIsLogged) {
+  test::SyslogCapture syslog;
+  MakeCertificate("/O=Let's Encrypt/CN=R3");
+  for (const Missing what : {Missing::kBio, Missing::kIssuer, Missing::kData}) {
+    missing = what;
+    EXPECT_EQ(IssuerOrganization(kPath), "");
+  }
+  missing = Missing::kNothing;
+  EXPECT_THAT(syslog.Texts(),
+              ElementsAre("utils:# BIO_new failed.",
+                          "utils:# get issuer name failed. [" + kPath + "]: []",
+                          "utils:# get x509 issuer entry data failed. [" + kPath + "]: []"));
 }
 
 TEST(IssuerTest, AMissingFileIsLogged) {
