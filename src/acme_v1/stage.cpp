@@ -88,7 +88,8 @@ bool AcmeV1Client::FirstPass(const std::string& domain) {
 // The router's ports are opened for this pass alone, and without them it makes no sense.
 void AcmeV1Client::SecondPass(const std::vector<std::string>& domains) {
   ShowStage("", "asking the router to forward ports 80 and 443");
-  // What did not open is not closed, on purpose: port 443 alone may stay granted until its lease ends.
+  // What did not open is not closed, on purpose: port 443 alone may stay granted until its lease
+  // ends.
   if (!OpenRouterPorts()) throw Error(code::kConnection, kTag, "failed to open port 80.");
   try {
     for (const std::string& domain : domains) {

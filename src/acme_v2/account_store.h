@@ -11,7 +11,8 @@
 
 namespace kova {
 
-// The folders of the store, sorted, each with a "/" at its end. Throws the text "glob error" (deliberately no SLError).
+// The folders of the store, sorted, each with a "/" at its end. Throws the text "glob error"
+// (deliberately no SLError).
 std::vector<std::string> ListAccounts();
 
 // Reads `folder`/info.json or `folder`/private_key.json; false when it is no JSON object. The

@@ -70,7 +70,8 @@ std::vector<int> RecordedPorts(const std::string& name) {
   Json::Value sets;
   if (Read(sets) != 0 || !sets[name].isArray()) return ports;
   for (const Json::Value& rule : sets[name]) {
-    if (rule.isObject() && rule["router_port"].isInt()) ports.push_back(rule["router_port"].asInt());
+    if (rule.isObject() && rule["router_port"].isInt())
+      ports.push_back(rule["router_port"].asInt());
   }
   return ports;
 }

@@ -16,8 +16,8 @@ namespace kova::platform {
 [[nodiscard]] int RemoveRuleSet(const Gateway& gateway, const std::string& set,
                                 const std::vector<int>& ports);
 
-// Removes the set (the rules' ports are its `ports`) and adds one mapping per rule. results[i] belongs to rules[i]. 0, or
-// kGatewayUnreachable; a refused rule shows in its result alone.
+// Removes the set (the rules' ports are its `ports`) and adds one mapping per rule. results[i]
+// belongs to rules[i]. 0, or kGatewayUnreachable; a refused rule shows in its result alone.
 [[nodiscard]] int ReplaceRuleSet(const Gateway& gateway, const std::string& set,
                                  std::span<const KOVA_PORTMAP_RULE> rules,
                                  std::span<KOVA_RULE_SET_RESULT> results);

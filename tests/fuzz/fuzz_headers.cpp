@@ -13,8 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const char* name : {"Replay-Nonce", "Location", "Link", "Retry-After"}) {
     const std::string value = kova::GetHeader(response, name);
     KOVA_REQUIRE(value.find("\r\n") == std::string::npos);
-    KOVA_REQUIRE(value.empty() ||
-                 response.header.find(name + (": " + value)) != std::string::npos);
+    KOVA_REQUIRE(value.empty() || response.header.find(name + (": " + value)) != std::string::npos);
     size_t position = 0;
     for (size_t before = 0; position != std::string::npos; before = position) {
       (void)kova::GetHeader(response, name, position);

@@ -12,13 +12,12 @@ namespace {
 using namespace kova::cert_archive;
 
 bool IsFolderOfItsOwn(const std::string& folder, const Service& service) {
-  const std::string parent = std::string("/usr/") + (service.is_package ? "local" : "kova") +
-                             "/etc/certificate/";
+  const std::string parent =
+      std::string("/usr/") + (service.is_package ? "local" : "kova") + "/etc/certificate/";
   return folder == parent + service.subscriber + "/" + service.name &&
          folder.find("/../") == std::string::npos &&
-         !folder.starts_with("/usr/kova/etc/certificate/_archive/") &&
-         !folder.ends_with("/..") && !folder.ends_with("/.") &&
-         folder.find('\0') == std::string::npos;
+         !folder.starts_with("/usr/kova/etc/certificate/_archive/") && !folder.ends_with("/..") &&
+         !folder.ends_with("/.") && folder.find('\0') == std::string::npos;
 }
 
 void CheckObject(const Json::Value& object) {
@@ -30,8 +29,7 @@ void CheckObject(const Json::Value& object) {
 
 // Each edit leaves the service listed as often as it says.
 void CheckUpdates(const Json::Value& services, const Json::Value& object) {
-  for (const ListUpdate update :
-       {ListUpdate::kAppend, ListUpdate::kRemove, ListUpdate::kRefresh}) {
+  for (const ListUpdate update : {ListUpdate::kAppend, ListUpdate::kRemove, ListUpdate::kRefresh}) {
     Json::Value edited = services;
     UpdateServiceList(edited, object, update);
     KOVA_REQUIRE(edited.isArray());

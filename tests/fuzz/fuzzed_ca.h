@@ -32,7 +32,8 @@ HttpResponse Reply(long status, const std::string& body, const std::string& head
 // A fresh host without router and dns-01, where waiting takes no time.
 void PrepareHost();
 
-// Nothing is left of a failed issuance, and of a good one a whole certificate.
-void CheckWhatIsLeft(bool issued);
+// Runs an issuance. Nothing must be left of one that throws SLError, and of a good one a whole
+// certificate.
+void CheckIssuance(const std::function<void()>& issue);
 
 }  // namespace kova::fuzz

@@ -5,10 +5,10 @@
 #include <cstdlib>
 
 // Ends the process, which the fuzzer takes for a finding.
-#define KOVA_REQUIRE(condition)                                                         \
-  do {                                                                                  \
-    if (!(condition)) {                                                                 \
+#define KOVA_REQUIRE(condition)                                                            \
+  do {                                                                                     \
+    if (!(condition)) {                                                                    \
       (void)std::fprintf(stderr, "%s:%d: not kept: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                     \
-    }                                                                                   \
+      std::abort();                                                                        \
+    }                                                                                      \
   } while (false)

@@ -2,7 +2,6 @@
 own that the host is made to trust."""
 
 import json
-import os
 import ssl
 import urllib.error
 import urllib.request
@@ -14,8 +13,8 @@ from cryptography.hazmat.primitives.asymmetric import rsa
 from .ddns import ChallTestSrv
 from .issuer import Issuer, name, pem
 from .nginx import accepts
+from .trust_store import trust
 
-TRUST_STORE = "/etc/ssl/certs/ca-certificates.crt"
 ACME, MANAGEMENT, NAMES, NAMES_MANAGEMENT = 14000, 15000, 8053, 8055
 
 
@@ -56,7 +55,8 @@ class RealCa:
             "httpPort": 80, "tlsPort": 443, "ocspResponderURL": "",
             "externalAccountBindingRequired": False}}))
         self.web_root = pem(issuer.root)  # who speaks to it must trust this
-        self._trust = _trust(self.web_root)
+        trust(self.web_root)
+        self._trust = ssl.create_default_context(cadata=self.web_root.decode())
 
     def stop(self):
         """From now on the CA is down."""
@@ -93,13 +93,3 @@ def needs_no_padding(names):
     """Whether the request for those names needs no "=" at the end of its base64 text. The program
     sends the padding along, which public CAs take and pebble does not."""
     return request_length(names) % 3 == 0
-
-
-def _trust(root):
-    """Adds this root, and no earlier one of these tests, to those that the host trusts."""
-    distribution = TRUST_STORE + ".distribution"
-    if not os.path.exists(distribution):
-        os.rename(TRUST_STORE, distribution)
-    with open(distribution, "rb") as roots, open(TRUST_STORE, "wb") as store:
-        store.write(roots.read() + root)
-    return ssl.create_default_context(cadata=root.decode())

@@ -2,16 +2,15 @@
 trusts."""
 
 import json
-import os
 
 from cryptography.hazmat.primitives.asymmetric import rsa
 
 from lib.issuer import Issuer, pem
+from lib.trust_store import trust
 
 from .name_server import CA_NAME
 from .network import INTERNET, inside
 
-TRUST_STORE = "/etc/ssl/certs/ca-certificates.crt"
 DIRECTORY = f"https://{CA_NAME}:14000/dir"
 
 
@@ -27,7 +26,7 @@ class Pebble:
             "certificate": folder + "/cert.pem", "privateKey": folder + "/key.pem",
             "httpPort": 80, "tlsPort": 443, "ocspResponderURL": "",
             "externalAccountBindingRequired": False}}))
-        _trust(pem(issuer.root))
+        trust(pem(issuer.root))
         self._network = network
         self.process = host.spawn(
             inside("internet", "pebble", "-config", folder + "/config.json",
@@ -39,12 +38,3 @@ class Pebble:
     def root(self):
         """The PEM of the root that its certificates lead to."""
         return self._network.fetch("internet", f"https://{CA_NAME}:15000/roots/0")
-
-
-def _trust(root):
-    """Makes this root the only one that the host trusts beside the distribution's."""
-    distribution = TRUST_STORE + ".distribution"
-    if not os.path.exists(distribution):
-        os.rename(TRUST_STORE, distribution)
-    with open(distribution, "rb") as roots, open(TRUST_STORE, "wb") as store:
-        store.write(roots.read() + root)

@@ -18,8 +18,8 @@ bool chmod_fails = false;
 }  // namespace
 
 extern "C" {
-int __real_chmod(const char* path, mode_t mode);    // NOLINT
-int __wrap_chmod(const char* path, mode_t mode) {   // NOLINT
+int __real_chmod(const char* path, mode_t mode);   // NOLINT
+int __wrap_chmod(const char* path, mode_t mode) {  // NOLINT
   if (!chmod_fails) return __real_chmod(path, mode);
   errno = EPERM;
   return -1;

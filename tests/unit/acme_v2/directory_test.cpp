@@ -9,13 +9,13 @@ int library_uses = 0;  // of libcurl, begun and not yet ended
 }  // namespace
 
 extern "C" {
-CURLcode __real_curl_global_init(long flags);    // NOLINT
-CURLcode __wrap_curl_global_init(long flags) {   // NOLINT
+CURLcode __real_curl_global_init(long flags);   // NOLINT
+CURLcode __wrap_curl_global_init(long flags) {  // NOLINT
   ++library_uses;
   return __real_curl_global_init(flags);
 }
-void __real_curl_global_cleanup(void);    // NOLINT
-void __wrap_curl_global_cleanup(void) {   // NOLINT
+void __real_curl_global_cleanup(void);   // NOLINT
+void __wrap_curl_global_cleanup(void) {  // NOLINT
   --library_uses;
   __real_curl_global_cleanup();
 }

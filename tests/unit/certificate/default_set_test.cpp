@@ -153,10 +153,10 @@ TEST_F(DefaultSetTest, RefusesAnEmptyFolderWithoutWaitingForTheLock) {
   ASSERT_TRUE(held.Held());
   EXPECT_EQ(GenerateDefaultSet(""), -1);
   EXPECT_EQ(GenerateDefaultSet("", held), -1);
-  EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Invalid paramter []",
-                                 "mkcert.cpp:# Generate CA key & crt failed",
-                                 "mkcert.cpp:# Invalid paramter []",
-                                 "mkcert.cpp:# Generate CA key & crt failed"));
+  EXPECT_THAT(
+      Log(),
+      ElementsAre("mkcert.cpp:# Invalid paramter []", "mkcert.cpp:# Generate CA key & crt failed",
+                  "mkcert.cpp:# Invalid paramter []", "mkcert.cpp:# Generate CA key & crt failed"));
 }
 
 // Runs the generation with a tool that fails, or does otherwise harm, when its arguments contain a

@@ -298,13 +298,12 @@ TEST_F(DeployTest, KeepsTheOldFilesWhenACopyFails) {
   EXPECT_THAT(Names(kSmtp), ElementsAre("cert.pem"));
   EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "old");
   EXPECT_FALSE(Exists(std::string(kSmtp) + ".temp"));
-  EXPECT_THAT(Log(),
-              ElementsAre("utils.cpp:# Failed to chmod chown. "
-                          "[/usr/kova/etc/certificate/mail/smtp.temp/fullchain.pem]",
-                          "utils.cpp:# Failed to copy cert files from "
-                          "/usr/kova/etc/certificate/_archive/abc to "
-                          "/usr/kova/etc/certificate/mail/smtp.temp",
-                          "utils.cpp:# Failed to set cert [abc] for [mail][smtp]."));
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to chmod chown. "
+                                 "[/usr/kova/etc/certificate/mail/smtp.temp/fullchain.pem]",
+                                 "utils.cpp:# Failed to copy cert files from "
+                                 "/usr/kova/etc/certificate/_archive/abc to "
+                                 "/usr/kova/etc/certificate/mail/smtp.temp",
+                                 "utils.cpp:# Failed to set cert [abc] for [mail][smtp]."));
 }
 
 TEST_F(DeployTest, KeepsTheOldFilesWhenTheMoveFails) {

@@ -73,10 +73,10 @@ TEST(IssuerTest, WhatTheLibraryDoesNotGiveIsLogged) {
     EXPECT_EQ(IssuerOrganization(kPath), "");
   }
   missing = Missing::kNothing;
-  EXPECT_THAT(syslog.Texts(),
-              ElementsAre("utils:# BIO_new failed.",
-                          "utils:# get issuer name failed. [" + kPath + "]: []",
-                          "utils:# get x509 issuer entry data failed. [" + kPath + "]: []"));
+  EXPECT_THAT(
+      syslog.Texts(),
+      ElementsAre("utils:# BIO_new failed.", "utils:# get issuer name failed. [" + kPath + "]: []",
+                  "utils:# get x509 issuer entry data failed. [" + kPath + "]: []"));
 }
 
 TEST(IssuerTest, AMissingFileIsLogged) {

@@ -38,7 +38,7 @@ struct RouterTraits {
   bool keeps_mappings = false;    // refuses to delete
   int end_of_list = 713;          // how it says so; 0: with an empty answer
   bool endless_list = false;
-  int refuses_to_list = 0;        // with that error, whatever the index
+  int refuses_to_list = 0;  // with that error, whatever the index
 };
 
 class FakeRouter {
