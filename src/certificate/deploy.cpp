@@ -4,7 +4,6 @@
 
 #include "base/json.h"
 #include "base/log.h"
-#include "certificate/directory.h"
 #include "certificate/file_lock.h"
 #include "certificate/index.h"
 #include "certificate/integrity.h"
@@ -13,6 +12,7 @@
 #include "certificate/service_files.h"
 #include "certificate/service_object.h"
 #include "certificate/services.h"
+#include "certificate/utils.h"
 #include "platform/files.h"
 #include "platform/process.h"
 #include "platform/service.h"

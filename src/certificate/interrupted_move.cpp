@@ -7,9 +7,9 @@
 
 #include "base/files.h"
 #include "base/log.h"
-#include "certificate/directory.h"
 #include "certificate/log_tag.h"
 #include "certificate/paths.h"
+#include "certificate/utils.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 

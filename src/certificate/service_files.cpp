@@ -1,9 +1,9 @@
 #include "certificate/service_files.h"
 
 #include "base/log.h"
-#include "certificate/directory.h"
 #include "certificate/log_tag.h"
 #include "certificate/paths.h"
+#include "certificate/utils.h"
 #include "platform/files.h"
 
 namespace kova::cert_archive {

@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "base/json.h"
-#include "certificate/directory.h"
 #include "certificate/index.h"
 #include "certificate/paths.h"
+#include "certificate/utils.h"
 #include "cli/archive/command.h"
 #include "cli/archive/entries.h"
 #include "cli/archive/reasons.h"

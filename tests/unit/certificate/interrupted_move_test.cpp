@@ -2,7 +2,7 @@
 #include <filesystem>
 
 #include "archive_fixture.h"
-#include "certificate/directory.h"
+#include "certificate/utils.h"
 #include "platform/clock.h"
 
 namespace kova::cert_archive {

@@ -1,4 +1,4 @@
-#include "certificate/directory.h"
+#include "certificate/utils.h"
 
 #include <cerrno>
 #include <cstdio>

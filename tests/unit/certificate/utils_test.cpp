@@ -1,4 +1,4 @@
-#include "certificate/directory.h"
+#include "certificate/utils.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -260,7 +260,7 @@ TEST_F(DirectoryTest, ATruncatedCopyIsAFailure) {
   const ReplacedTool cp("cp", "printf cert > \"$3\"; exit 1");
   EXPECT_FALSE(CopyOneFile(s_, d_, "cert.pem", 0, 0));
   EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to copy "
-                                 "[/usr/kova/d/S/cert.pem].[0x0005 directory.cpp:#]"));
+                                 "[/usr/kova/d/S/cert.pem].[0x0005 utils.cpp:#]"));
 }
 
 TEST_F(DirectoryTest, ASourceThatIsMissingShowsInTheCopyThatIs) {
