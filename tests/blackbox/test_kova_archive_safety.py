@@ -1,5 +1,6 @@
 """kova-archive among others: crowds, locks, kills, planted files, full disks."""
 
+import contextlib
 import fcntl
 import json
 import os
@@ -54,6 +55,44 @@ def test_eight_processes_binding_the_same_service_list_it_once(cli):
     ended_well([start(*binding("abc", "web")) for _ in range(8)])
     assert cli.services("abc") == ["nginx/web"]
     deployed(folder)
+
+
+def test_processes_moving_one_service_at_once_leave_it_with_one_certificate(cli):
+    for n in range(6):
+        cli.certificate(f"c{n}", *([service("nginx", "web")] if n == 0 else []))
+    ended_well([start(*binding(f"c{n}", "web")) for n in range(6)])
+    [holder] = [f"c{n}" for n in range(6) if cli.services(f"c{n}")]
+    assert cli.services(holder) == ["nginx/web"]
+    deployed(folder_of(holder))
+
+
+def test_a_service_that_others_are_moving_is_waited_for(cli):
+    cli.certificate("abc")
+    with open("/run/kova-archive.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        process = start(*binding("abc", "web"))
+        time.sleep(0.5)
+        assert process.poll() is None and cli.services("abc") == []
+    ended_well([process])
+    assert cli.services("abc") == ["nginx/web"]
+
+
+def test_without_its_lock_no_service_is_moved(cli):
+    cli.certificate("abc", service())
+    before = expect.tree(paths.ARCHIVE)
+    with contextlib.suppress(FileNotFoundError):
+        os.unlink("/run/kova-archive.lock")
+    os.mkdir("/run/kova-archive.lock")
+    try:
+        for words in (binding("abc", "web"),
+                      ("unbind", "abc", "--subscriber", "nginx", "--service", "web")):
+            result = cli.run(*words)
+            assert (result.status, result.stdout) == (1, "")
+            assert result.stderr == (f"kova-archive: {words[0]}: cannot lock "
+                                     "/run/kova-archive.lock: Invalid argument\n")
+    finally:
+        os.rmdir("/run/kova-archive.lock")
+    assert expect.tree(paths.ARCHIVE) == before
 
 
 def test_processes_of_all_kinds_at_once(cli):

@@ -7,6 +7,7 @@
 #include "cli/archive/command.h"
 #include "cli/archive/entries.h"
 #include "cli/archive/reasons.h"
+#include "cli/archive/service_lock.h"
 #include "platform/users.h"
 
 namespace kova::archive_cli {
@@ -109,6 +110,7 @@ Reply Run(const Arguments& arguments) {
   const Json::Value wanted = WantedService(arguments);
   const std::string title = ServiceTitle(wanted);
   Plan plan;
+  const ServiceLock lock;
   const Reasons reasons;
   const bool entered =
       cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {

@@ -7,6 +7,7 @@
 #include "cli/archive/command.h"
 #include "cli/archive/entries.h"
 #include "cli/archive/reasons.h"
+#include "cli/archive/service_lock.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -36,6 +37,7 @@ Reply Run(const Arguments& arguments) {
   RequirePlainId(id);
   // Which tree the service lives in does not matter here: the list knows.
   const Json::Value named = NamedService(arguments, /*is_package=*/true);
+  const ServiceLock lock;
   const Json::Value listed = RequireListed(ReadIndexOrFail(), id, named);
   const std::string title = ServiceTitle(named);
   const std::string heir = cert_archive::DefaultCertificateId();
