@@ -11,7 +11,7 @@
 
 namespace kova {
 
-// The folders of the store, sorted, each with a "/" at its end. Throws the text "glob error"
+// What is in the store, sorted; folders have a "/" at their end. Throws the text "glob error"
 // (deliberately no SLError).
 std::vector<std::string> ListAccounts();
 
