@@ -1,7 +1,7 @@
 #include <unistd.h>
 
+#include "acme/reply.h"
 #include "acme_v1/client_v1.h"
-#include "acme_v2/reply.h"
 #include "base/debug.h"
 #include "base/files.h"
 #include "base/sl_error.h"

@@ -1,6 +1,6 @@
-#include "acme_v2/account_store.h"
+#include "acme/account_store.h"
+#include "acme/reply.h"
 #include "acme_v2/client_v2.h"
-#include "acme_v2/reply.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/progress.h"

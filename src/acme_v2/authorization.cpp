@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <array>
 
+#include "acme/reply.h"
 #include "acme_v2/client_v2.h"
-#include "acme_v2/reply.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/progress.h"

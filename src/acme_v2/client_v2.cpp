@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "acme_v2/reply.h"
+#include "acme/reply.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/settings.h"

@@ -1,7 +1,7 @@
 #include <algorithm>
 
+#include "acme/reply.h"
 #include "acme_v2/client_v2.h"
-#include "acme_v2/reply.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "base/progress.h"

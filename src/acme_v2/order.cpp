@@ -1,5 +1,5 @@
+#include "acme/reply.h"
 #include "acme_v2/client_v2.h"
-#include "acme_v2/reply.h"
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"

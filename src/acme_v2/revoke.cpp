@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
+#include "acme/reply.h"
 #include "acme_v2/client_v2.h"
-#include "acme_v2/reply.h"
 #include "base/debug.h"
 #include "base/files.h"
 #include "base/json.h"

@@ -5,10 +5,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "acme_v2/certificate_folder.h"
-#include "certificate/expiry.h"
-#include "cli/issuer.h"
+#include "acme/issued_folder.h"
+#include "archive/expiry.h"
 #include "crypto/csr.h"
+#include "crypto/issuer.h"
 #include "crypto/pem.h"
 #include "host_files.h"
 #include "property.h"

@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <string>
 
+#include "archive/service_object.h"
 #include "base/json.h"
-#include "certificate/service_object.h"
 #include "host_files.h"
 #include "property.h"
 

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string>
 
-#include "acme_v2/reply.h"
+#include "acme/reply.h"
 #include "base/json.h"
 #include "base/sl_error.h"
 #include "property.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "acme_v2/account_store.h"
+#include "acme/account_store.h"
 #include "acme_v2/client_v2.h"
 #include "base/json.h"
 #include "error_text.h"

@@ -1,0 +1,99 @@
+#include "acme/account_store.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "base/files.h"
+#include "base/json.h"
+#include "base/log.h"
+#include "base/sl_error.h"
+#include "crypto/secret.h"
+
+namespace kova {
+namespace {
+
+constexpr char kProgramFolder[] = "/usr/kova/etc/letsencrypt";
+constexpr char kStore[] = "/usr/kova/etc/letsencrypt/account";
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kFileMode = 0600;
+
+[[noreturn]] void Fail(const char* tag, const std::string& what) {
+  const int reason = errno;
+  LogError(tag, "%s. [%d]", what.c_str(), reason);
+  throw Error(code::kLocal, tag, what + ".");
+}
+
+// A folder that is already there is as good as a new one. A new one has its mode whatever the umask
+// of this process.
+bool MakeFolder(const char* path) {
+  if (mkdir(path, kFolderMode) != 0) return errno == EEXIST;
+  return chmod(path, kFolderMode) == 0;
+}
+
+bool MakeUniqueFolder(char* path_template) {
+  return mkdtemp(path_template) != nullptr && chmod(path_template, kFolderMode) == 0;
+}
+
+bool ReadObject(const std::string& path, Json::Value& object) {
+  return JsonFromFile(path, object) && object.isObject();
+}
+
+}  // namespace
+
+std::vector<std::string> ListAccounts() {
+  std::vector<std::string> folders;
+  if (!ListByPattern(std::string(kStore) + "/*", folders)) {
+    throw "glob error";  // NOLINT(misc-throw-by-value-catch-by-reference): see the header
+  }
+  return folders;
+}
+
+std::string AccountInfoPath(const std::string& folder) { return folder + "/info.json"; }
+
+std::string AccountKeyPath(const std::string& folder) { return folder + "/private_key.json"; }
+
+bool ReadAccountInfo(const std::string& folder, Json::Value& info) {
+  return ReadObject(AccountInfoPath(folder), info);
+}
+
+bool ReadAccountKey(const std::string& folder, Json::Value& key) {
+  SecretText text;
+  text.text = ReadTextFile(AccountKeyPath(folder));
+  return JsonFromText(text.text, key) && key.isObject();
+}
+
+bool IsAccountOf(const Json::Value& info, const std::string& directory, const std::string& contact,
+                 int version) {
+  return Member(info, "directory") == Json::Value(directory) &&
+         Member(info, "contact") == Json::Value(contact) &&
+         Member(info, "version") == Json::Value(version);
+}
+
+std::string CreateAccount(const char* tag, const Json::Value& info, const Json::Value& key) {
+  if (!MakeFolder(kProgramFolder)) Fail(tag, "Failed to create folder for let's encrypt");
+  if (!MakeFolder(kStore)) Fail(tag, "Failed to create folder for account");
+  std::array<char, 1024> folder{};
+  std::snprintf(folder.data(), folder.size(), "%s/XXXXXX", kStore);
+  if (!MakeUniqueFolder(folder.data())) Fail(tag, "Failed to create folder for account item");
+  // The key first: a folder is taken for an account as soon as it holds info.json, so one that a
+  // crash left half written is passed over.
+  SecretText secret;
+  secret.text = JsonStyledText(key);
+  try {
+    WriteTextFile(AccountKeyPath(folder.data()), secret.text, kFileMode);
+    WriteTextFile(AccountInfoPath(folder.data()), JsonStyledText(info), kFileMode);
+  } catch (...) {
+    unlink(AccountInfoPath(folder.data()).c_str());
+    unlink(AccountKeyPath(folder.data()).c_str());
+    rmdir(folder.data());
+    throw;
+  }
+  return folder.data();
+}
+
+}  // namespace kova

@@ -1,0 +1,87 @@
+#include "acme/issued_folder.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iterator>
+
+#include "base/archive_root.h"
+#include "base/files.h"
+#include "base/json.h"
+#include "base/sl_error.h"
+#include "crypto/pem.h"
+
+namespace kova {
+namespace {
+
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kFileMode = 0400;
+constexpr const char* kFiles[] = {"cert.pem", "chain.pem", "fullchain.pem", "privkey.pem",
+                                  "renew.json"};
+
+std::string CertificateFolder(const char* tag, const std::string& certificate_id) {
+  const std::string parent = std::string(kArchiveRoot) + "/";
+  if (!certificate_id.empty()) return parent + certificate_id;
+  std::string folder = parent + "XXXXXX";
+  if (mkdtemp(folder.data()) == nullptr) {
+    // The account store's text, kept as callers know it.
+    throw Error(code::kLocal, tag, "Failed to create folder for account item.");
+  }
+  if (chmod(folder.c_str(), kFolderMode) != 0) {
+    rmdir(folder.c_str());
+    throw Error(code::kLocal, tag, "Failed to chmod.");
+  }
+  return folder;
+}
+
+void WriteFiles(const std::string& folder, const CertificatePems& pems,
+                const std::string& private_key_pem, const Json::Value& record) {
+  const std::string record_text = JsonStyledText(record);
+  const std::string* contents[] = {&pems.cert, &pems.chain, &pems.fullchain, &private_key_pem,
+                                   &record_text};
+  static_assert(std::size(contents) == std::size(kFiles));
+  for (size_t index = 0; index < std::size(kFiles); ++index) {
+    WriteTextFile(folder + "/" + kFiles[index], *contents[index], kFileMode);
+  }
+}
+
+void Discard(const std::string& folder) {
+  for (const char* name : kFiles) unlink((folder + "/" + name).c_str());
+  rmdir(folder.c_str());  // stays when it holds anything else
+}
+
+}  // namespace
+
+std::optional<CertificatePems> SplitChain(const std::string& full_chain) {
+  const size_t begin = full_chain.find(kCertificateBegin);
+  const size_t end = full_chain.find(kCertificateEnd);
+  if (begin == std::string::npos || end == std::string::npos || end < begin) return std::nullopt;
+  const size_t next = full_chain.find(kCertificateBegin, end);
+  if (next == std::string::npos) return std::nullopt;
+  const size_t after = end + std::string(kCertificateEnd).size();
+  return CertificatePems{full_chain.substr(begin, after - begin), full_chain.substr(next),
+                         full_chain};
+}
+
+std::string StoreCertificate(const char* tag, const std::string& certificate_id,
+                             const std::optional<CertificatePems>& pems,
+                             const std::string& private_key_pem, const Json::Value& record) {
+  const std::string folder = CertificateFolder(tag, certificate_id);
+  try {
+    if (!pems) throw Error(code::kLocal, tag, "The chain holds no second certificate");
+    WriteFiles(folder, *pems, private_key_pem, record);
+  } catch (...) {
+    Discard(folder);
+    throw Error(code::kLocal, tag, "Failed to save pems");
+  }
+  return folder;
+}
+
+std::string JoinNames(const std::vector<std::string>& names, const char* separator) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : separator) + name;
+  return text;
+}
+
+}  // namespace kova

@@ -1,0 +1,30 @@
+// Handing certificates to the services that use them.
+//
+// Every service gets its own copy of the certificate's files, owned by its user, in a folder that
+// is replaced as a whole; then its subscriber's reload script is run and the index is brought up to
+// date. One service that fails does not stop the others. Failures are logged.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "archive/deploy_action.h"
+
+namespace kova::cert_archive {
+
+// Deploys the certificate `target` to an array of ServiceObjects. `source` is the certificate that
+// they are moved away from; empty for actions that move nothing. True when every service was
+// served.
+[[nodiscard]] bool RegisterAndDeploy(const std::string& target, const Json::Value& services,
+                                     const std::string& source, int action);
+
+// Deploys a certificate anew to the services that the index lists for it. On success
+// `has_system_default` tells whether the system's default service is one of them.
+[[nodiscard]] bool DeployToOwnServices(const std::string& id, bool& has_system_default);
+
+// Deploys the default certificate to the services. False when there is no default certificate.
+[[nodiscard]] bool HandToDefault(const Json::Value& services, int action,
+                                 const std::string& source);
+
+}  // namespace kova::cert_archive

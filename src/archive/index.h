@@ -1,0 +1,61 @@
+// INFO, the index of the archive: one JSON object, certificate id -> object with a "services"
+// array. What other programs keep in it is carried through every rewrite.
+//
+// The index is shared with other programs of the host. Whoever changes it holds IndexLock from
+// before reading until after writing; EditIndex is the only way in which this program does so.
+// Readers need no lock, since the file is only ever replaced whole. No call throws; every failure
+// is logged.
+#pragma once
+
+#include <json/value.h>
+
+#include <chrono>
+#include <functional>
+
+#include "base/file_lock.h"
+#include "base/site.h"
+
+namespace kova::cert_archive {
+
+// In /tmp because all programs that share the index agreed on it.
+inline constexpr char kIndexLockPath[] = "/tmp/kovacertificate_info.lock";
+
+// Different on purpose: a refresh of what is deployed already can wait longer than a person.
+inline constexpr std::chrono::seconds kUpdateTimeout{10};
+inline constexpr std::chrono::seconds kRefreshTimeout{60};
+
+class IndexLock : public FileLock {
+ public:
+  explicit IndexLock(std::chrono::seconds timeout);
+};
+
+// True when INFO was read and parsed, as any type of value.
+[[nodiscard]] bool ReadIndex(Json::Value& info);
+
+// As above, and INFO holds an object.
+[[nodiscard]] bool ReadIndexObject(Json::Value& info);
+
+// Replaces INFO whole by way of INFO.temp, keeping its mode. The caller holds the lock.
+[[nodiscard]] bool WriteIndex(const Json::Value& info);
+
+// "Broken [INFO].[triple]" with the caller's line.
+void LogBrokenIndex(Site site);
+
+enum class IndexEdit { kWrite, kLeave, kRefuse };
+enum class MissingIndex { kIsBroken, kIsEmpty };
+
+// Gets INFO's object as it is under the lock, and says what is to become of it: written back, left
+// as it is (a success as well), or given up (a failure; the editor has said why). What the editor
+// throws passes through; INFO is then as it was.
+using IndexEditor = std::function<IndexEdit(Json::Value& info)>;
+
+// The one read-modify-write. False when the lock was not to be had, INFO was not readable or not
+// writable, or the editor refused.
+[[nodiscard]] bool EditIndex(std::chrono::seconds timeout, const IndexEditor& edit,
+                             MissingIndex missing = MissingIndex::kIsBroken);
+
+// The same for a caller that holds the lock for longer than the edit.
+[[nodiscard]] bool EditIndex(const IndexLock& lock, const IndexEditor& edit,
+                             MissingIndex missing = MissingIndex::kIsBroken);
+
+}  // namespace kova::cert_archive

@@ -1,0 +1,77 @@
+// kova-archive add: enters a folder of the archive in the index.
+
+#include "archive/index.h"
+#include "archive/paths.h"
+#include "archive_cli/command.h"
+#include "archive_cli/entries.h"
+#include "archive_cli/reasons.h"
+#include "base/json.h"
+#include "platform/files.h"
+#include "self_signed/mkcert.h"
+
+namespace kova::archive_cli {
+namespace {
+
+using cert_archive::IndexEdit;
+
+void RequireMatch(const std::string& folder, const char* certificate) {
+  const Reasons reasons;
+  const int match = mkcert::MatchKey(folder + "/" + certificate, folder + "/privkey.pem");
+  if (match > 0) throw Failure{std::string(certificate) + " is not for the key in privkey.pem"};
+  if (match < 0) throw Failure{reasons.First()};
+}
+
+void RequireUsableFolder(const std::string& folder) {
+  if (!cert_archive::IsSafeFolder(folder)) {
+    throw Failure{"[" + folder + "] is not a folder of the archive"};
+  }
+  for (const char* name : cert_archive::kRequiredFiles) {
+    if (!KLIBCFileExist(folder + "/" + name)) {
+      throw Failure{"[" + folder + "] lacks " + name};
+    }
+  }
+  RequireMatch(folder, "cert.pem");
+  RequireMatch(folder, "fullchain.pem");
+}
+
+Json::Value NewEntry(const Arguments& arguments) {
+  Json::Value entry;
+  if (arguments.Has("desc")) entry["desc"] = arguments.Text("desc");
+  entry["services"] = Json::Value(Json::arrayValue);
+  return entry;
+}
+
+Reply Run(const Arguments& arguments) {
+  const std::string& id = arguments.operands[0];
+  RequirePlainId(id);
+  bool added = false;
+  const Reasons reasons;
+  const bool done = cert_archive::EditIndex(
+      cert_archive::kUpdateTimeout,
+      [&](Json::Value& info) {
+        if (HasMember(info, id.c_str())) return IndexEdit::kLeave;
+        RequireUsableFolder(cert_archive::CertificateFolder(id));
+        info[id] = NewEntry(arguments);
+        added = true;
+        return IndexEdit::kWrite;
+      },
+      cert_archive::MissingIndex::kIsEmpty);
+  if (!done) throw Failure{reasons.First()};
+  Reply reply;
+  reply.text = id + (added ? " is in the index now.\n" : " was in the index already.\n");
+  reply.document["id"] = id;
+  reply.document["added"] = added;
+  return reply;
+}
+
+}  // namespace
+
+const Command kAdd = {"add",
+                      "ID",
+                      1,
+                      1,
+                      {{"desc", "TEXT", false, "keep a description with it"}},
+                      "Enter a certificate folder in the index",
+                      Run};
+
+}  // namespace kova::archive_cli

@@ -1,0 +1,123 @@
+#include "archive_cli/arguments.h"
+
+#include <getopt.h>
+
+#include <algorithm>
+
+namespace kova::archive_cli {
+namespace {
+
+constexpr OptionRule kJson = {"json", nullptr, false, "print the result as JSON"};
+constexpr OptionRule kHelp = {"help", nullptr, false, "show this text"};
+
+std::vector<OptionRule> AllRules(const Command& command) {
+  std::vector<OptionRule> rules = command.options;
+  rules.push_back(kJson);
+  rules.push_back(kHelp);
+  return rules;
+}
+
+std::vector<option> LongOptions(const std::vector<OptionRule>& rules) {
+  std::vector<option> options;
+  for (const OptionRule& rule : rules) {
+    options.push_back(
+        {rule.name, rule.value == nullptr ? no_argument : required_argument, nullptr, 0});
+  }
+  options.push_back({nullptr, 0, nullptr, 0});
+  return options;
+}
+
+std::string Padded(std::string text, size_t width) {
+  text.resize(std::max(width, text.size() + 2), ' ');
+  return text;
+}
+
+std::string Spelled(const OptionRule& rule) {
+  return std::string("--") + rule.name +
+         (rule.value == nullptr ? "" : std::string(" ") + rule.value);
+}
+
+std::string LastWord(const std::vector<char*>& argv) {
+  return argv[static_cast<size_t>(optind - 1)];
+}
+
+// A letter may be one of several behind one dash; the library has not left their word yet.
+std::string RefusedOption(const std::vector<char*>& argv) {
+  return optopt > ' ' ? std::string("-") + static_cast<char>(optopt) : LastWord(argv);
+}
+
+void CheckOperands(const Command& command, size_t count) {
+  if (count >= command.least && count <= command.most) return;
+  throw UsageError{count < command.least ? std::string("missing ") + command.operands
+                                         : "too many arguments"};
+}
+
+void CheckRequired(const Command& command, const Arguments& arguments) {
+  for (const OptionRule& rule : command.options) {
+    if (rule.required && !arguments.Has(rule.name)) {
+      throw UsageError{"missing " + Spelled(rule)};
+    }
+  }
+}
+
+}  // namespace
+
+std::string Arguments::Text(const std::string& option) const {
+  const auto found = options.find(option);
+  return found == options.end() ? std::string() : found->second;
+}
+
+Arguments ParseArguments(const Command& command, const std::vector<std::string>& words,
+                         bool& help) {
+  const std::vector<OptionRule> rules = AllRules(command);
+  const std::vector<option> options = LongOptions(rules);
+  std::vector<char*> argv = {const_cast<char*>(kProgram)};
+  for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
+  const int argc = static_cast<int>(argv.size());
+  argv.push_back(nullptr);
+
+  Arguments arguments;
+  optind = 0;  // the library starts afresh
+  opterr = 0;
+  int chosen = 0;
+  int result = 0;
+  while ((result = getopt_long(argc, argv.data(), ":h", options.data(), &chosen)) != -1) {
+    if (result == ':') throw UsageError{"missing value of " + LastWord(argv)};
+    if (result == '?') throw UsageError{"unknown option " + RefusedOption(argv)};
+    const char* name = result == 'h' ? kHelp.name : rules[static_cast<size_t>(chosen)].name;
+    arguments.options[name] = optarg == nullptr ? "" : optarg;
+  }
+  arguments.operands.assign(argv.begin() + optind, argv.begin() + argc);
+  arguments.json = arguments.Has(kJson.name);
+  help = arguments.Has(kHelp.name);
+  if (help) return arguments;
+  CheckOperands(command, arguments.operands.size());
+  CheckRequired(command, arguments);
+  return arguments;
+}
+
+std::string Usage() {
+  std::string text =
+      "Usage: kova-archive COMMAND [ARGUMENTS] [--json] [--help]\n\n"
+      "Looks after the certificate archive and the services that use it.\n\n";
+  for (const Command* command : Commands()) {
+    text += "  " + Padded(std::string(command->word) + " " + command->operands, 20) +
+            command->summary + "\n";
+  }
+  return text + "\nkova-archive COMMAND --help shows the options of a command.\n";
+}
+
+std::string Usage(const Command& command) {
+  std::string text = std::string("Usage: kova-archive ") + command.word;
+  if (*command.operands != '\0') text += std::string(" ") + command.operands;
+  for (const OptionRule& rule : command.options) {
+    text += rule.required ? " " + Spelled(rule) : " [" + Spelled(rule) + "]";
+  }
+  text += std::string(" [--json]\n\n") + command.summary + ".\n\n";
+  for (const OptionRule& rule : AllRules(command)) {
+    text += "  " + Padded(Spelled(rule), 28) + rule.meaning + "\n";
+  }
+  return text;
+}
+
+}  // namespace kova::archive_cli

@@ -1,0 +1,152 @@
+// kova-archive bind: gives a service to a certificate.
+
+#include "archive/deploy.h"
+#include "archive/index.h"
+#include "archive/service_object.h"
+#include "archive_cli/command.h"
+#include "archive_cli/entries.h"
+#include "archive_cli/reasons.h"
+#include "archive_cli/service_lock.h"
+#include "base/json.h"
+#include "platform/users.h"
+
+namespace kova::archive_cli {
+namespace {
+
+using cert_archive::IndexEdit;
+using cert_archive::ListUpdate;
+
+// What is to be done, decided under the lock.
+struct Plan {
+  Json::Value object;
+  std::vector<std::string> sources;  // other certificates that list the service
+};
+
+// Throws Failure before anything is touched.
+Json::Value WantedService(const Arguments& arguments) {
+  Json::Value object = NamedService(arguments, arguments.Has("package"));
+  object["display_name"] = arguments.Text("display-name");
+  object["owner"] = arguments.Text("owner");
+  if (arguments.Text("display-name").empty()) throw Failure{"the display name is empty"};
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (KOVAUserGetUGID(arguments.Text("owner"), &uid, &gid) < 0) {
+    throw Failure{"there is no user [" + arguments.Text("owner") + "]"};
+  }
+  return object;
+}
+
+// The wanted object with what others keep in the listed one. A translated name is that of the old
+// display name, so it only survives together with it.
+Json::Value Merged(const Json::Value& listed, const Json::Value& wanted) {
+  if (!listed.isObject()) return wanted;
+  Json::Value merged = listed;
+  for (const std::string& key : wanted.getMemberNames()) merged[key] = wanted[key];
+  if (listed["display_name"] != wanted["display_name"]) merged.removeMember("display_name_i18n");
+  return merged;
+}
+
+void RequireServiceList(const Json::Value& info, const std::string& id) {
+  const Json::Value& services = Member(info[id], "services");
+  if (!services.isNull() && !services.isArray()) {
+    throw Failure{"certificate [" + id + "] has a damaged service list"};
+  }
+}
+
+Plan MakePlan(const Json::Value& info, const std::string& id, const Json::Value& wanted) {
+  RequireEntry(info, id);
+  RequireServiceList(info, id);
+  Plan plan{wanted, {}};
+  Json::Value listed = FindService(info, id, wanted);
+  for (const std::string& other : CertificatesWith(info, wanted)) {
+    if (other == id) continue;
+    plan.sources.push_back(other);
+    if (listed.isNull()) listed = FindService(info, other, wanted);
+  }
+  plan.object = Merged(listed, wanted);
+  return plan;
+}
+
+// A service that no other certificate lists is entered; one that another lists is moved below, as
+// part of its deployment.
+IndexEdit Enter(Json::Value& info, const std::string& id, const Plan& plan) {
+  Json::Value& services = info[id]["services"];
+  if (plan.sources.empty()) {
+    UpdateServiceList(services, plan.object, ListUpdate::kAppend);
+    return IndexEdit::kWrite;
+  }
+  if (services.isArray()) return IndexEdit::kLeave;
+  services = Json::Value(Json::arrayValue);
+  return IndexEdit::kWrite;
+}
+
+// A damaged index may have listed it more than once.
+bool TakeOff(const std::vector<std::string>& ids, const Json::Value& object) {
+  if (ids.empty()) return true;
+  return cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
+    for (const std::string& id : ids) {
+      if (FindService(info, id, object).isNull()) continue;
+      UpdateServiceList(info[id]["services"], object, ListUpdate::kRemove);
+    }
+    return IndexEdit::kWrite;
+  });
+}
+
+bool Deploy(const std::string& id, const Plan& plan) {
+  Json::Value services(Json::arrayValue);
+  services.append(plan.object);
+  if (plan.sources.empty()) {
+    return cert_archive::RegisterAndDeploy(id, services, "", cert_archive::kActionRedeploy);
+  }
+  const std::vector<std::string> others(plan.sources.begin() + 1, plan.sources.end());
+  return cert_archive::RegisterAndDeploy(id, services, plan.sources[0],
+                                         cert_archive::kActionMove) &&
+         TakeOff(others, plan.object);
+}
+
+Reply Run(const Arguments& arguments) {
+  const std::string& id = arguments.operands[0];
+  RequirePlainId(id);
+  const Json::Value wanted = WantedService(arguments);
+  const std::string title = ServiceTitle(wanted);
+  Plan plan;
+  const ServiceLock lock;
+  const Reasons reasons;
+  const bool entered =
+      cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
+        plan = MakePlan(info, id, wanted);
+        return Enter(info, id, plan);
+      });
+  if (!entered) throw Failure{reasons.First()};
+  if (!Deploy(id, plan)) {
+    throw Failure{title + " could not be served with [" + id + "]: " + reasons.First()};
+  }
+  if (FindService(ReadIndexOrFail(), id, wanted).isNull()) {
+    throw Failure{title + " has the files of [" + id + "], but the index does not say so"};
+  }
+  Reply reply;
+  reply.text = title + " uses " + id + " now.\n";
+  reply.document["id"] = id;
+  reply.document["subscriber"] = wanted["subscriber"];
+  reply.document["service"] = wanted["service"];
+  reply.document["moved_from"] =
+      plan.sources.empty() ? Json::Value() : Json::Value(plan.sources[0]);
+  return reply;
+}
+
+}  // namespace
+
+const Command kBind = {
+    "bind",
+    "ID",
+    1,
+    1,
+    {{"subscriber", "S", true, "the component or package that the service belongs to"},
+     {"service", "N", true, "the service within it"},
+     {"display-name", "D", true, "its name for people"},
+     {"owner", "U", true, "the user who shall own the deployed files"},
+     {"package", nullptr, false, "the subscriber is an installed package"}},
+    "Give a service to a certificate",
+    Run};
+
+}  // namespace kova::archive_cli

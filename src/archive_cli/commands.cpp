@@ -1,0 +1,11 @@
+#include "archive_cli/command.h"
+
+namespace kova::archive_cli {
+
+const std::vector<const Command*>& Commands() {
+  static const std::vector<const Command*> commands = {
+      &kList, &kAdd, &kRemove, &kDefault, &kBind, &kUnbind, &kDeploy, &kCheck, &kSelfSigned};
+  return commands;
+}
+
+}  // namespace kova::archive_cli

@@ -1,0 +1,35 @@
+// kova-archive deploy: redeploys a certificate to its own services.
+
+#include "archive/deploy.h"
+
+#include "archive_cli/command.h"
+#include "archive_cli/entries.h"
+#include "archive_cli/reasons.h"
+
+namespace kova::archive_cli {
+namespace {
+
+Reply Run(const Arguments& arguments) {
+  const std::string& id = arguments.operands[0];
+  RequirePlainId(id);
+  const Json::Value info = ReadIndexOrFail();
+  RequireEntry(info, id);
+  const std::vector<std::string> titles = ServiceTitles(info, id);
+  const Reasons reasons;
+  bool has_system_default = false;
+  if (!cert_archive::DeployToOwnServices(id, has_system_default)) throw Failure{reasons.First()};
+  Reply reply;
+  reply.text = titles.empty() ? id + " has no services.\n"
+                              : id + " is deployed to " + Joined(titles) + ".\n";
+  reply.document["id"] = id;
+  reply.document["services"] = JsonArray(titles);
+  reply.document["has_system_default"] = has_system_default;
+  return reply;
+}
+
+}  // namespace
+
+const Command kDeploy = {"deploy", "ID", 1, 1, {}, "Deploy a certificate to its services again",
+                         Run};
+
+}  // namespace kova::archive_cli

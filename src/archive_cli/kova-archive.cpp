@@ -1,0 +1,110 @@
+// kova-archive: the certificate archive on the command line. A thin front over the archive's own
+// code: it adds no rules of its own.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "archive_cli/arguments.h"
+#include "archive_cli/command.h"
+#include "archive_cli/reasons.h"
+#include "archive_cli/text.h"
+#include "base/json.h"
+#include "platform/process.h"
+
+namespace kova::archive_cli {
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+void Print(std::FILE* file, const std::string& text) {
+  (void)std::fwrite(text.data(), 1, text.size(), file);
+}
+
+int Refuse(const std::string& message, const std::string& usage) {
+  Print(stderr, std::string(kProgram) + ": " + Printable(message) + "\n" + usage);
+  return kUsage;
+}
+
+const Command* FindCommand(const std::string& word) {
+  for (const Command* command : Commands()) {
+    if (word == command->word) return command;
+  }
+  return nullptr;
+}
+
+// Runs it; what its tools and scripts wrote to standard error comes back in `errors`.
+Reply RunQuietly(const Command& command, const Arguments& arguments, std::string& errors) {
+  Reply reply;
+  KeptStderr kept;
+  try {
+    reply = command.run(arguments);
+  } catch (const Failure& failure) {
+    reply.failure = failure.message;
+  }
+  errors = kept.Release();
+  return reply;
+}
+
+int Report(const Command& command, const Arguments& arguments, Reply reply,
+           const std::string& errors) {
+  const bool failed = !reply.failure.empty();
+  if (failed && !errors.empty()) reply.failure += " (" + LastLine(errors) + ")";
+  if (arguments.json) {
+    reply.document["error"] = failed ? kFailed : kDone;
+    if (failed) reply.document["msg"] = reply.failure;
+    Print(stdout, JsonStyledText(reply.document));
+  } else {
+    Print(stdout, reply.text);
+  }
+  if (failed) {
+    Print(stderr,
+          std::string(kProgram) + ": " + command.word + ": " + Printable(reply.failure) + "\n");
+  } else {
+    Print(stderr, errors);
+  }
+  if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && !failed) {
+    Print(stderr,
+          std::string(kProgram) + ": cannot write the result: " + std::strerror(errno) + "\n");
+    return kFailed;
+  }
+  return failed ? kFailed : kDone;
+}
+
+int RunCommand(const Command& command, const std::vector<std::string>& words) try {
+  bool help = false;
+  const Arguments arguments = ParseArguments(command, words, help);
+  if (help) {
+    Print(stdout, Usage(command));
+    return kDone;
+  }
+  std::string errors;
+  const Reply reply = RunQuietly(command, arguments, errors);
+  return Report(command, arguments, reply, errors);
+} catch (const UsageError& error) {
+  return Refuse(std::string(command.word) + ": " + error.message, Usage(command));
+}
+
+int Run(const std::vector<std::string>& words) {
+  if (words.empty()) return Refuse("missing COMMAND", Usage());
+  if (words[0] == "--help" || words[0] == "-h") {
+    Print(stdout, Usage());
+    return kDone;
+  }
+  const Command* command = FindCommand(words[0]);
+  if (command == nullptr) return Refuse("unknown command " + words[0], Usage());
+  return RunCommand(*command, {words.begin() + 1, words.end()});
+}
+
+}  // namespace
+
+}  // namespace kova::archive_cli
+
+int main(int argc, char** argv) {
+  kova::platform::PrepareProcess();
+  return kova::archive_cli::Run({argv + (argc > 0 ? 1 : 0), argv + argc});
+}

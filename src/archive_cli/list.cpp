@@ -1,0 +1,148 @@
+// kova-archive list: the index for eyes, or for programs.
+
+#include <algorithm>
+#include <ctime>
+
+#include "archive/paths.h"
+#include "archive/service_object.h"
+#include "archive_cli/command.h"
+#include "archive_cli/entries.h"
+#include "archive_cli/facts.h"
+#include "archive_cli/table.h"
+#include "base/json.h"
+#include "base/settings.h"
+
+namespace kova::archive_cli {
+namespace {
+
+constexpr int kDefaultLeadDays = 30;
+
+// One certificate of the index.
+struct Listed {
+  std::string id;
+  bool is_default = false;
+  Json::Value entry;
+  std::vector<std::string> services;
+  CertificateFacts facts;
+  std::vector<std::string> flags;
+};
+
+std::vector<Listed> ReadAll(std::int64_t now) {
+  const Json::Value info = ReadIndexOrFail();
+  const std::string default_id = cert_archive::DefaultCertificateId();
+  const int lead_days =
+      Settings::Read().Integer("renew_before_expire_days").value_or(kDefaultLeadDays);
+  std::vector<Listed> all;
+  for (const std::string& id : info.getMemberNames()) {
+    Listed listed{id, id == default_id, info[id], ServiceTitles(info, id), {}, {}};
+    // An entry that is no certificate is shown, and never becomes a path.
+    if (cert_archive::IsPlainName(id) && info[id].isObject()) {
+      const std::string folder = cert_archive::CertificateFolder(id);
+      listed.facts = ReadFacts(folder + "/cert.pem", lead_days, now);
+      listed.flags = FolderFlags(folder);
+    } else {
+      listed.flags = {"invalid"};
+    }
+    all.push_back(listed);
+  }
+  return all;
+}
+
+Colour ColourOf(State state) {
+  switch (state) {
+    case State::kExpired:
+    case State::kUnreadable:
+      return Colour::kRed;
+    case State::kDue:
+      return Colour::kYellow;
+    case State::kValid:
+      break;
+  }
+  return Colour::kNone;
+}
+
+Colour ColourOf(const std::vector<std::string>& flags) {
+  const bool bad = std::any_of(flags.begin(), flags.end(), [](const std::string& flag) {
+    return flag == "broken" || flag == "incomplete" || flag == "invalid";
+  });
+  return bad ? Colour::kRed : Colour::kNone;
+}
+
+std::vector<Cell> RowOf(const Listed& listed, std::int64_t now) {
+  const CertificateFacts& facts = listed.facts;
+  const bool readable = facts.state != State::kUnreadable;
+  const Colour colour = ColourOf(facts.state);
+  return {{listed.id},
+          {listed.is_default ? "*" : ""},
+          {Joined(facts.names)},
+          {facts.issuer},
+          {readable ? DateText(facts.not_after) : "-", colour},
+          {readable ? std::to_string(DaysLeft(facts, now)) : "-", colour},
+          {Word(facts.state), colour},
+          {Joined(listed.services)},
+          {Joined(listed.flags), ColourOf(listed.flags)}};
+}
+
+std::string TableOf(const std::vector<Listed>& all, std::int64_t now) {
+  static const std::vector<Column> columns = {{"ID"},
+                                              {"DEF"},
+                                              {"NAMES", false, 12},
+                                              {"ISSUER", false, 8},
+                                              {"EXPIRES"},
+                                              {"DAYS", true},
+                                              {"STATE"},
+                                              {"SERVICES", false, 10},
+                                              {"FLAGS"}};
+  std::vector<std::vector<Cell>> rows;
+  for (const Listed& listed : all) rows.push_back(RowOf(listed, now));
+  return RenderTable(columns, rows, Screen::OfStdout());
+}
+
+Json::Value ServicesToJson(const Json::Value& entry) {
+  Json::Value array(Json::arrayValue);
+  const Json::Value& services = Member(entry, "services");
+  if (!services.isArray()) return array;
+  for (const Json::Value& element : services) {
+    if (!cert_archive::IsSameService(element, element)) continue;
+    Json::Value service;
+    for (const char* key : {"subscriber", "service", "display_name", "owner"}) {
+      service[key] = TextMember(element, key);
+    }
+    service["package"] = Member(element, "isPkg") == Json::Value(true);
+    array.append(service);
+  }
+  return array;
+}
+
+Json::Value ToJson(const Listed& listed, std::int64_t now) {
+  const CertificateFacts& facts = listed.facts;
+  const bool readable = facts.state != State::kUnreadable;
+  Json::Value object;
+  object["id"] = listed.id;
+  object["default"] = listed.is_default;
+  object["desc"] = TextMember(listed.entry, "desc");
+  object["names"] = JsonArray(facts.names);
+  object["issuer"] = facts.issuer;
+  object["not_after"] = readable ? Json::Value(TimeText(facts.not_after)) : Json::Value();
+  object["days_left"] = readable ? Json::Value(Json::Int64(DaysLeft(facts, now))) : Json::Value();
+  object["state"] = Word(facts.state);
+  object["services"] = ServicesToJson(listed.entry);
+  object["flags"] = JsonArray(listed.flags);
+  return object;
+}
+
+Reply Run(const Arguments& /*arguments*/) {
+  const std::int64_t now = std::time(nullptr);
+  const std::vector<Listed> all = ReadAll(now);
+  Reply reply;
+  reply.text = all.empty() ? "The index holds no certificate.\n" : TableOf(all, now);
+  reply.document["certificates"] = Json::Value(Json::arrayValue);
+  for (const Listed& listed : all) reply.document["certificates"].append(ToJson(listed, now));
+  return reply;
+}
+
+}  // namespace
+
+const Command kList = {"list", "", 0, 0, {}, "Show the certificates of the index", Run};
+
+}  // namespace kova::archive_cli

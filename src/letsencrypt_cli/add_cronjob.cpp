@@ -1,0 +1,13 @@
+#include "lifecycle/acme_folders.h"
+#include "lifecycle/commands.h"
+#include "lifecycle/renewal_job.h"
+
+namespace kova {
+
+// The arguments are ignored, and so is whether the job could be added.
+int AddCronjobCommand(int /*argc*/, char** /*argv*/) {
+  if (!ListAcmeFolders().empty()) AddRenewalJob();
+  return 0;
+}
+
+}  // namespace kova

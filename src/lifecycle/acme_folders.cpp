@@ -1,0 +1,48 @@
+#include "lifecycle/acme_folders.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "archive/paths.h"
+#include "base/json.h"
+#include "base/log.h"
+#include "platform/files.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "utils";
+
+}  // namespace
+
+std::vector<std::string> ListCertificateIds(Site site) {
+  const std::string path = cert_archive::kIndexPath;
+  errno = 0;
+  if (!KLIBCFileExist(path)) {
+    LogError(site, "File not exist. [%s][%s]", std::strerror(errno), path.c_str());
+    return {};
+  }
+  Json::Value index;
+  errno = 0;
+  if (!JsonFromFile(path, index) || !index.isObject()) {
+    LogError(site, "Read json file failed. [%s][%s]", std::strerror(errno), path.c_str());
+    return {};
+  }
+  return index.getMemberNames();
+}
+
+std::set<std::string> ListAcmeFolders() {
+  std::set<std::string> folders;
+  for (const std::string& id : ListCertificateIds(kTag)) {
+    const std::string folder = cert_archive::CertificateFolder(id);
+    errno = 0;
+    if (!KLIBCFileCheckDir(folder)) {
+      LogError(kTag, "Folder not exist. [%s][%s]", std::strerror(errno), folder.c_str());
+    } else if (KLIBCFileExist(folder + "/renew.json")) {
+      folders.insert(folder);
+    }
+  }
+  return folders;
+}
+
+}  // namespace kova

@@ -1,0 +1,75 @@
+#include "self_signed/serial_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <optional>
+
+#include "base/log.h"
+#include "platform/device.h"
+#include "platform/file_writer.h"
+#include "self_signed/log_tag.h"
+#include "self_signed/mkcert_config.h"
+
+namespace kova::mkcert {
+namespace {
+
+constexpr mode_t kSerialMode = 0600;
+constexpr size_t kBufferSize = 32;  // of both texts, terminator included
+constexpr size_t kSkippedOfMac = 8;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
+};
+
+// The kernel's entry where there is one, else what the host offers instead. None after a message.
+std::optional<std::string> MacText() {
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(kMacAddressFile, "re"));
+  if (file == nullptr) {
+    std::string text;
+    if (access(kMacAddressFile, F_OK) != 0) text = platform::MacAddressText();
+    if (!text.empty()) return text.substr(0, kBufferSize - 1);
+    LogError(kTag, "Open %s failed", kMacAddressFile);
+    return std::nullopt;
+  }
+  char word[kBufferSize];
+  if (std::fscanf(file.get(), "%31s", word) != 1) {
+    LogError(kTag, "Fetch %s failed", kMacAddressFile);
+    return std::nullopt;
+  }
+  return word;
+}
+
+}  // namespace
+
+std::string FirstSerial(std::int64_t now, const std::string& mac) {
+  std::string serial = std::to_string(now);
+  for (size_t i = kSkippedOfMac; i < mac.size() && serial.size() < kBufferSize - 1; ++i) {
+    // The tool reads hexadecimal digits; a MAC address may come with colons.
+    if (std::isxdigit(static_cast<unsigned char>(mac[i])) != 0) serial += mac[i];
+  }
+  if (serial.size() % 2 != 0) serial += '1';
+  return serial;
+}
+
+int CreateSerialFile() {
+  const std::optional<std::string> mac = MacText();
+  if (!mac) return -1;
+  if (MakeParentDirectory(kSerialFile) != 0 ||
+      platform::ReplaceFile(kSerialFile, FirstSerial(std::time(nullptr), *mac), kSerialMode) != 0) {
+    LogError(kTag, "Open %s failed", kSerialFile);
+    return -1;
+  }
+  return 0;
+}
+
+bool HasSerialFile() {
+  struct stat status {};
+  return stat(kSerialFile, &status) == 0 && status.st_size > 0;
+}
+
+}  // namespace kova::mkcert

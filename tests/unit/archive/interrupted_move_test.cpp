@@ -1,0 +1,118 @@
+// Every state that a killed move can leave, and what is made of it.
+#include <filesystem>
+
+#include "archive/utils.h"
+#include "archive_fixture.h"
+#include "platform/clock.h"
+
+namespace kova::cert_archive {
+namespace {
+
+using test::ArchiveTest;
+using test::MakeFolder;
+using test::Names;
+using test::Read;
+using test::Write;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class InterruptedMoveTest : public ArchiveTest {
+ protected:
+  InterruptedMoveTest() {
+    old_ = platform::SetSleeper([this](std::chrono::seconds time) { slept_ += time; });
+  }
+  ~InterruptedMoveTest() override { platform::SetSleeper(old_); }
+
+  static void Set(const std::string& folder, const std::string& version, bool chain = true) {
+    for (const char* name : {"cert.pem", "privkey.pem", "fullchain.pem"}) {
+      Write(folder + "/" + name, version + name);
+    }
+    if (chain) Write(folder + "/chain.pem", version + "chain");
+  }
+
+  void Finish() { FinishInterruptedMove(s_, d_); }
+
+  const std::string s_ = "/usr/kova/d/D.temp";
+  const std::string d_ = "/usr/kova/d/D";
+  const std::string b_ = "/usr/kova/d/D.bak";
+  std::chrono::seconds slept_{0};
+  platform::Sleeper old_;
+};
+
+TEST_F(InterruptedMoveTest, LeavesAnOrdinaryFolderAlone) {
+  Set(d_, "old");
+  Finish();
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D"));
+  EXPECT_EQ(slept_, std::chrono::seconds(0));
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InterruptedMoveTest, LeavesTheFolderWhileItsBackupWasBeingMade) {
+  Set(d_, "old");
+  Write(b_ + "/cert.pem", "oldcert.pem");
+  Finish();
+  EXPECT_EQ(Names(d_).size(), 4U);
+  // A backup that is complete changes nothing about that.
+  Set(b_, "old");
+  Finish();
+  EXPECT_EQ(Names(d_).size(), 4U);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InterruptedMoveTest, PutsTheBackupBackWhenTheFolderIsGone) {
+  Set(b_, "old");
+  Set(s_, "new");
+  Finish();
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D", "D.temp"));
+  EXPECT_EQ(Read(d_ + "/privkey.pem"), "oldprivkey.pem");
+  EXPECT_THAT(Log(),
+              ElementsAre("utils.cpp:# /usr/kova/d/D is put back after an interrupted move"));
+}
+
+TEST_F(InterruptedMoveTest, PutsTheBackupBackWhenTheFolderIsEmptyOrPartlyRemoved) {
+  for (const int left : {0, 1, 2, 3}) {
+    Set(b_, "old");
+    test::RemoveAll(d_);
+    MakeFolder(d_);
+    const char* names[] = {"privkey.pem", "fullchain.pem", "cert.pem"};
+    for (int i = 0; i < left; ++i) Write(d_ + "/" + names[i], std::string("old") + names[i]);
+    Finish();
+    EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D")) << left;
+    EXPECT_EQ(Names(d_).size(), 4U) << left;
+  }
+}
+
+TEST_F(InterruptedMoveTest, KeepsANewFolderBesideALeftoverBackup) {
+  Set(b_, "old");
+  Set(d_, "new", /*chain=*/false);
+  Finish();
+  EXPECT_EQ(Read(d_ + "/cert.pem"), "newcert.pem");
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InterruptedMoveTest, DoesNotPutBackAnIncompleteBackup) {
+  Write(b_ + "/cert.pem", "old");
+  Finish();
+  EXPECT_FALSE(test::Exists(d_));
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InterruptedMoveTest, WaitsForToolsOfARunThatWasKilledJustNow) {
+  Set(s_, "new");
+  Finish();
+  EXPECT_EQ(slept_, std::chrono::seconds(1));
+}
+
+TEST_F(InterruptedMoveTest, DoesNotWaitForLongDeadOnes) {
+  Set(s_, "new");
+  Set(d_, "old");
+  const auto earlier = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  for (const char* path : {"/usr/kova/d", "/usr/kova/d/D.temp"}) {
+    std::filesystem::last_write_time(path, earlier);
+  }
+  Finish();
+  EXPECT_EQ(slept_, std::chrono::seconds(0));
+}
+
+}  // namespace
+}  // namespace kova::cert_archive

@@ -1,0 +1,101 @@
+#include "crypto/issuer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/bio.h>
+#include <openssl/x509.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "platform/process.h"
+#include "syslog_capture.h"
+
+namespace {
+
+enum class Missing { kNothing, kBio, kIssuer, kData };
+Missing missing = Missing::kNothing;  // what the library does not give
+
+}  // namespace
+
+// The linker sends the product's calls of these here.
+extern "C" {
+BIO* __real_BIO_new(const BIO_METHOD* method);   // NOLINT
+BIO* __wrap_BIO_new(const BIO_METHOD* method) {  // NOLINT
+  return missing == Missing::kBio ? nullptr : __real_BIO_new(method);
+}
+X509_NAME* __real_X509_get_issuer_name(const X509* certificate);   // NOLINT
+X509_NAME* __wrap_X509_get_issuer_name(const X509* certificate) {  // NOLINT
+  return missing == Missing::kIssuer ? nullptr : __real_X509_get_issuer_name(certificate);
+}
+ASN1_STRING* __real_X509_NAME_ENTRY_get_data(const X509_NAME_ENTRY* entry);   // NOLINT
+ASN1_STRING* __wrap_X509_NAME_ENTRY_get_data(const X509_NAME_ENTRY* entry) {  // NOLINT
+  return missing == Missing::kData ? nullptr : __real_X509_NAME_ENTRY_get_data(entry);
+}
+}
+
+namespace kova {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::string kPath = "/run/issuer-test.pem";
+
+void MakeCertificate(const std::string& subject) {
+  ASSERT_EQ(KLIBCExecl("/usr/bin/openssl", kKovaExecTool,
+                       {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "/dev/null",
+                        "-out", kPath, "-subj", subject}),
+            0);
+}
+
+TEST(IssuerTest, ItIsTheOrganisationOfTheIssuer) {
+  test::SyslogCapture syslog;
+  MakeCertificate("/C=US/O=Let's Encrypt/O=Second/CN=R3");
+  EXPECT_EQ(IssuerOrganization(kPath), "Let's Encrypt");
+  EXPECT_THAT(syslog.Texts(), IsEmpty());
+}
+
+TEST(IssuerTest, ACertificateWithoutOneIsLogged) {
+  test::SyslogCapture syslog;
+  MakeCertificate("/CN=R3");
+  ERR_clear_error();  // what other tests of this program left behind
+  EXPECT_EQ(IssuerOrganization(kPath), "");
+  EXPECT_THAT(syslog.Texts(),
+              ElementsAre("utils:# get x509 issuer entry failed. [" + kPath + "]: []"));
+}
+
+TEST(IssuerTest, WhatTheLibraryDoesNotGiveIsLogged) {
+  test::SyslogCapture syslog;
+  MakeCertificate("/O=Let's Encrypt/CN=R3");
+  for (const Missing what : {Missing::kBio, Missing::kIssuer, Missing::kData}) {
+    missing = what;
+    EXPECT_EQ(IssuerOrganization(kPath), "");
+  }
+  missing = Missing::kNothing;
+  EXPECT_THAT(
+      syslog.Texts(),
+      ElementsAre("utils:# BIO_new failed.", "utils:# get issuer name failed. [" + kPath + "]: []",
+                  "utils:# get x509 issuer entry data failed. [" + kPath + "]: []"));
+}
+
+TEST(IssuerTest, AMissingFileIsLogged) {
+  test::SyslogCapture syslog;
+  EXPECT_EQ(IssuerOrganization("/run/missing.pem"), "");
+  EXPECT_THAT(syslog.Texts(),
+              ElementsAre("utils:# fopen failed. [No such file or directory][/run/missing.pem]"));
+}
+
+TEST(IssuerTest, AFileThatIsNoCertificateIsLoggedWithTheReason) {
+  test::SyslogCapture syslog;
+  std::ofstream(kPath) << "nothing";
+  EXPECT_EQ(IssuerOrganization(kPath), "");
+  ASSERT_EQ(syslog.Texts().size(), 1U);
+  EXPECT_THAT(syslog.Texts()[0], StartsWith("utils:# read x509 failed. [" + kPath + "]: ["));
+  EXPECT_NE(syslog.Texts()[0].find("no start line"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kova

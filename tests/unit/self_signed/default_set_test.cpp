@@ -1,0 +1,270 @@
+#include "self_signed/default_set.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "../archive/archive_fixture.h"
+#include "platform/process.h"
+#include "self_signed/mkcert.h"
+#include "self_signed/serial_file.h"
+
+namespace kova::mkcert {
+namespace {
+
+using test::ArchiveTest;
+using test::Exists;
+using test::Mode;
+using test::Names;
+using test::Read;
+using test::ReplacedTool;
+using test::Write;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kSet[] = "/usr/kova/set";
+
+class DefaultSetTest : public ArchiveTest {
+ protected:
+  static std::string File(const std::string& name) { return std::string(kSet) + "/" + name; }
+
+  static std::string Openssl(KovaArgs args) {
+    std::string output;
+    EXPECT_EQ(platform::RunAndCapture("/usr/bin/openssl", args, 65536, output), 0);
+    return output;
+  }
+  static std::string Serial() {
+    return Openssl({"x509", "-noout", "-serial", "-in", File("cert.pem")});
+  }
+
+  // What the log holds besides the platform's own word on a failed tool.
+  std::vector<std::string> Reasons() {
+    std::vector<std::string> reasons;
+    for (const std::string& line : Log()) {
+      if (!line.starts_with("process:#")) reasons.push_back(line);
+    }
+    return reasons;
+  }
+};
+
+TEST_F(DefaultSetTest, IsACaAndAServerCertificate) {
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_THAT(Names(kSet), ElementsAre("cert.pem", "fullchain.pem", "is_default_cert",
+                                       "kova-ca-cert.pem", "kova-ca-privkey.pem", "privkey.pem"));
+  EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_EQ(
+      KLIBCExec("/usr/bin/openssl", {"verify", "-CAfile", File("kova-ca-cert.pem"), "-purpose",
+                                     "sslserver", "-verify_hostname", "kova", File("cert.pem")}),
+      0);
+  EXPECT_EQ(MatchKey(File("cert.pem"), File("privkey.pem")), 0);
+  EXPECT_EQ(MatchKey(File("kova-ca-cert.pem"), File("kova-ca-privkey.pem")), 0);
+  EXPECT_EQ(MatchKey(File("cert.pem"), File("kova-ca-privkey.pem")), 1);
+  EXPECT_EQ(Read(File("fullchain.pem")), Read(File("cert.pem")));
+  EXPECT_EQ(Read(File("is_default_cert")), "");
+}
+
+TEST_F(DefaultSetTest, ShowsItsFilesToTheirOwnerAlone) {
+  umask(0);
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  umask(022);
+  for (const char* name :
+       {"cert.pem", "fullchain.pem", "kova-ca-cert.pem", "kova-ca-privkey.pem", "privkey.pem"}) {
+    EXPECT_EQ(Mode(File(name)), 0400U) << name;
+  }
+  EXPECT_EQ(Mode(kCaRequest), 0400U);
+  EXPECT_EQ(Mode(kServerRequest), 0400U);
+  EXPECT_EQ(Mode(kSet), 0755U);
+}
+
+TEST_F(DefaultSetTest, HasTheFixedSubjectsNamesAndTimes) {
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_EQ(Openssl({"x509", "-noout", "-subject", "-issuer", "-in", File("cert.pem")}),
+            "subject=C = ZZ, L = Tarvel, O = Kova Inc., CN = kova\n"
+            "issuer=C = ZZ, L = Tarvel, O = Kova Inc., CN = Kova Inc. CA\n");
+  EXPECT_EQ(Openssl({"x509", "-noout", "-subject", "-issuer", "-in", File("kova-ca-cert.pem")}),
+            "subject=C = ZZ, L = Tarvel, O = Kova Inc., CN = Kova Inc. CA\n"
+            "issuer=C = ZZ, L = Tarvel, O = Kova Inc., CN = Kova Inc. CA\n");
+  EXPECT_THAT(Openssl({"x509", "-noout", "-text", "-in", File("cert.pem")}),
+              AllOf(HasSubstr("(2048 bit)"), HasSubstr("DNS:kova\n"),
+                    HasSubstr("TLS Web Server Authentication, TLS Web Client Authentication")));
+  EXPECT_THAT(Openssl({"x509", "-noout", "-text", "-in", File("kova-ca-cert.pem")}),
+              AllOf(HasSubstr("(2048 bit)"), HasSubstr("CA:TRUE, pathlen:0")));
+  for (const char* name : {"cert.pem", "kova-ca-cert.pem"}) {
+    const auto lasts = [&](long days) {
+      return KLIBCExec("/usr/bin/openssl", {"x509", "-noout", "-in", File(name), "-checkend",
+                                            std::to_string(days * 86400)}) == 0;
+    };
+    EXPECT_TRUE(lasts(365)) << name;
+    EXPECT_FALSE(lasts(367)) << name;
+  }
+}
+
+TEST_F(DefaultSetTest, LeavesItsWorkingFiles) {
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_THAT(Names("/usr/kova/etc/ssl"),
+              ElementsAre(".gen", ".mkcert.serial", "cfg.d", "ssl.csr"));
+  EXPECT_THAT(Names("/usr/kova/etc/ssl/cfg.d"),
+              ElementsAre("ca.cfg", "ca.crt.cfg", "server.cfg", "server.crt.cfg"));
+  EXPECT_THAT(Read(kCaRequestConfig),
+              AllOf(HasSubstr("commonName                      = 'Kova Inc. CA'\n"),
+                    Not(HasSubstr("organizationalUnitName")), Not(HasSubstr("emailAddress"))));
+  EXPECT_THAT(Read(kServerRequestConfig), HasSubstr("commonName                      = 'kova'\n"));
+  EXPECT_THAT(Read(kServerExtensionFile), testing::EndsWith("subjectAltName = \"DNS:kova\"\n"));
+}
+
+TEST_F(DefaultSetTest, ASecondRunReplacesTheSetUnderTheNextSerial) {
+  Write(kSerialFile, "1700000000abcd");
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_EQ(Serial(), "serial=1700000000ABCE\n");
+  const std::string key = Read(File("privkey.pem"));
+  const std::string ca = Read(File("kova-ca-cert.pem"));
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_EQ(Serial(), "serial=1700000000ABCF\n");
+  EXPECT_NE(Read(File("privkey.pem")), key);
+  EXPECT_NE(Read(File("kova-ca-cert.pem")), ca);
+  EXPECT_EQ(Read(File("fullchain.pem")), Read(File("cert.pem")));
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(DefaultSetTest, StartsASerialFileOfItsOwn) {
+  Write("/usr/kova/etc/device.json", R"({"mac_address": "0011325a6b7c"})");
+  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_THAT(Read(kSerialFile), testing::MatchesRegex("[0-9]{10}6[bB]7[dD]\n?"));
+}
+
+TEST_F(DefaultSetTest, RecoversFromAnEmptySerialFile) {
+  Write(kSerialFile, "");
+  EXPECT_EQ(GenerateDefaultSet(kSet), 0);
+}
+
+TEST_F(DefaultSetTest, RefusesAnEmptyFolderAtOnce) {
+  EXPECT_EQ(GenerateDefaultSet(""), -1);
+  EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Invalid paramter []",
+                                 "mkcert.cpp:# Generate CA key & crt failed"));
+  EXPECT_FALSE(Exists("/usr/kova/etc/ssl"));
+  EXPECT_FALSE(Exists("/privkey.pem"));
+  EXPECT_FALSE(Exists("/run/kova-mkcert.lock"));
+}
+
+TEST_F(DefaultSetTest, RefusesAnEmptyFolderWithoutWaitingForTheLock) {
+  const GenerationLock held;
+  ASSERT_TRUE(held.Held());
+  EXPECT_EQ(GenerateDefaultSet(""), -1);
+  EXPECT_EQ(GenerateDefaultSet("", held), -1);
+  EXPECT_THAT(
+      Log(),
+      ElementsAre("mkcert.cpp:# Invalid paramter []", "mkcert.cpp:# Generate CA key & crt failed",
+                  "mkcert.cpp:# Invalid paramter []", "mkcert.cpp:# Generate CA key & crt failed"));
+}
+
+// Runs the generation with a tool that fails, or does otherwise harm, when its arguments contain a
+// text.
+struct Failure {
+  const char* description;
+  const char* tool;
+  const char* argument;
+  const char* harm;
+  std::vector<std::string> messages;
+};
+
+class DefaultSetFailureTest : public DefaultSetTest, public testing::WithParamInterface<Failure> {};
+
+TEST_P(DefaultSetFailureTest, EndsWithItsMessages) {
+  {
+    const ReplacedTool tool(GetParam().tool, "case \"$*\" in *" + std::string(GetParam().argument) +
+                                                 "*) " + GetParam().harm +
+                                                 ";; esac\nexec $REAL \"$@\"");
+    EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  }
+  std::vector<std::string> expected;
+  for (const std::string& message : GetParam().messages) {
+    expected.push_back("mkcert.cpp:# " + message);
+  }
+  EXPECT_EQ(Reasons(), expected);
+  EXPECT_FALSE(Exists(File("is_default_cert")));
+  EXPECT_FALSE(Exists(File("fullchain.pem"))) << "an unfinished set looks complete";
+}
+
+constexpr char kNoCa[] = "Generate CA key & crt failed";
+constexpr char kNoServer[] = "Failed to generate cert set";
+// Makes the tool write a key of its own where the right one was.
+constexpr char kForeignCaKey[] =
+    "$REAL \"$@\"; $REAL genrsa -out /usr/kova/set/kova-ca-privkey.pem 2048; exit 0";
+constexpr char kForeignKey[] =
+    "$REAL \"$@\"; $REAL genrsa -out /usr/kova/set/privkey.pem 2048; exit 0";
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, DefaultSetFailureTest,
+    testing::Values(Failure{"CaKey",
+                            "openssl",
+                            "kova-ca-privkey.pem\\ 2048",
+                            "exit 1",
+                            {"Error when execute", "genCAKey() failed", kNoCa}},
+                    Failure{"CaRequest",
+                            "openssl",
+                            "ca.csr",
+                            "exit 1",
+                            {"Create CSR failed, command", "genCACsr() failed", kNoCa}},
+                    Failure{"CaCertificate",
+                            "openssl",
+                            "-signkey",
+                            "exit 1",
+                            {"Error when execute", "genCACrt() failed", kNoCa}},
+                    Failure{"CaMatch",
+                            "openssl",
+                            "-signkey",
+                            kForeignCaKey,
+                            {"Root certificate and key is not matching", kNoCa}},
+                    Failure{"Key",
+                            "openssl",
+                            "/privkey.pem\\ 2048",
+                            "exit 1",
+                            {"Error when execute", "Failed to generate key", kNoServer}},
+                    Failure{"Request",
+                            "openssl",
+                            "server.csr",
+                            "case $1 in req) exit 1;; esac",
+                            {"Create CSR failed, command", "Failed to generate csr", kNoServer}},
+                    Failure{"Certificate",
+                            "openssl",
+                            "-CAserial",
+                            "exit 1",
+                            {"Error when execute", "Failed to generate cert", kNoServer}},
+                    Failure{"Match",
+                            "openssl",
+                            "-CAserial",
+                            kForeignKey,
+                            {"cert and key is not matching.", kNoServer}},
+                    Failure{"Copy",
+                            "cp",
+                            "fullchain.pem",
+                            "exit 1",
+                            {"Failed to copy crt to chain crt.", kNoServer}}),
+    [](const auto& failure) { return std::string(failure.param.description); });
+
+TEST_F(DefaultSetTest, AFailedRunLeavesNoSetThatLooksComplete) {
+  for (const char* name : {"cert.pem", "privkey.pem", "fullchain.pem"}) Write(File(name), "old");
+  const ReplacedTool openssl("openssl",
+                             "case \"$*\" in *-CAserial*) exit 1;; esac\nexec $REAL \"$@\"");
+  EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  EXPECT_NE(Read(File("privkey.pem")), "old");
+  EXPECT_FALSE(Exists(File("fullchain.pem")));
+}
+
+TEST_F(DefaultSetTest, FailsWithoutASerialFile) {
+  test::MakeFolder(kSerialFile);  // neither to be read nor to be replaced
+  EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  EXPECT_THAT(Reasons(), testing::Contains("mkcert.cpp:# Failed to generate cert"));
+}
+
+TEST_F(DefaultSetTest, FailsWithoutItsMarker) {
+  test::MakeFolder(kSet);
+  ASSERT_EQ(symlink("/usr/kova/none/none", File("is_default_cert").c_str()), 0);
+  EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Failed to touch default cert"));
+}
+
+}  // namespace
+}  // namespace kova::mkcert
