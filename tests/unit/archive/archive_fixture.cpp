@@ -25,6 +25,7 @@ constexpr const char* kTraces[] = {
     "/tmp/kovacertificate_info.lock",
     "/run/kova-certificate-deploy.lock",
     "/run/kova-mkcert.lock",
+    "/run/kova-certificate",
 };
 
 void AddOwner() {
