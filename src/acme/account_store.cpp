@@ -74,7 +74,7 @@ bool IsAccountOf(const Json::Value& info, const std::string& directory, const st
          Member(info, "version") == Json::Value(version);
 }
 
-std::string CreateAccount(const char* tag, const Json::Value& info, const Json::Value& key) {
+std::string CreateAccountFolder(const char* tag, const Json::Value& info, const Json::Value& key) {
   if (!MakeFolder(kProgramFolder)) Fail(tag, "Failed to create folder for let's encrypt");
   if (!MakeFolder(kStore)) Fail(tag, "Failed to create folder for account");
   std::array<char, 1024> folder{};

@@ -30,6 +30,6 @@ std::string AccountKeyPath(const std::string& folder);
 
 // Writes a new folder (0700, files 0600) and returns its path. Failures are SLError 202 with `tag`
 // as the file, each logged.
-std::string CreateAccount(const char* tag, const Json::Value& info, const Json::Value& key);
+std::string CreateAccountFolder(const char* tag, const Json::Value& info, const Json::Value& key);
 
 }  // namespace kova

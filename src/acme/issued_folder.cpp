@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <iterator>
 
 #include "base/archive_root.h"
 #include "base/files.h"
-#include "base/json.h"
 #include "base/sl_error.h"
 #include "crypto/pem.h"
 
@@ -17,8 +17,6 @@ namespace {
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0400;
-constexpr const char* kFiles[] = {"cert.pem", "chain.pem", "fullchain.pem", "privkey.pem",
-                                  "renew.json"};
 
 std::string CertificateFolder(const char* tag, const std::string& certificate_id) {
   const std::string parent = std::string(kArchiveRoot) + "/";
@@ -36,18 +34,17 @@ std::string CertificateFolder(const char* tag, const std::string& certificate_id
 }
 
 void WriteFiles(const std::string& folder, const CertificatePems& pems,
-                const std::string& private_key_pem, const Json::Value& record) {
-  const std::string record_text = JsonStyledText(record);
-  const std::string* contents[] = {&pems.cert, &pems.chain, &pems.fullchain, &private_key_pem,
-                                   &record_text};
-  static_assert(std::size(contents) == std::size(kFiles));
-  for (size_t index = 0; index < std::size(kFiles); ++index) {
-    WriteTextFile(folder + "/" + kFiles[index], *contents[index], kFileMode);
+                const std::string& private_key_pem, const RenewalRecord& record) {
+  const std::array contents = {&pems.cert, &pems.chain, &pems.fullchain, &private_key_pem};
+  static_assert(std::size(contents) + 1 == std::size(kCertificateFiles));
+  for (size_t index = 0; index < std::size(contents); ++index) {
+    WriteTextFile(folder + "/" + kCertificateFiles[index], *contents[index], kFileMode);
   }
+  WriteRenewalRecord(folder, record);
 }
 
 void Discard(const std::string& folder) {
-  for (const char* name : kFiles) unlink((folder + "/" + name).c_str());
+  for (const char* name : kCertificateFiles) unlink((folder + "/" + name).c_str());
   rmdir(folder.c_str());  // stays when it holds anything else
 }
 
@@ -64,9 +61,9 @@ std::optional<CertificatePems> SplitChain(const std::string& full_chain) {
                          full_chain};
 }
 
-std::string StoreCertificate(const char* tag, const std::string& certificate_id,
-                             const std::optional<CertificatePems>& pems,
-                             const std::string& private_key_pem, const Json::Value& record) {
+std::string SaveCertificate(const char* tag, const std::string& certificate_id,
+                            const std::optional<CertificatePems>& pems,
+                            const std::string& private_key_pem, const RenewalRecord& record) {
   const std::string folder = CertificateFolder(tag, certificate_id);
   try {
     if (!pems) throw Error(code::kLocal, tag, "The chain holds no second certificate");

@@ -2,11 +2,11 @@
 // versions.
 #pragma once
 
-#include <json/value.h>
-
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "acme/renewal_record.h"
 
 namespace kova {
 
@@ -25,9 +25,9 @@ std::optional<CertificatePems> SplitChain(const std::string& full_chain);
 // id is empty. Failures are SLError 202 with `tag` as the file: "Failed to create folder for
 // account item.", "Failed to chmod.", or "Failed to save pems" when `pems` is none or a file could
 // not be written; the five files are then removed, and the folder unless it holds others.
-std::string StoreCertificate(const char* tag, const std::string& certificate_id,
-                             const std::optional<CertificatePems>& pems,
-                             const std::string& private_key_pem, const Json::Value& record);
+std::string SaveCertificate(const char* tag, const std::string& certificate_id,
+                            const std::optional<CertificatePems>& pems,
+                            const std::string& private_key_pem, const RenewalRecord& record);
 
 // The names as one text for the renewal record.
 std::string JoinNames(const std::vector<std::string>& names, const char* separator);

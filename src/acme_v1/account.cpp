@@ -97,7 +97,7 @@ void AcmeV1Client::StoreAccount(const std::string& contact) {
   info["contact"] = contact;
   SecretJson key;
   key.value = key_->ToJson();
-  account_folder_ = CreateAccount(kTag, info, key.value);
+  account_folder_ = CreateAccountFolder(kTag, info, key.value);
 }
 
 }  // namespace kova

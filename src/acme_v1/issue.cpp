@@ -36,12 +36,12 @@ std::string AcmeV1Client::NewCert(const std::vector<std::string>& domains,
 
   DebugStep("save to files");
   ShowStage("", "storing the certificate");
-  Json::Value record(Json::objectValue);
-  record["version"] = kRecordVersion;
-  record["server"] = directory_url_;
-  record["account"] = account_folder_;
-  record["domains"] = JoinNames(domains, "; ");
-  return StoreCertificate(kTag, certificate_id, pems, private_key.text, record);
+  RenewalRecord record;
+  record.version = kRecordVersion;
+  record.server = directory_url_;
+  record.account = account_folder_;
+  record.domains = JoinNames(domains, "; ");
+  return SaveCertificate(kTag, certificate_id, pems, private_key.text, record);
 }
 
 HttpResponse AcmeV1Client::RequestCertificate(const std::string& request_pem) {

@@ -88,7 +88,7 @@ void AcmeV2Client::StoreAccount(const std::string& contact) {
   info["account_url"] = account_url_;
   SecretJson key;
   key.value = key_->ToJson();
-  account_folder_ = CreateAccount(kTag, info, key.value);
+  account_folder_ = CreateAccountFolder(kTag, info, key.value);
 }
 
 }  // namespace kova

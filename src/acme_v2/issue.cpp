@@ -31,12 +31,12 @@ std::string AcmeV2Client::NewCertificate(const std::vector<std::string>& domains
 
   DebugStep("save to files");
   ShowStage("", "storing the certificate");
-  Json::Value record(Json::objectValue);
-  record["version"] = kRecordVersion;
-  record["server"] = directory_url_;
-  record["account"] = account_folder_;
-  record["domains"] = JoinNames(domains, ";");
-  return StoreCertificate(kTag, certificate_id, SplitChain(chain), private_key.text, record);
+  RenewalRecord record;
+  record.version = kRecordVersion;
+  record.server = directory_url_;
+  record.account = account_folder_;
+  record.domains = JoinNames(domains, ";");
+  return SaveCertificate(kTag, certificate_id, SplitChain(chain), private_key.text, record);
 }
 
 std::string AcmeV2Client::DownloadChain(const Json::Value& order) {

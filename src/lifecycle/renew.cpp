@@ -30,7 +30,7 @@ int MigrateToV2(const std::string& folder, const RenewalRecord& record) {
   Json::Value account;
   if (!ReadAccountInfo(record.account, account)) return kRecordProblem;
   const std::string fresh =
-      IssueWithAcmeV2(server, *record.domains, TextMember(account, "contact"), "");
+      IssueWithAcmeV2(server, record.domains, TextMember(account, "contact"), "");
   MoveRenewalFiles(fresh, folder);
   RemoveFolder(fresh);
   return 0;
@@ -39,7 +39,7 @@ int MigrateToV2(const std::string& folder, const RenewalRecord& record) {
 // A single attempt with the first challenge type; another type is not tried.
 int RenewV2(const std::string& folder, const RenewalRecord& record) {
   DebugStep("start to renew [%s].", folder.c_str());
-  const std::vector<std::string> domains = SplitDomainList(*record.domains);
+  const std::vector<std::string> domains = SplitDomainList(record.domains);
   if (domains.empty()) return 0;  // deliberately as good as renewed
   std::string fresh;
   {
@@ -66,12 +66,8 @@ int RenewFolder(const std::string& folder) {
     LogError(kTag, "can not find renew.json. [%s][%s]", std::strerror(errno), path.c_str());
     return kRecordProblem;
   }
-  const std::optional<RenewalRecord> record = ReadRenewalRecord(folder);
+  const std::optional<RenewalRecord> record = RecordOrMessage(folder);
   if (!record) return kRecordProblem;
-  if (!record->domains) {
-    LogIncompleteRecord(folder);
-    return kRecordProblem;
-  }
   if (record->version != 1 && record->version != 2) {
     LogWrongVersion(folder);
     return kRecordProblem;

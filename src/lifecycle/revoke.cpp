@@ -52,7 +52,7 @@ void RevokeFolder(const std::string& folder) {
     LogError(kTag, "renew json not exist. [%s]", path.c_str());
     return;
   }
-  const std::optional<RenewalRecord> record = ReadRenewalRecord(folder);
+  const std::optional<RenewalRecord> record = RecordOrMessage(folder);
   if (!record) return;
   if (record->version != 1 && record->version != 2) {
     LogWrongVersion(folder);

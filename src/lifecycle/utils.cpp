@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "acme/renewal_record.h"
 #include "base/files.h"
 #include "base/sl_error.h"
 
@@ -15,8 +16,6 @@ namespace kova {
 namespace {
 
 constexpr char kTag[] = "utils";
-constexpr std::array kRenewedFiles = {"cert.pem", "chain.pem", "fullchain.pem", "privkey.pem",
-                                      "renew.json"};
 
 std::string Trim(const std::string& text) {
   const auto is_space = [](unsigned char c) { return std::isspace(c) != 0; };
@@ -48,7 +47,7 @@ std::vector<std::string> SplitDomainList(const std::string& text, char separator
 }
 
 void MoveRenewalFiles(const std::string& fresh, const std::string& old) {
-  for (const char* name : kRenewedFiles) MoveFile(fresh + "/" + name, old + "/" + name);
+  for (const char* name : kCertificateFiles) MoveFile(fresh + "/" + name, old + "/" + name);
 }
 
 void RemoveFolder(const std::string& folder) {

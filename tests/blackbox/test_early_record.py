@@ -130,6 +130,22 @@ def test_early_record_with_unusable_domains(host, ca, early_ca, early_account, a
     assert ca.requests == []
 
 
+@pytest.mark.parametrize("value", [None, 7, ["a.example"], {}])
+def test_early_record_with_domains_that_are_no_text(host, ca, early_ca, early_account, archive,
+                                                    value):
+    entered(archive, early_ca, early_account, value)
+    host.settings(server=ca.directory)
+    refused(renew(host), 106, "no valid domain name", "kova-letsencrypt")
+
+
+@pytest.mark.parametrize("value", [None, 7, ["a.example"], {}])
+def test_early_record_whose_server_is_no_text_is_renewed(host, ca, early_account, archive, value):
+    """Its server is not looked at."""
+    archive.add(ID, record=record(value, early_account, version=1))
+    host.settings(server=ca.directory)
+    renewed(renew(host), [NAME])
+
+
 def test_exception_of_another_kind_is_reported_as_202(host, ca, early_ca, early_account, archive):
     entered(archive, early_ca, early_account, "*")
     host.settings(server=ca.directory)

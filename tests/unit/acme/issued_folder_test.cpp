@@ -44,10 +44,10 @@ class CertificateStore : public ::testing::Test {
  protected:
   CertificateStore() {
     ResetHost();
-    record_["version"] = 2;
-    record_["server"] = "https://ca.example/directory";
-    record_["account"] = "/usr/kova/etc/letsencrypt/account/abcdef";
-    record_["domains"] = "a.example;*.a.example";
+    record_.version = 2;
+    record_.server = "https://ca.example/directory";
+    record_.account = "/usr/kova/etc/letsencrypt/account/abcdef";
+    record_.domains = "a.example;*.a.example";
   }
   ~CertificateStore() override {
     umask(022);
@@ -55,7 +55,7 @@ class CertificateStore : public ::testing::Test {
   }
 
   std::string Store(const std::string& id = {}) const {
-    return StoreCertificate("client_v2", id, Pems(), "the key\n", record_);
+    return SaveCertificate("client_v2", id, Pems(), "the key\n", record_);
   }
   std::string ErrorOfStore(const std::string& id = {}) const {
     return ErrorOf([&] { Store(id); });
@@ -71,7 +71,7 @@ class CertificateStore : public ::testing::Test {
     return folder;
   }
 
-  Json::Value record_;
+  RenewalRecord record_;
 };
 
 TEST_F(CertificateStore, MakesAFolderOfFiveFiles) {
@@ -131,30 +131,30 @@ TEST_F(CertificateStore, NeedsTheArchive) {
 TEST_F(CertificateStore, KeepsNoFolderWhoseModeCannotBeSet) {
   chmod_fails = true;
   EXPECT_EQ(ErrorOfStore(), "202 client_v2: Failed to chmod.");
-  EXPECT_EQ(ErrorOf([&] { StoreCertificate("client_v1", "", Pems(), "key", record_); }),
+  EXPECT_EQ(ErrorOf([&] { SaveCertificate("client_v1", "", Pems(), "key", record_); }),
             "202 client_v1: Failed to chmod.");
   EXPECT_THAT(ListFolder(kArchive), IsEmpty());
 }
 
 TEST_F(CertificateStore, NamesTheProtocolThatCouldNotStore) {
-  EXPECT_EQ(ErrorOf([&] { StoreCertificate("client_v1", "x", Pems(), "key", record_); }),
+  EXPECT_EQ(ErrorOf([&] { SaveCertificate("client_v1", "x", Pems(), "key", record_); }),
             "202 client_v1: Failed to save pems");
-  EXPECT_EQ(ErrorOf([&] { StoreCertificate("client_v1", "", std::nullopt, "key", record_); }),
+  EXPECT_EQ(ErrorOf([&] { SaveCertificate("client_v1", "", std::nullopt, "key", record_); }),
             "202 client_v1: Failed to save pems");
   fs::remove_all(kArchive);
-  EXPECT_EQ(ErrorOf([&] { StoreCertificate("client_v1", "", Pems(), "key", record_); }),
+  EXPECT_EQ(ErrorOf([&] { SaveCertificate("client_v1", "", Pems(), "key", record_); }),
             "202 client_v1: Failed to create folder for account item.");
 }
 
 TEST_F(CertificateStore, KeepsNothingOfAChainThatCouldNotBeSplit) {
-  EXPECT_EQ(ErrorOf([&] { StoreCertificate("client_v2", "", std::nullopt, "key", record_); }),
+  EXPECT_EQ(ErrorOf([&] { SaveCertificate("client_v2", "", std::nullopt, "key", record_); }),
             "202 client_v2: Failed to save pems");
   EXPECT_THAT(ListFolder(kArchive), IsEmpty());
 }
 
 // Also of the certificate that was to be renewed: its five files go, what else is there stays.
 TEST_F(CertificateStore, RemovesItsFilesWhenTheChainCouldNotBeSplit) {
-  const auto store = [&] { StoreCertificate("client_v2", "abc123", std::nullopt, "k", record_); };
+  const auto store = [&] { SaveCertificate("client_v2", "abc123", std::nullopt, "k", record_); };
   std::string folder = Existing("abc123");
   EXPECT_EQ(ErrorOf(store), "202 client_v2: Failed to save pems");
   EXPECT_FALSE(Exists(folder));

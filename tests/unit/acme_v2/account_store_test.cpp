@@ -41,7 +41,7 @@ class AccountStore : public ::testing::Test {
     forced_glob_result = 0;
   }
 
-  static std::string Create() { return CreateAccount("client_v2", Info(), Key()); }
+  static std::string Create() { return CreateAccountFolder("client_v2", Info(), Key()); }
 
   // Puts an account there as another run would have left it; the result is its folder.
   static std::string Put(const std::string& name, const std::string& info) {
@@ -126,7 +126,7 @@ TEST_F(AccountStore, SaysWhichFolderCannotBeMade) {
 
 TEST_F(AccountStore, NamesTheProtocolThatCouldNotStore) {
   fs::remove_all("/usr/kova/etc");
-  EXPECT_EQ(ErrorOf([] { CreateAccount("client_v1", Info(), Key()); }),
+  EXPECT_EQ(ErrorOf([] { CreateAccountFolder("client_v1", Info(), Key()); }),
             "202 client_v1: Failed to create folder for let's encrypt.");
   EXPECT_THAT(syslog_.Texts(),
               ElementsAre("client_v1:# Failed to create folder for let's encrypt. [2]"));

@@ -14,7 +14,9 @@ class Account : public ClientTest {
     ca_.ClearRequests();
   }
 
-  std::string Store() { return CreateAccount("client_v2", AccountInfo(kContact), AccountKey()); }
+  std::string Store() {
+    return CreateAccountFolder("client_v2", AccountInfo(kContact), AccountKey());
+  }
 
   // The one folder of the store.
   static std::string OnlyFolder() {
@@ -129,7 +131,7 @@ TEST_F(Account, IsRegisteredWhenNoneIsStored) {
 TEST_F(Account, IsRegisteredWhenTheStoredOneIsOfAnotherDirectory) {
   Json::Value info = AccountInfo(kContact);
   info["directory"] = "https://other.example/directory";
-  CreateAccount("client_v2", info, AccountKey());
+  CreateAccountFolder("client_v2", info, AccountKey());
   client_.SetupAccount(kContact);
   EXPECT_THAT(ca_.Routes(), ElementsAre("POST /new-account"));
   EXPECT_EQ(ListFolder(kAccountStore).size(), 2U);

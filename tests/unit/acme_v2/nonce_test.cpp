@@ -93,7 +93,7 @@ TEST_F(Nonces, AreMissingWithoutANewNonceCall) {
   ca_.StopNonces();
   AcmeV2Client client(ca_.DirectoryUrl());
   client.SetupDirectory();
-  client.LoadAccount(CreateAccount("client_v2", AccountInfo(), AccountKey()));
+  client.LoadAccount(CreateAccountFolder("client_v2", AccountInfo(), AccountKey()));
   EXPECT_EQ(ErrorOf([&] { client.NewOrder({"a.example"}); }),
             "204 client_v2: No Nonce.... Not Yet implement");
 }

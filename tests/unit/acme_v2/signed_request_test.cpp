@@ -70,7 +70,7 @@ TEST_F(SignedRequests, ShowTheKeyAsLongAsThereIsNoAccount) {
   client.SetupDirectory();
   Json::Value info = AccountInfo();
   info["account_url"] = "";
-  client.LoadAccount(CreateAccount("client_v2", info, AccountKey()));
+  client.LoadAccount(CreateAccountFolder("client_v2", info, AccountKey()));
   client.PostJws(url_, Payload());
   const Jws request = ca_.Signed().at(0);
   EXPECT_EQ(request.header_text, R"({"alg":"RS256","jwk":{"e":"AQAB","kty":"RSA","n":")" +
@@ -95,7 +95,7 @@ TEST_F(SignedRequests, CannotBeMadeWithADamagedKey) {
   key["d"] = "";
   AcmeV2Client client(ca_.DirectoryUrl());
   client.SetupDirectory();
-  client.LoadAccount(CreateAccount("client_v2", AccountInfo(), key));
+  client.LoadAccount(CreateAccountFolder("client_v2", AccountInfo(), key));
   EXPECT_EQ(ErrorOf([&] { client.PostAsGet(url_); }), "201 rsa: RSA: key sing failed.");
 }
 

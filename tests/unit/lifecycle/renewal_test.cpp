@@ -26,7 +26,7 @@ class RenewalRecordTest : public testing::Test {
 
   static std::optional<RenewalRecord> Read(const std::string& text) {
     std::ofstream(kFolder + "/renew.json") << text;
-    return ReadRenewalRecord(kFolder);
+    return RecordOrMessage(kFolder);
   }
 
   test::SyslogCapture syslog_;
