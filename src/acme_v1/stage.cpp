@@ -23,7 +23,7 @@ void LogFailedDns(const std::string& reason) {
 }  // namespace
 
 bool AcmeV1Client::DnsChallenge(const std::string& domain) {
-  if (Settings::Read().IsOn("skipdns01")) return false;
+  if (Settings::Read().skip_dns01) return false;
   try {
     KovaDns01Challenge challenge;
     DoChallenge(NewAuthz(domain), challenge);

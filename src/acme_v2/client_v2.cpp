@@ -1,13 +1,11 @@
 #include "acme_v2/client_v2.h"
 
 #include <array>
-#include <cerrno>
 #include <utility>
 
 #include "acme/reply.h"
 #include "base/debug.h"
 #include "base/json.h"
-#include "base/settings.h"
 #include "base/sl_error.h"
 #include "crypto/base64url.h"
 #include "net/headers.h"
@@ -22,21 +20,22 @@ constexpr std::chrono::seconds kDefaultRetryDelay{2};
 constexpr std::array kDirectoryMembers = {"newOrder", "newAccount", "newNonce", "revokeCert"};
 
 std::vector<std::string> InitialChallengeTypes(const Settings& settings) {
-  if (!settings.IsUsable()) DebugStep("Failed to read from %s [%d]", kSettingsPath, errno);
-  if (!settings.IsOn("skipdns01")) return {"dns-01", "http-01"};
+  if (!settings.usable) {
+    DebugStep("Failed to read from %s [%d]", kSettingsPath, settings.read_error);
+  }
+  if (!settings.skip_dns01) return {"dns-01", "http-01"};
   DebugStep("Skip dns challenge is enabled");
   return {"http-01"};
 }
 
 }  // namespace
 
-AcmeV2Client::AcmeV2Client(std::string directory_url) : directory_url_(std::move(directory_url)) {
-  const Settings settings = Settings::Read();
-  challenge_types_ = InitialChallengeTypes(settings);
-  async_finalize_ = settings.IsOn("asyncfinalize");
-  nonce_refill_ = settings.IsOn("noncerefill");
-  unpadded_retry_ = settings.IsOn("unpaddedretry");
-}
+AcmeV2Client::AcmeV2Client(std::string directory_url, const Settings& settings)
+    : directory_url_(std::move(directory_url)),
+      challenge_types_(InitialChallengeTypes(settings)),
+      async_finalize_(settings.async_finalize),
+      nonce_refill_(settings.nonce_refill),
+      unpadded_retry_(settings.unpadded_retry) {}
 
 void AcmeV2Client::SetupDirectory() {
   DebugStep("setup acme url %s", directory_url_.c_str());

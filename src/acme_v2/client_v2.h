@@ -1,6 +1,6 @@
 // The ACME v2 (RFC 8555) client. One object serves one command against one directory:
 //
-//   AcmeV2Client client(directory_url);
+//   AcmeV2Client client(directory_url, settings);
 //   client.SetupDirectory();
 //   client.NewNonce();
 //   client.SetupAccount(contact);          // or LoadAccount(folder)
@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "base/settings.h"
 #include "challenge/challenge.h"
 #include "crypto/rsa.h"
 #include "net/client_network.h"
@@ -28,8 +29,9 @@ namespace kova {
 
 class AcmeV2Client {
  public:
-  // Reads the settings: "dns-01" is preferred over "http-01" unless `skipdns01` is on.
-  explicit AcmeV2Client(std::string directory_url);
+  // "dns-01" is preferred over "http-01" unless the settings skip it. Says so when the settings
+  // file could not be read.
+  AcmeV2Client(std::string directory_url, const Settings& settings);
 
   // --- Directory, nonces and signed requests (client_v2.cpp) ---
 

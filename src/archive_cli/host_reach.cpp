@@ -61,7 +61,7 @@ std::string WebRootFault() {
 
 bool CanUseDns01() {
   char name[1024] = {};
-  return KOVADDNSGetKovaHostname(name, sizeof name) == 0 && !Settings::Read().IsOn("skipdns01");
+  return KOVADDNSGetKovaHostname(name, sizeof name) == 0 && !Settings::Read().skip_dns01;
 }
 
 bool HasCronDaemon() {

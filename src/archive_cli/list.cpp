@@ -15,8 +15,6 @@
 namespace kova::archive_cli {
 namespace {
 
-constexpr int kDefaultLeadDays = 30;
-
 // One certificate of the index.
 struct Listed {
   std::string id;
@@ -30,8 +28,7 @@ struct Listed {
 std::vector<Listed> ReadAll(std::int64_t now) {
   const Json::Value info = ReadIndexOrFail();
   const std::string default_id = cert_archive::DefaultCertificateId();
-  const int lead_days =
-      Settings::Read().Integer("renew_before_expire_days").value_or(kDefaultLeadDays);
+  const int lead_days = Settings::Read().renew_before_expire_days.value_or(kDefaultLeadDays);
   std::vector<Listed> all;
   for (const std::string& id : info.getMemberNames()) {
     Listed listed{id, id == default_id, info[id], ServiceTitles(info, id), {}, {}};

@@ -1,43 +1,68 @@
 #include "base/settings.h"
 
+#include <cerrno>
+
 #include "base/debug.h"
 #include "base/json.h"
 #include "platform/json_text.h"
 
 namespace kova {
+namespace {
+
+// Takes members of the right type out of the file; what has another keeps its default.
+class Reader {
+ public:
+  explicit Reader(const Json::Value& file) : file_(file) {}
+
+  void Take(const char* key, bool& member) const {
+    if (const Json::Value& value = Member(file_, key); value.isBool()) member = value.asBool();
+  }
+
+  void Take(const char* key, std::optional<int>& member) const {
+    if (const Json::Value& value = Member(file_, key); value.isInt()) member = value.asInt();
+  }
+
+  template <class Text>
+  void TakeText(const char* key, Text& member) const {
+    if (const Json::Value& value = Member(file_, key); value.isString()) member = value.asString();
+  }
+
+  // A count, 1 or more.
+  void TakeCount(const char* key, int& member) const {
+    std::optional<int> count;
+    Take(key, count);
+    if (count.value_or(0) >= 1) member = *count;
+  }
+
+ private:
+  const Json::Value& file_;
+};
+
+}  // namespace
 
 Settings Settings::Read() {
   Settings settings;
   Json::Value document;
-  if (platform::ReadJsonObject(kSettingsPath, document)) settings.document_ = document;
+  errno = 0;
+  settings.usable = platform::ReadJsonObject(kSettingsPath, document);
+  if (!settings.usable) settings.read_error = errno;
+  const Reader file(document);
+  file.Take("debuglog", settings.debug_log);
+  file.TakeText("server", settings.server);
+  file.Take("renew_before_expire_days", settings.renew_before_expire_days);
+  file.Take("skipdns01", settings.skip_dns01);
+  file.TakeText("kovaddns", settings.kova_ddns);
+  file.Take("asyncfinalize", settings.async_finalize);
+  file.TakeCount("orderattempts", settings.order_attempts);
+  file.Take("noncerefill", settings.nonce_refill);
+  file.Take("unpaddedretry", settings.unpadded_retry);
   return settings;
 }
 
-std::optional<int> Settings::Integer(const char* key) const {
-  if (!document_ || !Member(*document_, key).isInt()) return std::nullopt;
-  return Member(*document_, key).asInt();
-}
-
-std::optional<std::string> Settings::Text(const char* key) const {
-  if (!document_ || !Member(*document_, key).isString()) return std::nullopt;
-  return Member(*document_, key).asString();
-}
-
-bool Settings::IsOn(const char* key) const {
-  if (!document_) return false;
-  const Json::Value& value = Member(*document_, key);
-  return value.isBool() && value.asBool();
-}
-
-void ApplyDebugSettings() {
-  const std::optional<int> debuglog = Settings::Read().Integer("debuglog");
-  if (!debuglog) return;
-  SetDebugToSyslog(*debuglog);
-  if (*debuglog != 0) SetDebugLevel(2);
-}
-
-std::string DefaultDirectory() {
-  return Settings::Read().Text("server").value_or(kProductionDirectory);
+void ApplyDebugSettings(const Settings& settings) {
+  if (!settings.debug_log) return;
+  SetDebugToSyslog(*settings.debug_log);
+  if (*settings.debug_log != 0) SetDebugLevel(2);
 }
 
 }  // namespace kova

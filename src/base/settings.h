@@ -1,8 +1,6 @@
 // The settings file, a JSON object in which every key is optional. A missing or broken file, a
-// missing key and a value of the wrong type all mean the default.
+// missing key and a value of the wrong type all mean the default. docs/formats.md lists the keys.
 #pragma once
-
-#include <json/value.h>
 
 #include <optional>
 #include <string>
@@ -11,27 +9,29 @@ namespace kova {
 
 inline constexpr char kSettingsPath[] = "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default";
 inline constexpr char kProductionDirectory[] = "https://acme-v02.api.letsencrypt.org/directory";
+inline constexpr int kDefaultLeadDays = 30;
 
-class Settings {
- public:
-  // Reads the file anew. `errno` tells why a file could not be read.
+// All of the file's values at one moment. Whoever needs one is given it; a new key is a member here
+// and a line in Read.
+struct Settings {
+  // Reads the file anew.
   static Settings Read();
 
-  // False when the file is missing or does not hold a JSON object.
-  [[nodiscard]] bool IsUsable() const { return document_.has_value(); }
+  bool usable = false;  // the file holds a JSON object
+  int read_error = 0;   // errno of a file that could not be read, else 0
 
-  [[nodiscard]] std::optional<int> Integer(const char* key) const;
-  [[nodiscard]] std::optional<std::string> Text(const char* key) const;
-  [[nodiscard]] bool IsOn(const char* key) const;  // a boolean that is true
-
- private:
-  std::optional<Json::Value> document_;
+  std::optional<int> debug_log;                 // debuglog
+  std::string server = kProductionDirectory;    // server: directory when no other is named
+  std::optional<int> renew_before_expire_days;  // days; kDefaultLeadDays when the key is absent
+  bool skip_dns01 = false;                      // skipdns01
+  std::optional<std::string> kova_ddns;         // kovaddns: update URL of the vendor's service
+  bool async_finalize = false;                  // asyncfinalize
+  int order_attempts = 0;                       // orderattempts; 0: no bound and no wait
+  bool nonce_refill = false;                    // noncerefill
+  bool unpadded_retry = false;                  // unpaddedretry
 };
 
 // `debuglog`: messages to syslog, and the debug level forced to 2 when it is not zero.
-void ApplyDebugSettings();
-
-// The directory used when the command line names none.
-std::string DefaultDirectory();
+void ApplyDebugSettings(const Settings& settings);
 
 }  // namespace kova

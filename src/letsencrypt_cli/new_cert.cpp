@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
 
-std::string Issue(const CommandOptions& options) {
+std::string Issue(const CommandOptions& options, const Settings& settings) {
   const ProgressLine progress;
   if (options.version == "1") {
     // No wildcard rule here, and no second challenge type: deliberate.
@@ -25,7 +25,8 @@ std::string Issue(const CommandOptions& options) {
     return IssueWithAcmeV1(options.server, domains, options.email, options.certificate_id);
   }
   if (options.version == "2") {
-    return IssueWithAcmeV2(options.server, options.domains, options.email, options.certificate_id);
+    return IssueWithAcmeV2(options.server, options.domains, options.email, options.certificate_id,
+                           settings);
   }
   std::array<char, 1024> message{};
   std::snprintf(message.data(), message.size(), "Incorrect version specify [%s]",
@@ -37,15 +38,16 @@ std::string Issue(const CommandOptions& options) {
 
 int NewCertCommand(int argc, char** argv) {
   CommandOptions options;
-  options.server = DefaultDirectory();
+  const Settings settings = Settings::Read();
+  options.server = settings.server;
   if (!ParseOptions(argc, argv, "c:s:d:m:p:v::h", options) || options.domains.empty() ||
       options.email.empty()) {
     PrintUsage();
     return 1;
   }
-  ApplyDebugSettings();
-  const std::optional<SLError> failure = Capture([&options] {
-    const std::string folder = Issue(options);
+  ApplyDebugSettings(settings);
+  const std::optional<SLError> failure = Capture([&options, &settings] {
+    const std::string folder = Issue(options, settings);
     AddRenewalJob();  // a certificate without its renewal job is still a success
     PrintSuccess("cert_path", folder);
   });

@@ -5,7 +5,6 @@
 #include "acme_v2/client_v2.h"
 #include "base/log.h"
 #include "base/progress.h"
-#include "base/settings.h"
 #include "base/sl_error.h"
 #include "challenge/ddns_host.h"
 #include "lifecycle/domains.h"
@@ -21,7 +20,7 @@ constexpr char kTag[] = "kova-letsencrypt";
 // Without that key such attempts are repeated without bound and without a wait.
 class AttemptBound {
  public:
-  AttemptBound() { bound_ = Settings::Read().Integer("orderattempts").value_or(kUnbounded); }
+  explicit AttemptBound(int bound) : bound_(bound) {}
 
   // True when another attempt may be made. Waits as the CA asks between two such attempts.
   bool Continue(const AcmeV2Client& client, bool used_up_a_type) {
@@ -37,9 +36,7 @@ class AttemptBound {
   }
 
  private:
-  static constexpr int kUnbounded = 0;  // as is every number below 1
-
-  int bound_ = kUnbounded;
+  int bound_;  // 0: none
   int in_a_row_ = 0;
 };
 
@@ -63,8 +60,8 @@ void LogFailedAttempt(const std::string& reason) {
 
 // One order after the other until one gives a certificate or no challenge type is left.
 std::string IssueWithAnyType(AcmeV2Client& client, const std::vector<std::string>& domains,
-                             const std::string& certificate_id) {
-  AttemptBound bound;
+                             const std::string& certificate_id, int order_attempts) {
+  AttemptBound bound(order_attempts);
   int last_code = code::kRefused;
   while (client.HasChallengeTypes()) {
     const size_t types = client.ChallengeTypeCount();
@@ -86,15 +83,16 @@ std::string IssueWithAnyType(AcmeV2Client& client, const std::vector<std::string
 }  // namespace
 
 std::string IssueWithAcmeV2(const std::string& server, const std::string& domains_text,
-                            const std::string& email, const std::string& certificate_id) {
+                            const std::string& email, const std::string& certificate_id,
+                            const Settings& settings) {
   const std::vector<std::string> domains =
       AnnounceDomains(domains_text, server, email, RequireProvable);
-  AcmeV2Client client(server);
+  AcmeV2Client client(server, settings);
   ShowStage("", "contacting " + server);
   client.SetupDirectory();
   client.NewNonce();
   client.SetupAccount(email);
-  return IssueWithAnyType(client, domains, certificate_id);
+  return IssueWithAnyType(client, domains, certificate_id, settings.order_attempts);
 }
 
 }  // namespace kova

@@ -9,7 +9,6 @@
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/log.h"
-#include "base/settings.h"
 #include "lifecycle/commands.h"
 #include "lifecycle/issue.h"
 #include "lifecycle/options.h"
@@ -25,25 +24,24 @@ constexpr char kTag[] = "kova-letsencrypt";
 constexpr int kRecordProblem = 1;
 
 // A record of the early protocol: its server speaks it and is left behind for the settings' one.
-int MigrateToV2(const std::string& folder, const RenewalRecord& record) {
-  const std::string server = DefaultDirectory();
+int MigrateToV2(const std::string& folder, const RenewalRecord& record, const Settings& settings) {
   Json::Value account;
   if (!ReadAccountInfo(record.account, account)) return kRecordProblem;
-  const std::string fresh =
-      IssueWithAcmeV2(server, record.domains, TextMember(account, "contact"), "");
+  const std::string fresh = IssueWithAcmeV2(settings.server, record.domains,
+                                            TextMember(account, "contact"), "", settings);
   MoveRenewalFiles(fresh, folder);
   RemoveFolder(fresh);
   return 0;
 }
 
 // A single attempt with the first challenge type; another type is not tried.
-int RenewV2(const std::string& folder, const RenewalRecord& record) {
+int RenewV2(const std::string& folder, const RenewalRecord& record, const Settings& settings) {
   DebugStep("start to renew [%s].", folder.c_str());
   const std::vector<std::string> domains = SplitDomainList(record.domains);
   if (domains.empty()) return 0;  // deliberately as good as renewed
   std::string fresh;
   {
-    AcmeV2Client client(record.server);
+    AcmeV2Client client(record.server, settings);
     client.SetupDirectory();
     client.LoadAccount(record.account);
     client.NewNonce();
@@ -59,7 +57,7 @@ int RenewV2(const std::string& folder, const RenewalRecord& record) {
 
 }  // namespace
 
-int RenewFolder(const std::string& folder) {
+int RenewFolder(const std::string& folder, const Settings& settings) {
   const std::string path = RenewalRecordPath(folder);
   errno = 0;
   if (!KLIBCFileExist(path)) {
@@ -74,7 +72,8 @@ int RenewFolder(const std::string& folder) {
   }
   int result = 0;
   const std::optional<SLError> failure = Capture([&] {
-    result = record->version == 1 ? MigrateToV2(folder, *record) : RenewV2(folder, *record);
+    result = record->version == 1 ? MigrateToV2(folder, *record, settings)
+                                  : RenewV2(folder, *record, settings);
   });
   if (!failure) return result;
   PrintFailure(*failure);
@@ -87,8 +86,9 @@ int RenewCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
-  ApplyDebugSettings();
-  if (RenewFolder(cert_archive::CertificateFolder(options.certificate_id)) != 0) return 1;
+  const Settings settings = Settings::Read();
+  ApplyDebugSettings(settings);
+  if (RenewFolder(cert_archive::CertificateFolder(options.certificate_id), settings) != 0) return 1;
   PrintSuccess("id", options.certificate_id);
   return 0;
 }

@@ -26,22 +26,20 @@ namespace kova {
 namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
-constexpr int kDefaultLeadDays = 30;
 constexpr char kRenewedIssuer[] = "Let's Encrypt";
 
-int LeadDays() {
+int LeadDays(const Settings& settings) {
   errno = 0;
   if (!KLIBCFileExist(kSettingsPath)) {
     LogError(kTag, "File not exist. [%s]: [%s]", std::strerror(errno), kSettingsPath);
     return kDefaultLeadDays;
   }
-  errno = 0;
-  const Settings settings = Settings::Read();
-  if (!settings.IsUsable()) {
-    LogError(kTag, "Read json file failed. [%s]: [%s]", std::strerror(errno), kSettingsPath);
+  if (!settings.usable) {
+    LogError(kTag, "Read json file failed. [%s]: [%s]", std::strerror(settings.read_error),
+             kSettingsPath);
     return kDefaultLeadDays;
   }
-  return settings.Integer("renew_before_expire_days").value_or(kDefaultLeadDays);
+  return settings.renew_before_expire_days.value_or(kDefaultLeadDays);
 }
 
 // Issuer and expiry decide, the renewal record does not: a certificate without one fails to be
@@ -62,9 +60,9 @@ bool IsDue(const std::string& folder, int lead_days) {
   return true;
 }
 
-std::vector<std::string> DueFolders() {
+std::vector<std::string> DueFolders(const Settings& settings) {
   const std::vector<std::string> ids = ListCertificateIds(kTag);
-  const int lead_days = LeadDays();
+  const int lead_days = LeadDays(settings);
   std::vector<std::string> due;
   for (const std::string& id : ids) {
     const std::string folder = cert_archive::CertificateFolder(id);
@@ -97,11 +95,11 @@ void RestartWebFrontend() {
   if (!kovaw3::Omx(engine).RestartService()) LogError(kTag, "Failed to restart the web front-end.");
 }
 
-void RenewAll() {
+void RenewAll(const Settings& settings) {
   bool need_restart = false;
-  for (const std::string& folder : DueFolders()) {
-    const std::optional<SLError> failure = Capture([&folder, &need_restart] {
-      RenewFolder(folder);  // redeployed even when this failed
+  for (const std::string& folder : DueFolders(settings)) {
+    const std::optional<SLError> failure = Capture([&folder, &settings, &need_restart] {
+      RenewFolder(folder, settings);  // redeployed even when this failed
       if (Redeploy(folder)) need_restart = true;
     });
     if (failure) PrintFailure(*failure);
@@ -117,8 +115,9 @@ int RenewAllCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
-  ApplyDebugSettings();
-  RenewAll();
+  const Settings settings = Settings::Read();
+  ApplyDebugSettings(settings);
+  RenewAll(settings);
   return 0;
 }
 

@@ -23,8 +23,9 @@ namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
 
-void RevokeWithV2(const std::string& folder, const RenewalRecord& record) {
-  AcmeV2Client client(record.server);
+void RevokeWithV2(const std::string& folder, const RenewalRecord& record,
+                  const Settings& settings) {
+  AcmeV2Client client(record.server, settings);
   DebugStep("revoke with v2. [%s].", folder.c_str());
   client.SetupDirectory();
   client.LoadAccount(record.account);
@@ -32,11 +33,11 @@ void RevokeWithV2(const std::string& folder, const RenewalRecord& record) {
   client.RevokeCertificate(folder);
 }
 
-void Revoke(const std::string& folder, const RenewalRecord& record) {
+void Revoke(const std::string& folder, const RenewalRecord& record, const Settings& settings) {
   if (record.version == 1) {
     RevokeWithAcmeV1(record.server, record.account, folder);
   } else {
-    RevokeWithV2(folder, record);
+    RevokeWithV2(folder, record, settings);
   }
 }
 
@@ -46,7 +47,7 @@ void LogFailure(const std::string& folder, const std::string& reason) {
 
 // Problems with the record are only logged. What the clients throw ends the process on purpose, so
 // the system log alone can say what it was.
-void RevokeFolder(const std::string& folder) {
+void RevokeFolder(const std::string& folder, const Settings& settings) {
   const std::string path = RenewalRecordPath(folder);
   if (access(path.c_str(), F_OK) != 0) {
     LogError(kTag, "renew json not exist. [%s]", path.c_str());
@@ -59,7 +60,7 @@ void RevokeFolder(const std::string& folder) {
     return;
   }
   try {
-    Revoke(folder, *record);
+    Revoke(folder, *record, settings);
   } catch (const SLError& error) {
     LogFailure(folder, error.message);
     throw;
@@ -78,10 +79,11 @@ int RevokeCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
-  ApplyDebugSettings();
+  const Settings settings = Settings::Read();
+  ApplyDebugSettings(settings);
   DebugStep("revoke certificate. [%s].", options.certificate_id.c_str());
   const std::string folder = cert_archive::CertificateFolder(options.certificate_id);
-  RevokeFolder(folder);
+  RevokeFolder(folder, settings);
   PrintSuccess("cert_path", folder);
   if (ListAcmeFolders().empty()) RemoveRenewalJob();
   return 0;

@@ -51,7 +51,7 @@ class GoodCa {
 };
 
 void Issue() {
-  kova::AcmeV2Client client("http://c/directory");
+  kova::AcmeV2Client client("http://c/directory", kova::Settings::Read());
   client.SetupDirectory();
   client.NewNonce();
   client.SetupAccount("me@mail.example");

@@ -9,7 +9,7 @@ constexpr char kContact[] = "a@b.example";
 
 class Account : public ClientTest {
  protected:
-  Account() : client_(ca_.DirectoryUrl()) {
+  Account() : client_(ca_.DirectoryUrl(), Settings::Read()) {
     client_.SetupDirectory();
     ca_.ClearRequests();
   }
@@ -151,7 +151,7 @@ TEST_F(Account, IsUsedAgainWhenItIsStored) {
 
 TEST_F(Account, IsUsedAgainByTheRunAfterItsRegistration) {
   client_.SetupAccount(kContact);
-  AcmeV2Client second(ca_.DirectoryUrl());
+  AcmeV2Client second(ca_.DirectoryUrl(), Settings::Read());
   second.SetupDirectory();
   second.SetupAccount(kContact);
   second.PostAsGet(ca_.Url("/x"));

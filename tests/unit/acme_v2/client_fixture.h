@@ -65,7 +65,7 @@ class ClientTest : public ::testing::Test {
   // A client with directory, account and one nonce. Nothing of that is left in the CA's sight.
   std::unique_ptr<AcmeV2Client> ReadyClient() {
     account_folder_ = CreateAccountFolder("client_v2", AccountInfo(), AccountKey());
-    auto client = std::make_unique<AcmeV2Client>(ca_.DirectoryUrl());
+    auto client = std::make_unique<AcmeV2Client>(ca_.DirectoryUrl(), Settings::Read());
     client->SetupDirectory();
     client->LoadAccount(account_folder_);
     ca_.ClearRequests();

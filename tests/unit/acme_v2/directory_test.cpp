@@ -27,7 +27,7 @@ namespace {
 using Directory = ClientTest;
 
 TEST_F(Directory, IsFetchedOnce) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   OutputCapture output(1);
   client.SetupDirectory();
   EXPECT_THAT(output.Debug(), ElementsAre("setup acme url " + ca_.DirectoryUrl(),
@@ -38,14 +38,14 @@ TEST_F(Directory, IsFetchedOnce) {
 TEST_F(Directory, IsAskedByAClientThatHoldsTheLibrary) {
   const int before = library_uses;
   {
-    const AcmeV2Client client(ca_.DirectoryUrl());
+    const AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
     EXPECT_EQ(library_uses, before + 1);
   }
   EXPECT_EQ(library_uses, before);
 }
 
 TEST_F(Directory, GivesANonceWhenItsReplyCarriesOne) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   EXPECT_EQ(client.TakeNonce(), "nonce-1");
   EXPECT_EQ(ErrorOf([&] { client.TakeNonce(); }), "204 client_v2: No Nonce.... Not Yet implement");
@@ -54,7 +54,7 @@ TEST_F(Directory, GivesANonceWhenItsReplyCarriesOne) {
 TEST_F(Directory, IsRefusedOnAnyOtherStatusThan200) {
   for (const int status : {201, 204, 400, 403, 404, 429, 500, 503}) {
     ca_.Once("GET /directory", HttpReply::Json(status, ca_.Directory()));
-    AcmeV2Client client(ca_.DirectoryUrl());
+    AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
     EXPECT_EQ(ErrorOf([&] { client.SetupDirectory(); }),
               "200 client_v2: Failed to init directory map")
         << status;
@@ -68,7 +68,7 @@ TEST_F(Directory, IsRefusedWithoutOneOfItsFourMembers) {
     Json::Value directory = Parsed(ca_.Directory());
     directory.removeMember(member);
     ca_.Once("GET /directory", HttpReply::Json(200, directory.toStyledString()));
-    AcmeV2Client client(ca_.DirectoryUrl());
+    AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
     EXPECT_EQ(ErrorOf([&] { client.SetupDirectory(); }), "200 client_v2: Directory Member missing.")
         << member;
     EXPECT_EQ(client.TakeNonce(), "nonce-" + std::to_string(ca_.Routes().size()));
@@ -80,7 +80,7 @@ TEST_F(Directory, IsRefusedWhenAMemberIsNoText) {
     Json::Value directory = Parsed(ca_.Directory());
     directory["newOrder"] = Parsed(value);
     ca_.Once("GET /directory", HttpReply::Json(200, directory.toStyledString()));
-    AcmeV2Client client(ca_.DirectoryUrl());
+    AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
     EXPECT_EQ(ErrorOf([&] { client.SetupDirectory(); }), "200 client_v2: Directory Member missing.")
         << value;
   }
@@ -89,7 +89,7 @@ TEST_F(Directory, IsRefusedWhenAMemberIsNoText) {
 TEST_F(Directory, IsRefusedWhenItIsNoObject) {
   for (const char* body : {"[]", "null", "17", "\"newOrder\"", "[[[[]]]]", "true"}) {
     ca_.Once("GET /directory", HttpReply::Json(200, body));
-    AcmeV2Client client(ca_.DirectoryUrl());
+    AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
     EXPECT_EQ(ErrorOf([&] { client.SetupDirectory(); }), "200 client_v2: Directory Member missing.")
         << body;
   }
@@ -99,18 +99,18 @@ TEST_F(Directory, IsRefusedWhenItIsNotJson) {
   for (const std::string& body : {std::string(), std::string("<html></html>"),
                                   ca_.Directory().substr(0, 20), std::string(100000, '[')}) {
     ca_.Once("GET /directory", HttpReply::Text(200, body));
-    AcmeV2Client client(ca_.DirectoryUrl());
+    AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
     EXPECT_EQ(ErrorOf([&] { client.SetupDirectory(); }), "200 client_network: body is not json.");
   }
 }
 
 TEST_F(Directory, ThatCannotBeReachedIsATransferFailure) {
   ca_.Once("GET /directory", HttpReply::Drop());
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   EXPECT_EQ(ErrorOf([&] { client.SetupDirectory(); }),
             "100 client_network: Server is not reachable.");
   for (const char* url : {"", "http://", "file:///etc/passwd", "no url", "http://127.0.0.1:1/d"}) {
-    AcmeV2Client other(url);
+    AcmeV2Client other(url, Settings::Read());
     EXPECT_EQ(ErrorOf([&] { other.SetupDirectory(); }),
               "100 client_network: Server is not reachable.")
         << url;
@@ -120,7 +120,7 @@ TEST_F(Directory, ThatCannotBeReachedIsATransferFailure) {
 TEST_F(Directory, IsFollowedWhereItMoved) {
   ca_.Once("GET /directory", HttpReply::Redirect(301, ca_.Url("/moved")));
   ca_.Once("GET /moved", HttpReply::Json(200, ca_.Directory()));
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   EXPECT_THAT(ca_.Routes(), ElementsAre("GET /directory", "GET /moved"));
 }
@@ -131,7 +131,7 @@ using ChallengeTypes = ClientTest;
 std::pair<size_t, std::vector<std::string>> TypesWith(const char* settings) {
   if (settings != nullptr) WriteFile(kSettingsFile, settings);
   OutputCapture output(1);
-  const AcmeV2Client client("http://127.0.0.1/");
+  const AcmeV2Client client("http://127.0.0.1/", Settings::Read());
   EXPECT_TRUE(client.HasChallengeTypes());
   return {client.ChallengeTypeCount(), output.Debug()};
 }

@@ -47,7 +47,7 @@ class HostileReply : public ClientTest, public ::testing::WithParamInterface<con
   // A whole run with a new account.
   std::string Run() {
     return ErrorOf([this] {
-      AcmeV2Client client(ca_.DirectoryUrl());
+      AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
       client.SetupDirectory();
       client.NewNonce();
       client.SetupAccount("a@b.example");

@@ -18,7 +18,7 @@ class Nonces : public ClientTest {
 };
 
 TEST_F(Nonces, AreFetchedWithAGet) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   client.NewNonce();
   EXPECT_THAT(ca_.Routes(), ElementsAre("GET /directory", "GET /new-nonce"));
@@ -27,7 +27,7 @@ TEST_F(Nonces, AreFetchedWithAGet) {
 }
 
 TEST_F(Nonces, AreTakenFromANewNonceReplyOfAnyStatus) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   for (const int status : {200, 204, 400, 404, 500}) {
     const std::string nonce = "of-" + std::to_string(status);
@@ -38,7 +38,7 @@ TEST_F(Nonces, AreTakenFromANewNonceReplyOfAnyStatus) {
 }
 
 TEST_F(Nonces, MayBeMissingFromANewNonceReply) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   ca_.StopNonces();
   client.SetupDirectory();
   client.NewNonce();
@@ -50,7 +50,7 @@ TEST_F(Nonces, MayBeMissingFromANewNonceReply) {
 }
 
 TEST_F(Nonces, CannotBeFetchedWithoutADirectory) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   EXPECT_EQ(ErrorOf([&] { client.NewNonce(); }), "100 client_network: Server is not reachable.");
 }
 
@@ -91,7 +91,7 @@ TEST_F(Nonces, ThatHaveRunOutAreNotFetchedByTheClient) {
 
 TEST_F(Nonces, AreMissingWithoutANewNonceCall) {
   ca_.StopNonces();
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   client.LoadAccount(CreateAccountFolder("client_v2", AccountInfo(), AccountKey()));
   EXPECT_EQ(ErrorOf([&] { client.NewOrder({"a.example"}); }),

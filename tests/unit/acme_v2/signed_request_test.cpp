@@ -66,7 +66,7 @@ TEST_F(SignedRequests, OfAnEmptyObjectHaveAPayload) {
 }
 
 TEST_F(SignedRequests, ShowTheKeyAsLongAsThereIsNoAccount) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   Json::Value info = AccountInfo();
   info["account_url"] = "";
@@ -80,7 +80,7 @@ TEST_F(SignedRequests, ShowTheKeyAsLongAsThereIsNoAccount) {
 }
 
 TEST_F(SignedRequests, CannotBeMadeWithoutAKey) {
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   EXPECT_EQ(ErrorOf([&] { client.PostJws(url_, Payload()); }), "201 client_v2: RSA Key not found.");
   EXPECT_EQ(ErrorOf([&] { client.PostAsGet(url_); }), "201 client_v2: RSA Key not found.");
@@ -93,7 +93,7 @@ TEST_F(SignedRequests, CannotBeMadeWithoutAKey) {
 TEST_F(SignedRequests, CannotBeMadeWithADamagedKey) {
   Json::Value key = AccountKey();
   key["d"] = "";
-  AcmeV2Client client(ca_.DirectoryUrl());
+  AcmeV2Client client(ca_.DirectoryUrl(), Settings::Read());
   client.SetupDirectory();
   client.LoadAccount(CreateAccountFolder("client_v2", AccountInfo(), key));
   EXPECT_EQ(ErrorOf([&] { client.PostAsGet(url_); }), "201 rsa: RSA: key sing failed.");

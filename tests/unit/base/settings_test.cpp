@@ -5,6 +5,10 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "base/debug.h"
 
@@ -36,82 +40,102 @@ TEST_F(SettingsFile, LivesAtItsPath) {
   EXPECT_STREQ(kSettingsPath, "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default");
 }
 
+// Every key at a value that is not its default.
+constexpr char kAll[] = R"({
+  "debuglog": 7, "server": "http://ca/", "renew_before_expire_days": 10, "skipdns01": true,
+  "kovaddns": "http://ddns/", "asyncfinalize": true, "orderattempts": 3, "noncerefill": true,
+  "unpaddedretry": true, "another": "one"})";
+
+// All values in one text.
+std::string Shown(const Settings& settings) {
+  std::ostringstream shown;
+  shown << "debug_log " << settings.debug_log.value_or(-99) << ", server " << settings.server
+        << ", renew " << settings.renew_before_expire_days.value_or(-99) << ", skip "
+        << settings.skip_dns01 << ", ddns " << settings.kova_ddns.value_or("none") << ", async "
+        << settings.async_finalize << ", attempts " << settings.order_attempts << ", refill "
+        << settings.nonce_refill << ", unpadded " << settings.unpadded_retry;
+  return shown.str();
+}
+
+const std::string kDefaults =
+    "debug_log -99, server https://acme-v02.api.letsencrypt.org/directory, renew -99, skip 0, "
+    "ddns none, async 0, attempts 0, refill 0, unpadded 0";
+
+Settings ReadOf(const std::string& content) {
+  fs::create_directories(fs::path(kSettingsPath).parent_path());
+  std::ofstream(kSettingsPath) << content;
+  return Settings::Read();
+}
+
 TEST_F(SettingsFile, MayBeMissing) {
-  errno = 0;
+  errno = EBADF;
   const Settings settings = Settings::Read();
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_FALSE(settings.IsUsable());
-  EXPECT_EQ(settings.Integer("debuglog"), std::nullopt);
-  EXPECT_EQ(settings.Text("server"), std::nullopt);
-  EXPECT_FALSE(settings.IsOn("skipdns01"));
+  EXPECT_EQ(settings.read_error, ENOENT);
+  EXPECT_FALSE(settings.usable);
+  EXPECT_EQ(Shown(settings), kDefaults);
 }
 
 TEST_F(SettingsFile, IsLikeAMissingOneWhenItHoldsNoObject) {
   for (const char* text : kUnusable) {
-    Write(text);
-    const Settings settings = Settings::Read();
-    EXPECT_FALSE(settings.IsUsable()) << text;
-    EXPECT_EQ(settings.Integer("debuglog"), std::nullopt) << text;
+    errno = EBADF;
+    const Settings settings = ReadOf(text);
+    EXPECT_FALSE(settings.usable) << text;
+    EXPECT_EQ(settings.read_error, 0) << text;
+    EXPECT_EQ(Shown(settings), kDefaults) << text;
   }
 }
 
 TEST_F(SettingsFile, GivesValuesOfTheRightType) {
-  Write(R"({"renew_before_expire_days": 10, "server": "http://ca/", "skipdns01": true})");
-  const Settings settings = Settings::Read();
-  EXPECT_TRUE(settings.IsUsable());
-  EXPECT_EQ(settings.Integer("renew_before_expire_days"), 10);
-  EXPECT_EQ(settings.Text("server"), "http://ca/");
-  EXPECT_TRUE(settings.IsOn("skipdns01"));
+  const Settings settings = ReadOf(kAll);
+  EXPECT_TRUE(settings.usable);
+  EXPECT_EQ(settings.read_error, 0);
+  EXPECT_EQ(Shown(settings),
+            "debug_log 7, server http://ca/, renew 10, skip 1, ddns http://ddns/, async 1, "
+            "attempts 3, refill 1, unpadded 1");
 }
 
 TEST_F(SettingsFile, TakesAnEmptyObject) {
-  Write("{}");
-  const Settings settings = Settings::Read();
-  EXPECT_TRUE(settings.IsUsable());
-  EXPECT_EQ(settings.Integer("renew_before_expire_days"), std::nullopt);
-  EXPECT_EQ(settings.Text("server"), std::nullopt);
-  EXPECT_FALSE(settings.IsOn("skipdns01"));
+  const Settings settings = ReadOf("{}");
+  EXPECT_TRUE(settings.usable);
+  EXPECT_EQ(Shown(settings), kDefaults);
 }
 
-TEST_F(SettingsFile, HasNoIntegerInAnotherType) {
-  for (const char* value : {"\"10\"", "true", "null", "[]", "{}", "1.5", "99999999999"}) {
-    Write(std::string(R"({"key":)") + value + "}");
-    EXPECT_EQ(Settings::Read().Integer("key"), std::nullopt) << value;
-  }
-}
-
-TEST_F(SettingsFile, HasNoTextInAnotherType) {
-  for (const char* value : {"10", "true", "null", "[]", "{}", "1.5"}) {
-    Write(std::string(R"({"key":)") + value + "}");
-    EXPECT_EQ(Settings::Read().Text("key"), std::nullopt) << value;
-  }
-}
-
-TEST_F(SettingsFile, IsOnForTrueAlone) {
-  for (const char* value : {"false", "1", "\"true\"", "null", "[true]", "{}"}) {
-    Write(std::string(R"({"key":)") + value + "}");
-    EXPECT_FALSE(Settings::Read().IsOn("key")) << value;
+// The default, for each key alone and whatever type the others have.
+TEST_F(SettingsFile, TakesNothingOfAnotherType) {
+  const std::map<std::string, std::vector<std::string>> wrong = {
+      {"debuglog", {"\"1\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
+      {"server", {"10", "true", "null", "[]", "{}", "1.5"}},
+      {"renew_before_expire_days", {"\"10\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
+      {"skipdns01", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"kovaddns", {"10", "true", "null", "[]", "{}"}},
+      {"asyncfinalize", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"orderattempts", {"0", "-1", "\"3\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
+      {"noncerefill", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"unpaddedretry", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+  };
+  for (const auto& [key, values] : wrong) {
+    for (const std::string& value : values) {
+      EXPECT_EQ(Shown(ReadOf("{\"" + key + "\": " + value + "}")), kDefaults) << key << value;
+    }
   }
 }
 
 TEST_F(SettingsFile, IsReadAnewEachTime) {
-  Write(R"({"key":1})");
-  EXPECT_EQ(Settings::Read().Integer("key"), 1);
-  Write(R"({"key":2})");
-  EXPECT_EQ(Settings::Read().Integer("key"), 2);
+  EXPECT_EQ(ReadOf(R"({"orderattempts": 1})").order_attempts, 1);
+  EXPECT_EQ(ReadOf(R"({"orderattempts": 2})").order_attempts, 2);
 }
 
 TEST_F(SettingsFile, DebuglogForcesLevel2AndSyslog) {
   Write(R"({"debuglog":1})");
   SetDebugLevel(1);
-  ApplyDebugSettings();
+  ApplyDebugSettings(Settings::Read());
   EXPECT_EQ(DebugLevel(), 2);
   EXPECT_TRUE(DebugToSyslog());
 }
 
 TEST_F(SettingsFile, DebuglogMayBeAnyNumberButZero) {
   Write(R"({"debuglog":-3})");
-  ApplyDebugSettings();
+  ApplyDebugSettings(Settings::Read());
   EXPECT_EQ(DebugLevel(), 2);
   EXPECT_TRUE(DebugToSyslog());
 }
@@ -120,7 +144,7 @@ TEST_F(SettingsFile, DebuglogZeroKeepsTheLevel) {
   Write(R"({"debuglog":0})");
   SetDebugLevel(1);
   SetDebugToSyslog(1);
-  ApplyDebugSettings();
+  ApplyDebugSettings(Settings::Read());
   EXPECT_EQ(DebugLevel(), 1);
   EXPECT_FALSE(DebugToSyslog());
 }
@@ -128,26 +152,12 @@ TEST_F(SettingsFile, DebuglogZeroKeepsTheLevel) {
 TEST_F(SettingsFile, WithoutDebuglogNothingChanges) {
   SetDebugLevel(1);
   SetDebugToSyslog(1);
-  ApplyDebugSettings();
+  ApplyDebugSettings(Settings::Read());
   for (const char* text : {"{}", R"({"debuglog":"1"})", R"({"debuglog":true})", "not json", "[]"}) {
     Write(text);
-    ApplyDebugSettings();
+    ApplyDebugSettings(Settings::Read());
     EXPECT_EQ(DebugLevel(), 1) << text;
     EXPECT_TRUE(DebugToSyslog()) << text;
-  }
-}
-
-TEST_F(SettingsFile, NamesTheDirectory) {
-  Write(R"({"server":"http://127.0.0.1:14000/dir"})");
-  EXPECT_EQ(DefaultDirectory(), "http://127.0.0.1:14000/dir");
-}
-
-TEST_F(SettingsFile, WithoutAServerTheDirectoryIsTheProductionOne) {
-  const std::string production = "https://acme-v02.api.letsencrypt.org/directory";
-  EXPECT_EQ(DefaultDirectory(), production);
-  for (const char* text : {"{}", R"({"server":5})", "not json"}) {
-    Write(text);
-    EXPECT_EQ(DefaultDirectory(), production) << text;
   }
 }
 
