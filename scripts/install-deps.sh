@@ -15,7 +15,7 @@ build=(
 )
 demo=(iproute2 util-linux hostname pebble nginx curl)
 test=(
-  clang libclang-rt-dev libgtest-dev libgmock-dev procps
+  clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
   file man-db mandoc bash-completion debootstrap dpkg-dev lintian
