@@ -7,7 +7,7 @@
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "crypto/base64url.h"
+#include "crypto/encoding.h"
 #include "crypto/pem.h"
 #include "net/headers.h"
 

@@ -5,7 +5,6 @@
 #include "base/debug.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "crypto/csr.h"
 #include "crypto/pem.h"
 #include "crypto/secret.h"
 #include "net/headers.h"

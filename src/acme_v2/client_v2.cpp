@@ -7,7 +7,7 @@
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/sl_error.h"
-#include "crypto/base64url.h"
+#include "crypto/encoding.h"
 #include "net/headers.h"
 #include "net/retry_after.h"
 

@@ -1,14 +1,15 @@
 #include "archive/expiry.h"
 
 #include <openssl/err.h>
-#include <openssl/x509.h>
 
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "base/log.h"
-#include "crypto/x509_file.h"
+#include "crypto/certificate.h"
+#include "crypto/pem.h"
 #include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
@@ -21,21 +22,20 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 bool ExpiresWithin(const std::string& path, std::int32_t days) {
   const std::int64_t moment = std::time(nullptr) + days * kSecondsPerDay;
   errno = 0;
-  const BioPtr file(BIO_new_file(path.c_str(), "re"));
+  const BioPtr file = OpenPem(path);
   if (file == nullptr) {
     LogError(kTag, "Failed to open %s (%s)", path.c_str(), std::strerror(errno));
     ERR_clear_error();
     return false;
   }
   errno = 0;
-  const CertificatePtr certificate = ReadCertificate(*file);
+  X509Ptr certificate = ReadCertificate(*file);
   if (certificate == nullptr) {
     LogError(kTag, "Failed to read %s (%s)", path.c_str(), std::strerror(errno));
     ERR_clear_error();
     return false;
   }
-  std::time_t limit = moment;
-  if (X509_cmp_time(X509_get0_notAfter(certificate.get()), &limit) < 0) return true;
+  if (Certificate(std::move(certificate)).EndsBy(moment)) return true;
   LogDebugPriority(kTag, "%s will not expired at %lld", path.c_str(),
                    static_cast<long long>(moment));
   return false;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -14,13 +13,9 @@
 namespace kova::cert_archive {
 namespace {
 
-struct CloseFile {
-  void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
-};
-
 // The first line of the DEFAULT file, as far as an id may be long.
 std::string ReadDefaultLine() {
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(kDefaultPath, "re"));
+  const platform::FilePtr file = platform::OpenToRead(kDefaultPath);
   if (file == nullptr) return {};
   std::array<char, kLongestDefaultId + 1> line{};
   if (KLIBCFgets(line.data(), static_cast<int>(line.size()), file.get()) < 0) return {};

@@ -11,7 +11,7 @@
 #include "base/settings.h"
 #include "base/sl_error.h"
 #include "challenge/challenge.h"
-#include "challenge/ddns_host.h"
+#include "challenge/vendor_zone.h"
 #include "lifecycle/acme_folders.h"
 #include "net/client_network.h"
 #include "platform/crond.h"

@@ -1,10 +1,9 @@
-#include "challenge/ddns_host.h"
-
 #include <algorithm>
 #include <array>
 #include <locale>
 
 #include "base/log.h"
+#include "challenge/vendor_zone.h"
 #include "platform/device.h"
 
 namespace kova {

@@ -6,9 +6,8 @@
 #include "base/progress.h"
 #include "base/settings.h"
 #include "challenge/challenge.h"
-#include "challenge/ddns_host.h"
-#include "challenge/txt_probe.h"
-#include "crypto/digest.h"
+#include "challenge/vendor_zone.h"
+#include "crypto/encoding.h"
 #include "net/client_network.h"
 
 namespace kova {

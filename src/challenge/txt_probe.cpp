@@ -1,5 +1,3 @@
-#include "challenge/txt_probe.h"
-
 #include <arpa/nameser.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -12,6 +10,7 @@
 #include <memory>
 
 #include "base/debug.h"
+#include "challenge/vendor_zone.h"
 #include "platform/device.h"
 
 namespace kova {

@@ -20,14 +20,6 @@ struct ExtensionStackFree {
 };
 using ExtensionStackPtr = std::unique_ptr<STACK_OF(X509_EXTENSION), ExtensionStackFree>;
 
-BioPtr MemoryBio() { return BioPtr(BIO_new(BIO_s_mem())); }
-
-std::string Content(BIO& memory) {
-  char* data = nullptr;
-  const long length = BIO_get_mem_data(&memory, &data);
-  return length > 0 ? std::string(data, static_cast<size_t>(length)) : std::string();
-}
-
 // The extension is made from a text in which commas separate entries and line ends cut it off:
 // a name that holds one could smuggle in entries that nobody was asked about.
 bool IsSafeInText(const std::string& name) {
@@ -92,19 +84,11 @@ void GenerateCsr(const std::vector<std::string>& domains, std::string& request_p
                                                         nullptr, 0, nullptr, nullptr) != 1) {
     return;
   }
-  private_key_pem = Content(*key_text);
+  private_key_pem = BioText(*key_text);
 
   const BioPtr request_text = MemoryBio();
   if (!request_text || PEM_write_bio_X509_REQ(request_text.get(), request.get()) != 1) return;
-  request_pem = Content(*request_text);
-}
-
-std::string DerToPem(const std::string& der) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
-  const X509Ptr certificate(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
-  const BioPtr text = MemoryBio();
-  if (!certificate || !text || PEM_write_bio_X509(text.get(), certificate.get()) != 1) return {};
-  return Content(*text);
+  request_pem = BioText(*request_text);
 }
 
 }  // namespace kova

@@ -13,7 +13,4 @@ namespace kova {
 void GenerateCsr(const std::vector<std::string>& domains, std::string& request_pem,
                  std::string& private_key_pem);
 
-// PEM text of a DER certificate, or an empty string when the bytes are not one.
-std::string DerToPem(const std::string& der);
-
 }  // namespace kova

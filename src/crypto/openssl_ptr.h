@@ -1,4 +1,4 @@
-// Owners of libcrypto's objects, one alias per type.
+// Owners of libcrypto's objects, one alias per type, and the texts that its BIOs collect.
 #pragma once
 
 #include <openssl/bio.h>
@@ -8,6 +8,7 @@
 #include <openssl/x509v3.h>
 
 #include <memory>
+#include <string>
 
 namespace kova {
 
@@ -23,5 +24,14 @@ using EvpPkeyPtr = std::unique_ptr<EVP_PKEY, OpensslFree<EVP_PKEY_free>>;
 using EvpPkeyCtxPtr = std::unique_ptr<EVP_PKEY_CTX, OpensslFree<EVP_PKEY_CTX_free>>;
 using X509Ptr = std::unique_ptr<X509, OpensslFree<X509_free>>;
 using X509ReqPtr = std::unique_ptr<X509_REQ, OpensslFree<X509_REQ_free>>;
+
+// A BIO that collects what is written to it; none when there is no memory.
+BioPtr MemoryBio();
+
+// What a memory BIO has collected.
+std::string BioText(BIO& memory);
+
+// The library's pending errors as text, collected in that memory BIO; its queue is empty then.
+std::string PendingErrors(BIO& memory);
 
 }  // namespace kova

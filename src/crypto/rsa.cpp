@@ -8,9 +8,8 @@
 
 #include "base/json.h"
 #include "base/sl_error.h"
-#include "crypto/base64url.h"
-#include "crypto/bignum.h"
-#include "crypto/digest.h"
+#include "crypto/encoding.h"
+#include "crypto/openssl_ptr.h"
 #include "crypto/secret.h"
 
 namespace kova {

@@ -6,7 +6,7 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "challenge/ddns_host.h"
+#include "challenge/vendor_zone.h"
 #include "lifecycle/domains.h"
 #include "lifecycle/outcome.h"
 

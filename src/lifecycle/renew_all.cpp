@@ -13,7 +13,7 @@
 #include "base/log.h"
 #include "base/settings.h"
 #include "base/sl_error.h"
-#include "crypto/issuer.h"
+#include "crypto/certificate.h"
 #include "lifecycle/acme_folders.h"
 #include "lifecycle/commands.h"
 #include "lifecycle/options.h"

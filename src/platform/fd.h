@@ -1,9 +1,11 @@
-// A file descriptor with one owner.
+// A file descriptor and a stream, each with one owner.
 #pragma once
 
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <memory>
 #include <utility>
 
 namespace kova::platform {
@@ -35,5 +37,10 @@ class Fd {
  private:
   int fd_ = -1;
 };
+
+struct FileClose {
+  void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileClose>;
 
 }  // namespace kova::platform

@@ -23,6 +23,9 @@ namespace {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr mode_t kPermissionBits = 07777;
 
+// Opening a pipe that was planted there must not wait for its other end.
+constexpr int kReadFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+
 bool IsFolder(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return false;
@@ -59,10 +62,9 @@ int ReadAll(int fd, std::string& content, size_t limit) {
   return 0;
 }
 
-// O_NONBLOCK: opening a pipe that was planted there must not wait for its other end.
 int ReadRegular(const std::string& path, std::string& content, struct stat& status,
                 size_t limit = std::string::npos) {
-  const Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  const Fd file(open(path.c_str(), kReadFlags));
   if (!file || fstat(file.Get(), &status) != 0) return errno;
   if (S_ISDIR(status.st_mode)) return EISDIR;
   if (!S_ISREG(status.st_mode)) return EINVAL;
@@ -152,6 +154,19 @@ bool ReadWholeFile(const std::string& path, std::string& content) {
   content.clear();
   RecordError(error);
   return false;
+}
+
+FilePtr OpenToRead(const std::string& path) {
+  Fd file(open(path.c_str(), kReadFlags));
+  struct stat status {};
+  if (!file || fstat(file.Get(), &status) != 0) return nullptr;
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {  // a folder fails when it is read
+    errno = EINVAL;
+    return nullptr;
+  }
+  FilePtr stream(fdopen(file.Get(), "r"));
+  if (stream != nullptr) (void)file.Release();  // the stream's now
+  return stream;
 }
 
 }  // namespace kova::platform

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string>
 
+#include "platform/fd.h"
+
 // True when something of that name exists (links are followed).
 bool KLIBCFileExist(const std::string& path);
 
@@ -30,5 +32,9 @@ namespace kova::platform {
 
 // The whole content of a regular file. False when it cannot be read; errno says why.
 [[nodiscard]] bool ReadWholeFile(const std::string& path, std::string& content);
+
+// fopen(3) for reading, but never of a pipe, a socket or a device, which could keep us waiting:
+// that is EINVAL. None, with errno; the error triple stays as it is.
+[[nodiscard]] FilePtr OpenToRead(const std::string& path);
 
 }  // namespace kova::platform

@@ -1,7 +1,7 @@
 #include <openssl/err.h>
 
 #include "base/log.h"
-#include "crypto/x509_file.h"
+#include "crypto/pem.h"
 #include "platform/files.h"
 #include "self_signed/log_tag.h"
 #include "self_signed/mkcert.h"
@@ -9,24 +9,22 @@
 namespace kova::mkcert {
 namespace {
 
-using cert_archive::BioPtr;
-
-BioPtr OpenPem(const std::string& path) {
-  BioPtr file(BIO_new_file(path.c_str(), "re"));
+BioPtr Open(const std::string& path) {
+  BioPtr file = OpenPem(path);
   if (file == nullptr) LogError(kTag, "Failed to BIO_new_file. [%s]", path.c_str());
   return file;
 }
 
 int Compare(const std::string& certificate_path, const std::string& key_path) {
-  const BioPtr certificate_file = OpenPem(certificate_path);
-  const BioPtr key_file = certificate_file != nullptr ? OpenPem(key_path) : nullptr;
+  const BioPtr certificate_file = Open(certificate_path);
+  const BioPtr key_file = certificate_file != nullptr ? Open(key_path) : nullptr;
   if (key_file == nullptr) return -1;
-  const auto certificate = cert_archive::ReadCertificate(*certificate_file);
+  const X509Ptr certificate = ReadCertificate(*certificate_file);
   if (certificate == nullptr) {
     LogError(kTag, "Failed to read cert from %s", certificate_path.c_str());
     return -1;
   }
-  const auto key = cert_archive::ReadPrivateKey(*key_file);
+  const EvpPkeyPtr key = ReadPrivateKey(*key_file);
   if (key == nullptr) {
     LogError(kTag, "Failed to read private key from %s", key_path.c_str());
     return -1;

@@ -6,12 +6,12 @@
 #include <cctype>
 #include <cstdio>
 #include <ctime>
-#include <memory>
 #include <optional>
 
 #include "base/log.h"
 #include "platform/device.h"
 #include "platform/file_writer.h"
+#include "platform/files.h"
 #include "self_signed/log_tag.h"
 #include "self_signed/mkcert_config.h"
 
@@ -22,13 +22,9 @@ constexpr mode_t kSerialMode = 0600;
 constexpr size_t kBufferSize = 32;  // of both texts, terminator included
 constexpr size_t kSkippedOfMac = 8;
 
-struct CloseFile {
-  void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
-};
-
 // The kernel's entry where there is one, else what the host offers instead. None after a message.
 std::optional<std::string> MacText() {
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(kMacAddressFile, "re"));
+  const platform::FilePtr file = platform::OpenToRead(kMacAddressFile);
   if (file == nullptr) {
     std::string text;
     if (access(kMacAddressFile, F_OK) != 0) text = platform::MacAddressText();

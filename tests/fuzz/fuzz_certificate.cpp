@@ -7,8 +7,7 @@
 
 #include "acme/issued_folder.h"
 #include "archive/expiry.h"
-#include "crypto/csr.h"
-#include "crypto/issuer.h"
+#include "crypto/certificate.h"
 #include "crypto/pem.h"
 #include "host_files.h"
 #include "property.h"

@@ -9,7 +9,7 @@
 #include <regex>
 
 #include "base/json.h"
-#include "crypto/csr.h"
+#include "crypto/pem.h"
 #include "crypto/openssl_ptr.h"
 #include "v1_fixture.h"
 

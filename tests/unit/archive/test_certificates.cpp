@@ -4,12 +4,10 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
-#include "crypto/x509_file.h"
+#include "crypto/openssl_ptr.h"
 
 namespace kova::test {
 namespace {
-
-using cert_archive::BioPtr;
 
 std::string Content(BIO* bio) {
   char* text = nullptr;
@@ -20,8 +18,8 @@ std::string Content(BIO* bio) {
 }  // namespace
 
 PemPair MakePemPair(long seconds, const std::string& issuer_organization) {
-  const cert_archive::PrivateKeyPtr key(EVP_EC_gen("P-256"));
-  const cert_archive::CertificatePtr certificate(X509_new());
+  const EvpPkeyPtr key(EVP_EC_gen("P-256"));
+  const X509Ptr certificate(X509_new());
   X509_set_version(certificate.get(), X509_VERSION_3);
   ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1);
   X509_gmtime_adj(X509_getm_notBefore(certificate.get()), seconds - 100 * 86400L);

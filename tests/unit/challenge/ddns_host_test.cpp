@@ -1,7 +1,6 @@
-#include "challenge/ddns_host.h"
-
 #include <syslog.h>
 
+#include "challenge/vendor_zone.h"
 #include "challenge_fixture.h"
 
 namespace kova::test {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "challenge/txt_probe.h"
+#include "challenge/vendor_zone.h"
 #include "challenge_fixture.h"
 #include "dns_server.h"
 

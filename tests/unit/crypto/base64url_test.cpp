@@ -1,8 +1,8 @@
-#include "crypto/base64url.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
+
+#include "crypto/encoding.h"
 
 namespace kova {
 namespace {

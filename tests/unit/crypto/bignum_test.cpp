@@ -1,9 +1,8 @@
-#include "crypto/bignum.h"
-
 #include <gtest/gtest.h>
 
 #include <memory>
 
+#include "crypto/encoding.h"
 #include "libcrypto_watch.h"
 
 namespace kova {

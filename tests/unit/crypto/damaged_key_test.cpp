@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "base/sl_error.h"
-#include "crypto/base64url.h"
+#include "crypto/encoding.h"
 #include "crypto/rsa.h"
 #include "known_keys.h"
 #include "libcrypto_watch.h"

@@ -1,11 +1,9 @@
-#include "crypto/digest.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
 
 #include "base/sl_error.h"
-#include "crypto/base64url.h"
+#include "crypto/encoding.h"
 #include "libcrypto_watch.h"
 
 namespace kova {

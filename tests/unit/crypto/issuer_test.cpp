@@ -1,14 +1,19 @@
-#include "crypto/issuer.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <openssl/err.h>
 #include <openssl/bio.h>
+#include <openssl/err.h>
 #include <openssl/x509.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
 
+#include "crypto/certificate.h"
+#include "crypto/pem.h"
 #include "platform/process.h"
 #include "syslog_capture.h"
 
@@ -61,7 +66,6 @@ TEST(IssuerTest, ItIsTheOrganisationOfTheIssuer) {
 TEST(IssuerTest, ACertificateWithoutOneIsLogged) {
   test::SyslogCapture syslog;
   MakeCertificate("/CN=R3");
-  ERR_clear_error();  // what other tests of this program left behind
   EXPECT_EQ(IssuerOrganization(kPath), "");
   EXPECT_THAT(syslog.Texts(),
               ElementsAre("utils:# get x509 issuer entry failed. [" + kPath + "]: []"));
@@ -95,6 +99,47 @@ TEST(IssuerTest, AFileThatIsNoCertificateIsLoggedWithTheReason) {
   ASSERT_EQ(syslog.Texts().size(), 1U);
   EXPECT_THAT(syslog.Texts()[0], StartsWith("utils:# read x509 failed. [" + kPath + "]: ["));
   EXPECT_NE(syslog.Texts()[0].find("no start line"), std::string::npos);
+}
+
+TEST(IssuerTest, ErrorsOfEarlierCallsAreNotItsOwn) {
+  test::SyslogCapture syslog;
+  MakeCertificate("/CN=R3");
+  EXPECT_EQ(DerToPem("no certificate"), "");
+  ASSERT_NE(ERR_peek_error(), 0U);
+  EXPECT_EQ(IssuerOrganization(kPath), "");
+  EXPECT_THAT(syslog.Texts(),
+              ElementsAre("utils:# get x509 issuer entry failed. [" + kPath + "]: []"));
+}
+
+TEST(IssuerTest, APipeIsNotWaitedFor) {
+  test::SyslogCapture syslog;
+  unlink(kPath.c_str());
+  ASSERT_EQ(mkfifo(kPath.c_str(), 0600), 0);
+  EXPECT_EQ(IssuerOrganization(kPath), "");
+  unlink(kPath.c_str());
+  EXPECT_THAT(syslog.Texts(),
+              ElementsAre("utils:# fopen failed. [Invalid argument][" + kPath + "]"));
+}
+
+// What a reader of PEM with its default pass-phrase callback would stop at, waiting for an answer.
+constexpr char kEncrypted[] =
+    "-----BEGIN CERTIFICATE-----\nProc-Type: 4,ENCRYPTED\n"
+    "DEK-Info: AES-256-CBC,00112233445566778899AABBCCDDEEFF\n\n"
+    "AAAAAAAAAAAAAAAAAAAAAA==\n-----END CERTIFICATE-----\n";
+
+TEST(IssuerTest, AsksNobodyForAPassPhrase) {
+  std::ofstream(kPath) << kEncrypted;
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) _exit(IssuerOrganization(kPath).empty() ? 0 : 1);
+  char question[64] = {};
+  const ssize_t asked = read(terminal, question, sizeof question - 1);  // ends with the child
+  close(terminal);
+  kill(child, SIGKILL);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_LE(asked, 0) << question;
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 #include "base/json.h"
 #include "base/sl_error.h"
-#include "crypto/bignum.h"
+#include "crypto/encoding.h"
 #include "known_keys.h"
 #include "libcrypto_watch.h"
 

@@ -230,5 +230,22 @@ TEST_F(FilesTest, APipeInTheFilesPlaceDoesNotBlock) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
+TEST_F(FilesTest, AStreamOpensOnlyWhatCannotBlock) {
+  WriteFile(path_, "x\n");
+  const FilePtr stream = OpenToRead(path_);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(fgetc(stream.get()), 'x');
+  EXPECT_NE(fcntl(fileno(stream.get()), F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_NE(OpenToRead("/proc/self/status"), nullptr);
+  EXPECT_NE(OpenToRead(scratch_.Folder()), nullptr);  // as fopen(3) has it
+  EXPECT_EQ(OpenToRead(scratch_.Path("none")), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  ASSERT_EQ(mkfifo(scratch_.Path("pipe").c_str(), 0644), 0);
+  for (const std::string& path : {scratch_.Path("pipe"), std::string("/dev/null")}) {
+    EXPECT_EQ(OpenToRead(path), nullptr) << path;
+    EXPECT_EQ(errno, EINVAL) << path;
+  }
+}
+
 }  // namespace
 }  // namespace kova::platform

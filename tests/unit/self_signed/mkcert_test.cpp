@@ -1,6 +1,5 @@
 #include "self_signed/mkcert.h"
 
-#include <openssl/bio.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -11,6 +10,7 @@
 
 #include "../archive/archive_fixture.h"
 #include "../archive/test_certificates.h"
+#include "crypto/pem.h"
 #include "platform/process.h"
 #include "self_signed/serial_file.h"
 
@@ -27,9 +27,12 @@ KovaSzListPtr WrappedListAlloc(int) __asm__("__wrap__Z16KLIBCSzListAlloci");
 KovaSzListPtr WrappedListAlloc(int entries) {
   return list_fails ? nullptr : RealListAlloc(entries);
 }
-extern "C" BIO* __real_BIO_new_file(const char* path, const char* mode);   // NOLINT
-extern "C" BIO* __wrap_BIO_new_file(const char* path, const char* mode) {  // NOLINT
-  return path == unopenable ? nullptr : __real_BIO_new_file(path, mode);
+kova::BioPtr RealOpenPem(const std::string& path) __asm__(
+    "__real__ZN4kova7OpenPemERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
+kova::BioPtr WrappedOpenPem(const std::string& path) __asm__(
+    "__wrap__ZN4kova7OpenPemERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
+kova::BioPtr WrappedOpenPem(const std::string& path) {
+  return path == unopenable ? nullptr : RealOpenPem(path);
 }
 
 namespace kova::mkcert {

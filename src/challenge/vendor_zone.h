@@ -9,4 +9,8 @@ namespace kova {
 // not a suffix test: deliberate. False when the host has no DDNS name.
 bool IsKovaDdnsHost(const std::string& name);
 
+// True when the zone's own name server shows a TXT record of "_acme-challenge." + domain that
+// holds `expected`. Uses the process-wide resolver state and restores it.
+bool CheckTxtRecord(const std::string& domain, const std::string& expected);
+
 }  // namespace kova

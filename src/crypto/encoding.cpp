@@ -1,12 +1,15 @@
-#include "crypto/bignum.h"
+#include "crypto/encoding.h"
 
 #include <algorithm>
+#include <array>
 
-#include "crypto/base64url.h"
+#include "base/sl_error.h"
 #include "crypto/secret.h"
 
 namespace kova {
 namespace {
+
+constexpr char kTag[] = "rsa";
 
 // Standard base64 with its padding, as the decoder of libcrypto wants it.
 std::string ToPaddedBase64(const std::string& text) {
@@ -20,6 +23,31 @@ std::string ToPaddedBase64(const std::string& text) {
 }
 
 }  // namespace
+
+std::string Base64UrlEncode(const unsigned char* bytes, size_t length) {
+  std::string text((length + 2) / 3 * 4 + 1, '\0');  // the encoder ends its text with a NUL
+  const int written = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes,
+                                      static_cast<int>(length));
+  text.resize(static_cast<size_t>(written));
+  StripBase64Padding(text);
+  ToBase64UrlAlphabet(text);
+  return text;
+}
+
+std::string Base64UrlEncode(const std::string& bytes) {
+  return Base64UrlEncode(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+}
+
+void ToBase64UrlAlphabet(std::string& text) {
+  for (char& character : text) {
+    if (character == '+') character = '-';
+    if (character == '/') character = '_';
+  }
+}
+
+void StripBase64Padding(std::string& text) {
+  while (!text.empty() && text.back() == '=') text.pop_back();
+}
 
 BignumPtr Base64UrlDecodeBignum(const std::string& text) {
   SecretText encoded;
@@ -46,6 +74,18 @@ std::string Base64UrlEncodeBignum(const BIGNUM& number) {
   bytes.text.resize(static_cast<size_t>(BN_num_bytes(&number)));
   BN_bn2bin(&number, reinterpret_cast<unsigned char*>(bytes.text.data()));
   return Base64UrlEncode(bytes.text);
+}
+
+void Sha256(const unsigned char* bytes, size_t length, unsigned char out32[32]) {
+  if (EVP_Digest(bytes, length, out32, nullptr, EVP_sha256(), nullptr) != 1) {
+    throw Error(code::kAccountKey, kTag, "SHA-256 failed.");
+  }
+}
+
+std::string Sha256Base64Url(const std::string& text) {
+  std::array<unsigned char, 32> digest{};
+  Sha256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+  return Base64UrlEncode(digest.data(), digest.size());
 }
 
 }  // namespace kova
