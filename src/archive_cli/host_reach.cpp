@@ -38,7 +38,8 @@ std::string ProbeToken() {
 // What kept the probe from coming back; empty when it did.
 std::string FetchFault(const std::string& token) {
   try {
-    const HttpResponse response = HttpGetWithin(kProbeUrl + token, kFetchTimeout);
+    HttpClient client({.transfer_timeout = kFetchTimeout});
+    const HttpResponse response = client.Get(kProbeUrl + token);
     if (response.status != 200) return "is answered with status " + std::to_string(response.status);
     if (response.body != kProbeText) return "is answered with something else";
     return {};

@@ -1,4 +1,4 @@
-// HTTP transport: GET, and POST of a JSON value, each on a fresh connection.
+// HTTP transport: GET, and POST of a JSON value.
 //
 // A reply with an error status is a reply; only a transfer that fails throws. Peer and host
 // verification are libcurl's defaults (on), redirects are followed, HTTP/1.1 is asked for so that
@@ -8,9 +8,14 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace kova {
+
+class Connections;
+class CurlRequest;
 
 struct HttpResponse {
   bool ok = false;     // a transfer completed
@@ -19,7 +24,16 @@ struct HttpResponse {
   long status = 500;  // HTTP status; 500 until a transfer completed
 };
 
-// libcurl initialised for the life of the object. Each ACME client holds one.
+struct HttpOptions {
+  // Connections stay open for the next request. Without it nothing is kept from one request to the
+  // next: each one resolves, connects and shakes hands anew.
+  bool keep_connections = false;
+  // One transfer, redirections included, that takes longer fails; connecting may take a quarter of
+  // it. Without it a transfer may block as long as libcurl lets it.
+  std::optional<std::chrono::seconds> transfer_timeout = std::nullopt;
+};
+
+// libcurl initialised for the life of the object.
 class HttpGlobal {
  public:
   HttpGlobal();
@@ -28,14 +42,33 @@ class HttpGlobal {
   HttpGlobal& operator=(const HttpGlobal&) = delete;
 };
 
-// Both throw SLError 100 "Server is not reachable." (file "client_network") when the transfer
-// failed, also when the reply has more than 32 MiB of body or 1 MiB of header text (all hops
-// together), or the URL or a redirection is of another protocol than http and https.
+// Who asks: owns libcurl's initialisation and the connections that are kept. Each request has an
+// easy handle of its own; neither cookies nor resolved names are kept in either case.
+class HttpClient {
+ public:
+  explicit HttpClient(HttpOptions options = {});
+  ~HttpClient();
+  HttpClient(const HttpClient&) = delete;
+  HttpClient& operator=(const HttpClient&) = delete;
+
+  // Both throw SLError 100 "Server is not reachable." (file "client_network") when the transfer
+  // failed, also when the reply has more than 32 MiB of body or 1 MiB of header text (all hops
+  // together), or the URL or a redirection is of another protocol than http and https. A server
+  // that hung up on a kept connection is dialled again before that.
+  HttpResponse Get(const std::string& url);
+  HttpResponse Post(const std::string& url, const Json::Value& json);
+
+ private:
+  HttpResponse Perform(CurlRequest& request);
+
+  HttpGlobal global_;
+  HttpOptions options_;
+  std::unique_ptr<Connections> kept_;  // none: each request has its own
+};
+
+// One request of a client with no options.
 HttpResponse HttpGet(const std::string& url);
 HttpResponse HttpPost(const std::string& url, const Json::Value& json);
-
-// As HttpGet, given up after `limit`: for a look at this host's own servers.
-HttpResponse HttpGetWithin(const std::string& url, std::chrono::seconds limit);
 
 // The file of authorities that peers are verified with; empty when libcurl knows of none.
 std::string TrustStorePath();

@@ -14,6 +14,7 @@ bool give_no_handle = false;
 kova::test::CurlReceiver header_receiver;
 kova::test::CurlReceiver body_receiver;
 kova::test::CurlWatch::Perform replaced_perform;
+CURLMsg performed;
 
 void NoteReceiver(CURLoption option, void* value) {
   if (option == CURLOPT_HEADERFUNCTION) {
@@ -53,7 +54,8 @@ std::string Describe(CURLoption option, void* value) {
 extern "C" {
 CURL* __real_curl_easy_init();                             // NOLINT
 CURLcode __real_curl_easy_setopt(CURL*, CURLoption, ...);  // NOLINT
-CURLcode __real_curl_easy_perform(CURL*);                  // NOLINT
+CURLMcode __real_curl_multi_perform(CURLM*, int*);         // NOLINT
+CURLMsg* __real_curl_multi_info_read(CURLM*, int*);        // NOLINT
 void __real_curl_easy_cleanup(CURL*);                      // NOLINT
 void __real_curl_slist_free_all(curl_slist*);              // NOLINT
 CURLcode __real_curl_global_init(long);                    // NOLINT
@@ -75,9 +77,17 @@ CURLcode __wrap_curl_easy_setopt(CURL* handle, unsigned number, ...) {  // NOLIN
   return __real_curl_easy_setopt(handle, option, value);
 }
 
-CURLcode __wrap_curl_easy_perform(CURL* handle) {  // NOLINT
-  return replaced_perform ? replaced_perform(header_receiver, body_receiver)
-                          : __real_curl_easy_perform(handle);
+CURLMcode __wrap_curl_multi_perform(CURLM* multi, int* running) {  // NOLINT
+  if (!replaced_perform) return __real_curl_multi_perform(multi, running);
+  performed = CURLMsg();
+  performed.msg = CURLMSG_DONE;
+  performed.data.result = replaced_perform(header_receiver, body_receiver);
+  *running = 0;
+  return CURLM_OK;
+}
+
+CURLMsg* __wrap_curl_multi_info_read(CURLM* multi, int* left) {  // NOLINT
+  return replaced_perform ? &performed : __real_curl_multi_info_read(multi, left);
 }
 
 void __wrap_curl_easy_cleanup(CURL* handle) {  // NOLINT

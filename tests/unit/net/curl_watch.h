@@ -42,7 +42,7 @@ class CurlWatch {
   // Makes curl_easy_init give no handle.
   void GiveNoHandle();
 
-  // Replaces curl_easy_perform.
+  // Replaces the transfers.
   using Perform = std::function<CURLcode(const CurlReceiver& header, const CurlReceiver& body)>;
   void PerformBy(Perform perform);
 };

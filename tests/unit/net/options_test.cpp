@@ -28,13 +28,13 @@ class Options : public testing::Test {
     std::filesystem::permissions(platform::kDeviceRecordPath, std::filesystem::perms::owner_read);
   }
 
-  HttpGlobal global_;
+  HttpClient http_;
   LoopbackServer server_;
 };
 
 TEST_F(Options, AreSetInTheirOrder) {
   const CurlWatch watch;
-  HttpGet(server_.Url());
+  http_.Get(server_.Url());
   EXPECT_EQ(watch.Calls(),
             (std::vector<std::string>{
                 "URL=" + server_.Url(), "FOLLOWLOCATION=1", "HEADERFUNCTION", "HEADERDATA",
@@ -46,7 +46,7 @@ TEST_F(Options, AreSetInTheirOrder) {
 
 TEST_F(Options, OfAPostAddTheTextAtTheEnd) {
   const CurlWatch watch;
-  HttpPost(server_.Url(), Json::Value("x"));
+  http_.Post(server_.Url(), Json::Value("x"));
   const std::vector<std::string> calls = watch.Calls();
   ASSERT_EQ(calls.size(), 16U);
   EXPECT_EQ(calls.at(13), "POSTFIELDS");
@@ -56,7 +56,7 @@ TEST_F(Options, OfAPostAddTheTextAtTheEnd) {
 
 TEST_F(Options, AreReleasedAfterAFailure) {
   const CurlWatch watch;
-  EXPECT_THROW(HttpGet("http://127.0.0.1:1/"), SLError);
+  EXPECT_THROW(http_.Get("http://127.0.0.1:1/"), SLError);
   const std::vector<std::string> calls = watch.Calls();
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "cleanup"), 1);
   EXPECT_EQ(calls.back(), "free list");
@@ -65,9 +65,9 @@ TEST_F(Options, AreReleasedAfterAFailure) {
 TEST_F(Options, ThatCannotBeSetAreNamedInOrder) {
   CurlWatch watch;
   watch.RefuseAll();
-  const std::string shown = DebugOutput(2, [] {
+  const std::string shown = DebugOutput(2, [this] {
     errno = EBUSY;
-    EXPECT_THROW(HttpPost("http://127.0.0.1/", Json::Value("x")), SLError);
+    EXPECT_THROW(http_.Post("http://127.0.0.1/", Json::Value("x")), SLError);
   });
   EXPECT_THAT(shown,
               testing::StartsWith("DEBUG: Failed to set url (Device or resource busy)\n"
@@ -93,7 +93,7 @@ TEST_F(Options, ThatCannotBeSetDoNotStopTheRequest) {
   CurlWatch watch;
   watch.Refuse({CURLOPT_FOLLOWLOCATION, CURLOPT_HTTPHEADER, CURLOPT_USERAGENT, CURLOPT_HEADER});
   server_.On("GET /", test::HttpReply::Text(200, "served"));
-  EXPECT_EQ(HttpGet(server_.Url()).body, "served");
+  EXPECT_EQ(http_.Get(server_.Url()).body, "served");
   EXPECT_EQ(server_.Requests().at(0).Header("Content-Type"), "");
   EXPECT_EQ(server_.Requests().at(0).Header("User-Agent"), "");
 }
@@ -101,7 +101,7 @@ TEST_F(Options, ThatCannotBeSetDoNotStopTheRequest) {
 TEST_F(Options, FailuresAreQuietBelowDebugLevel2) {
   CurlWatch watch;
   watch.Refuse({CURLOPT_HTTPHEADER, CURLOPT_USERAGENT});
-  EXPECT_EQ(DebugOutput(1, [this] { HttpGet(server_.Url()); }),
+  EXPECT_EQ(DebugOutput(1, [this] { http_.Get(server_.Url()); }),
             "DEBUG: GET Request: " + server_.Url() + "\n");
 }
 
@@ -109,7 +109,7 @@ TEST_F(Options, WithoutAHandleTheServerIsNotReachable) {
   CurlWatch watch;
   watch.GiveNoHandle();
   try {
-    HttpGet(server_.Url());
+    http_.Get(server_.Url());
     FAIL() << "no error";
   } catch (const SLError& error) {
     EXPECT_EQ(error.code, 100);

@@ -30,14 +30,14 @@ class Request : public testing::Test {
     std::filesystem::permissions(platform::kDeviceRecordPath, std::filesystem::perms::owner_read);
   }
 
-  HttpGlobal global_;
+  HttpClient http_;
   LoopbackServer server_;
 };
 
 TEST_F(Request, GetReturnsTheReplyAsReceived) {
   server_.On("GET /directory",
              HttpReply::Text(200, "the body", {"Replay-Nonce: n1", "x-Odd:value", "Empty:"}));
-  const HttpResponse response = HttpGet(server_.Url("/directory"));
+  const HttpResponse response = http_.Get(server_.Url("/directory"));
   EXPECT_TRUE(response.ok);
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.body, "the body");
@@ -47,7 +47,7 @@ TEST_F(Request, GetReturnsTheReplyAsReceived) {
 }
 
 TEST_F(Request, GetSendsTheFixedHeaders) {
-  HttpGet(server_.Url("/a/b?c=d"));
+  http_.Get(server_.Url("/a/b?c=d"));
   const HttpRequest request = server_.Requests().at(0);
   EXPECT_EQ(request.Route(), "GET /a/b");
   EXPECT_EQ(request.query, "c=d");
@@ -63,7 +63,7 @@ TEST_F(Request, PostSendsCompactJson) {
   json["signature"] = "s";
   json["payload"] = "p/+";
   json["nested"]["list"].append(1);
-  HttpPost(server_.Url("/order"), json);
+  http_.Post(server_.Url("/order"), json);
   const HttpRequest request = server_.Requests().at(0);
   EXPECT_EQ(request.Route(), "POST /order");
   EXPECT_EQ(request.version, "HTTP/1.1");
@@ -73,9 +73,9 @@ TEST_F(Request, PostSendsCompactJson) {
 }
 
 TEST_F(Request, PostSendsAnyValue) {
-  HttpPost(server_.Url(), Json::Value());
-  HttpPost(server_.Url(), Json::Value("text with \0 in it"));
-  HttpPost(server_.Url(), Json::Value(std::string("nul \0 byte", 10)));
+  http_.Post(server_.Url(), Json::Value());
+  http_.Post(server_.Url(), Json::Value("text with \0 in it"));
+  http_.Post(server_.Url(), Json::Value(std::string("nul \0 byte", 10)));
   EXPECT_EQ(server_.Requests().at(0).body, "null");
   EXPECT_EQ(server_.Requests().at(1).body, "\"text with \"");
   EXPECT_EQ(server_.Requests().at(2).body, "\"nul \\u0000 byte\"");
@@ -83,7 +83,7 @@ TEST_F(Request, PostSendsAnyValue) {
 
 TEST_F(Request, PostSendsALongBody) {
   const std::string text(3 << 20, 'x');
-  HttpPost(server_.Url(), Json::Value(text));
+  http_.Post(server_.Url(), Json::Value(text));
   EXPECT_EQ(server_.Requests().at(0).body, "\"" + text + "\"");
 }
 
@@ -91,7 +91,7 @@ TEST_F(Request, AnErrorStatusIsAReply) {
   for (const int status : {400, 403, 404, 429, 500, 503}) {
     const std::string path = "/" + std::to_string(status);
     server_.On("POST " + path, HttpReply::Json(status, R"({"type":"t"})"));
-    const HttpResponse response = HttpPost(server_.Url(path), Json::Value("x"));
+    const HttpResponse response = http_.Post(server_.Url(path), Json::Value("x"));
     EXPECT_TRUE(response.ok);
     EXPECT_EQ(response.status, status);
     EXPECT_EQ(response.body, R"({"type":"t"})");
@@ -101,7 +101,7 @@ TEST_F(Request, AnErrorStatusIsAReply) {
 TEST_F(Request, ABodyMayHoldAnyBytes) {
   const std::string bytes("\0\xff\r\n\0", 5);
   server_.On("GET /", HttpReply::Text(200, bytes));
-  EXPECT_EQ(HttpGet(server_.Url()).body, bytes);
+  EXPECT_EQ(http_.Get(server_.Url()).body, bytes);
 }
 
 TEST_F(Request, ARedirectIsFollowedAndTheFirstHopsHeadersComeFirst) {
@@ -110,7 +110,7 @@ TEST_F(Request, ARedirectIsFollowedAndTheFirstHopsHeadersComeFirst) {
   first.body = "moved";
   server_.On("GET /here", first);
   server_.On("GET /there", HttpReply::Text(200, "arrived", {"Replay-Nonce: second"}));
-  const HttpResponse response = HttpGet(server_.Url("/here"));
+  const HttpResponse response = http_.Get(server_.Url("/here"));
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.body, "arrived");
   EXPECT_EQ(GetHeader(response, "Replay-Nonce"), "first");
@@ -124,14 +124,14 @@ TEST_F(Request, ARedirectIsFollowedAndTheFirstHopsHeadersComeFirst) {
 TEST_F(Request, ARedirectThatKeepsTheMethodKeepsThePostedText) {
   server_.On("POST /here", HttpReply::Redirect(307, server_.Url("/there")));
   server_.On("POST /there", HttpReply::Text(201, "made"));
-  EXPECT_EQ(HttpPost(server_.Url("/here"), Json::Value("text")).status, 201);
+  EXPECT_EQ(http_.Post(server_.Url("/here"), Json::Value("text")).status, 201);
   EXPECT_EQ(server_.Requests().at(1).body, "\"text\"");
 }
 
 TEST_F(Request, TheHeadersOfAnInterimReplyAreKept) {
   server_.On("GET /", HttpReply::Raw("HTTP/1.1 103 Early Hints\r\nLink: <e>;rel=\"up\"\r\n\r\n"
                                      "HTTP/1.1 204 No Content\r\nA: b\r\n\r\n"));
-  const HttpResponse response = HttpGet(server_.Url());
+  const HttpResponse response = http_.Get(server_.Url());
   EXPECT_EQ(response.status, 204);
   EXPECT_EQ(GetLinkUrl(response, "up"), "e");
   EXPECT_EQ(GetHeader(response, "A"), "b");
@@ -139,9 +139,9 @@ TEST_F(Request, TheHeadersOfAnInterimReplyAreKept) {
 
 TEST_F(Request, NothingIsRememberedFromOneRequestToTheNext) {
   server_.On("GET /", HttpReply::Text(200, "", {"Set-Cookie: a=b; Path=/"}));
-  HttpGet(server_.Url());
-  HttpPost(server_.Url(), Json::Value("x"));
-  HttpGet(server_.Url());
+  http_.Get(server_.Url());
+  http_.Post(server_.Url(), Json::Value("x"));
+  http_.Get(server_.Url());
   EXPECT_EQ(server_.Requests().at(1).Header("Cookie"), "");
   EXPECT_EQ(server_.Requests().at(2).Header("Cookie"), "");
   EXPECT_EQ(server_.Requests().at(2).body, "");
@@ -155,7 +155,7 @@ TEST_F(Request, ABrokenPipeIsHarmlessDuringARequestOnly) {
     ignored = now.sa_handler == SIG_IGN;
     return HttpReply::Text(200, "");
   });
-  HttpGet(server_.Url());
+  http_.Get(server_.Url());
   struct sigaction after {};
   sigaction(SIGPIPE, nullptr, &after);
   EXPECT_TRUE(ignored);
@@ -164,7 +164,7 @@ TEST_F(Request, ABrokenPipeIsHarmlessDuringARequestOnly) {
 
 TEST_F(Request, GoesOutWithoutAUserAgentWhenThereIsNone) {
   WriteDeviceRecord(R"({"user_agent":")" + std::string(256, 'x') + "\"}");
-  const std::string shown = DebugOutput(1, [this] { HttpGet(server_.Url()); });
+  const std::string shown = DebugOutput(1, [this] { http_.Get(server_.Url()); });
   EXPECT_EQ(server_.Requests().at(0).Header("User-Agent"), "");
   EXPECT_EQ(shown, "DEBUG: Failed to KLIBBoxinfoUserAgentGet.\nDEBUG: GET Request: " +
                        server_.Url() + "\n");
@@ -173,31 +173,31 @@ TEST_F(Request, GoesOutWithoutAUserAgentWhenThereIsNone) {
 TEST_F(Request, SendsAUserAgentThatJustFits) {
   const std::string longest(255, 'x');
   WriteDeviceRecord(R"({"user_agent":")" + longest + "\"}");
-  HttpGet(server_.Url());
+  http_.Get(server_.Url());
   EXPECT_EQ(server_.Requests().at(0).Header("User-Agent"), longest);
 }
 
 TEST_F(Request, AsksForTheUserAgentOfItsServiceTag) {
   WriteDeviceRecord("{}");
-  HttpGet(server_.Url());
+  http_.Get(server_.Url());
   EXPECT_THAT(server_.Requests().at(0).Header("User-Agent"),
               testing::MatchesRegex("^[^ ]+/[^ ]+ \\(DDNS; Linux [^)]+\\)$"));
 }
 
 TEST_F(Request, IsQuietAtDebugLevel0) {
-  EXPECT_EQ(DebugOutput(0, [this] { HttpGet(server_.Url()); }), "");
+  EXPECT_EQ(DebugOutput(0, [this] { http_.Get(server_.Url()); }), "");
 }
 
 TEST_F(Request, NamesItsUrlAtDebugLevel1) {
-  EXPECT_EQ(DebugOutput(1, [this] { HttpGet(server_.Url("/a")); }),
+  EXPECT_EQ(DebugOutput(1, [this] { http_.Get(server_.Url("/a")); }),
             "DEBUG: GET Request: " + server_.Url("/a") + "\n");
-  EXPECT_EQ(DebugOutput(1, [this] { HttpPost(server_.Url("/a"), Json::Value("x")); }),
+  EXPECT_EQ(DebugOutput(1, [this] { http_.Post(server_.Url("/a"), Json::Value("x")); }),
             "DEBUG: Post Request: " + server_.Url("/a") + "\n");
 }
 
 TEST_F(Request, ShowsAGetAtDebugLevel2) {
   server_.On("GET /a", HttpReply::Text(200, "body %s %n"));
-  EXPECT_EQ(DebugOutput(2, [this] { HttpGet(server_.Url("/a")); }),
+  EXPECT_EQ(DebugOutput(2, [this] { http_.Get(server_.Url("/a")); }),
             "DEBUG: szUserAgent: [kova/1 test]\nDEBUG: GET Request: " + server_.Url("/a") +
                 "\nDEBUG: Curl Reply: [200] Header: [HTTP/1.1 200 OK\r\nContent-Length: 10\r\n"
                 "Connection: close\r\n\r\n] Body: [body %s %n]\n");
@@ -207,7 +207,7 @@ TEST_F(Request, ShowsAPostAtDebugLevel2) {
   server_.On("POST /a", HttpReply::Text(201, "done"));
   Json::Value json;
   json["a"] = "b%n";
-  EXPECT_EQ(DebugOutput(2, [&] { HttpPost(server_.Url("/a"), json); }),
+  EXPECT_EQ(DebugOutput(2, [&] { http_.Post(server_.Url("/a"), json); }),
             "DEBUG: szUserAgent: [kova/1 test]\nDEBUG: Post Request: " + server_.Url("/a") +
                 "\nDEBUG: Post value: {\n   \"a\" : \"b%n\"\n}\n\n"
                 "DEBUG: Curl Reply: [201] Header: [HTTP/1.1 201 Created\r\nContent-Length: 4\r\n"

@@ -55,6 +55,8 @@ class Tls : public testing::Test {
   }
   [[nodiscard]] static std::string ServerLog() { return Read("server.log"); }
 
+  HttpClient http_;
+
   static void Trust() { std::ofstream(kTrustStore, std::ios::app) << "\n" << Read("cert.pem"); }
 
  private:
@@ -78,7 +80,6 @@ class Tls : public testing::Test {
     ASSERT_NE(ServerLog().find("ACCEPT"), std::string::npos);
   }
 
-  HttpGlobal global_;
   int port_;
   pid_t server_ = -1;
   std::string trusted_before_;
@@ -86,14 +87,14 @@ class Tls : public testing::Test {
 
 TEST_F(Tls, BelievesACertificateOfTheTrustStore) {
   Trust();
-  const HttpResponse response = HttpGet(Url("localhost"));
+  const HttpResponse response = http_.Get(Url("localhost"));
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.body, "served");
 }
 
 TEST_F(Tls, OffersNothingNewerThanHttp11) {
   Trust();
-  HttpGet(Url("localhost"));
+  http_.Get(Url("localhost"));
   const std::string log = ServerLog();
   const size_t offer = log.find("\"application layer protocol negotiation\" (id=16), len=11\n");
   ASSERT_NE(offer, std::string::npos) << log;
@@ -101,13 +102,13 @@ TEST_F(Tls, OffersNothingNewerThanHttp11) {
 }
 
 TEST_F(Tls, DoesNotBelieveACertificateThatNobodyVouchesFor) {
-  EXPECT_THROW(HttpGet(Url("localhost")), SLError);
-  EXPECT_THROW(HttpPost(Url("localhost"), Json::Value("x")), SLError);
+  EXPECT_THROW(http_.Get(Url("localhost")), SLError);
+  EXPECT_THROW(http_.Post(Url("localhost"), Json::Value("x")), SLError);
 }
 
 TEST_F(Tls, DoesNotBelieveACertificateOfAnotherName) {
   Trust();
-  EXPECT_THROW(HttpGet(Url("127.0.0.1")), SLError);
+  EXPECT_THROW(http_.Get(Url("127.0.0.1")), SLError);
 }
 
 }  // namespace

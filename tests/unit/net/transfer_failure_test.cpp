@@ -36,11 +36,11 @@ class TransferFailure : public testing::Test {
     server_.Reset("POST /");
     server_.On("GET /", reply);
     server_.On("POST /", reply);
-    ExpectUnreachable([this] { HttpGet(server_.Url()); });
-    ExpectUnreachable([this] { HttpPost(server_.Url(), Json::Value("x")); });
+    ExpectUnreachable([this] { http_.Get(server_.Url()); });
+    ExpectUnreachable([this] { http_.Post(server_.Url(), Json::Value("x")); });
   }
 
-  HttpGlobal global_;
+  HttpClient http_;
   LoopbackServer server_;
 };
 
@@ -51,23 +51,23 @@ TEST_F(TransferFailure, NobodyListens) {
     port = gone.Port();
   }
   const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/";
-  ExpectUnreachable([&] { HttpGet(url); });
-  ExpectUnreachable([&] { HttpPost(url, Json::Value("x")); });
+  ExpectUnreachable([&] { http_.Get(url); });
+  ExpectUnreachable([&] { http_.Post(url, Json::Value("x")); });
 }
 
 TEST_F(TransferFailure, TheNameDoesNotResolve) {
-  ExpectUnreachable([] { HttpGet("http://nowhere.invalid/"); });
+  ExpectUnreachable([this] { http_.Get("http://nowhere.invalid/"); });
 }
 
 TEST_F(TransferFailure, TheUrlIsNone) {
   for (const char* url : {"", "nonsense url", "http://", "http://[", "//", "http://a\r\nb/"}) {
-    ExpectUnreachable([url] { HttpGet(url); });
+    ExpectUnreachable([&] { http_.Get(url); });
   }
 }
 
 TEST_F(TransferFailure, TheServerDoesNotSpeakTls) {
   ExpectUnreachable(
-      [this] { HttpGet("https://127.0.0.1:" + std::to_string(server_.Port()) + "/"); });
+      [this] { http_.Get("https://127.0.0.1:" + std::to_string(server_.Port()) + "/"); });
 }
 
 TEST_F(TransferFailure, TheConnectionIsDropped) { ExpectUnreachableAfter(HttpReply::Drop()); }
@@ -89,7 +89,7 @@ TEST_F(TransferFailure, TheReplyIsGarbage) {
 
 TEST_F(TransferFailure, TheBodyIsLargerThanWeHold) {
   server_.On("GET /", HttpReply::Text(200, std::string(kMaximumBody, 'x')));
-  EXPECT_EQ(HttpGet(server_.Url()).body.size(), kMaximumBody);
+  EXPECT_EQ(http_.Get(server_.Url()).body.size(), kMaximumBody);
   ExpectUnreachableAfter(HttpReply::Text(200, std::string(kMaximumBody + 1, 'x')));
 }
 
@@ -117,7 +117,7 @@ TEST_F(TransferFailure, WeHoldNoMoreThanALimitOfHeaderAndBody) {
     EXPECT_FALSE(body.Take("b"));
     return CURLE_OK;
   });
-  const HttpResponse response = HttpGet(server_.Url());
+  const HttpResponse response = http_.Get(server_.Url());
   EXPECT_EQ(response.header, std::string(kMaximumHeader, 'h'));
   EXPECT_EQ(response.body, std::string(kMaximumBody, 'b'));
 }
@@ -129,7 +129,7 @@ TEST_F(TransferFailure, TheRedirectionsNeverEnd) {
 TEST_F(TransferFailure, TheUrlIsOfAnotherProtocol) {
   for (const char* url : {"file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/",
                           "dict://127.0.0.1/", "scp://127.0.0.1/etc/passwd"}) {
-    ExpectUnreachable([url] { HttpGet(url); });
+    ExpectUnreachable([&] { http_.Get(url); });
   }
 }
 

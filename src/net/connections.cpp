@@ -1,0 +1,41 @@
+#include "net/connections.h"
+
+#include "net/sigpipe_ignored.h"
+
+namespace kova {
+namespace {
+
+constexpr int kLongestPauseMs = 1000;
+
+}  // namespace
+
+Connections::Connections() : multi_(curl_multi_init()) {}
+
+// The farewell to a server that is gone already must not end the process.
+Connections::~Connections() {
+  const SigpipeIgnored ignored;
+  multi_.reset();
+}
+
+CURLcode Connections::Run(CURL* handle) {
+  if (curl_multi_add_handle(multi_.get(), handle) != CURLM_OK) return CURLE_FAILED_INIT;
+  const CURLcode result = Drive();
+  curl_multi_remove_handle(multi_.get(), handle);
+  return result;
+}
+
+CURLcode Connections::Drive() {
+  int running = 1;
+  while (true) {
+    if (curl_multi_perform(multi_.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
+    if (running == 0) break;
+    if (curl_multi_poll(multi_.get(), nullptr, 0, kLongestPauseMs, nullptr) != CURLM_OK) {
+      return CURLE_FAILED_INIT;
+    }
+  }
+  int left = 0;
+  const CURLMsg* message = curl_multi_info_read(multi_.get(), &left);
+  return message == nullptr ? CURLE_FAILED_INIT : message->data.result;
+}
+
+}  // namespace kova
