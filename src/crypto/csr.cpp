@@ -4,13 +4,45 @@
 #include <openssl/rsa.h>
 
 #include <algorithm>
+#include <array>
 
 #include "crypto/openssl_ptr.h"
 
 namespace kova {
 namespace {
 
-constexpr int kKeyBits = 2048;
+struct KeyKind {
+  KeyType type;
+  const char* name;
+  size_t rsa_bits;            // 0 for an elliptic curve
+  const char* curve;          // null for RSA
+  const EVP_MD* (*digest)();  // of the request's signature
+};
+constexpr std::array<KeyKind, 5> kKinds{{
+    {KeyType::kRsa2048, "rsa2048", 2048, nullptr, EVP_sha256},
+    {KeyType::kRsa3072, "rsa3072", 3072, nullptr, EVP_sha256},
+    {KeyType::kRsa4096, "rsa4096", 4096, nullptr, EVP_sha256},
+    {KeyType::kEc256, "ec256", 0, "P-256", EVP_sha256},
+    {KeyType::kEc384, "ec384", 0, "P-384", EVP_sha384},
+}};
+
+const KeyKind& KindOf(KeyType type) {
+  return *std::find_if(kKinds.begin(), kKinds.end(),
+                       [type](const KeyKind& kind) { return kind.type == type; });
+}
+
+EvpPkeyPtr MakeKey(const KeyKind& kind) {
+  return EvpPkeyPtr(kind.curve == nullptr ? EVP_RSA_gen(kind.rsa_bits) : EVP_EC_gen(kind.curve));
+}
+
+// RSA as PKCS#1, the form that every consumer of the archive reads.
+bool WriteKey(BIO& output, EVP_PKEY& key, const KeyKind& kind) {
+  if (kind.curve != nullptr) {
+    return PEM_write_bio_PrivateKey(&output, &key, nullptr, nullptr, 0, nullptr, nullptr) == 1;
+  }
+  return PEM_write_bio_PrivateKey_traditional(&output, &key, nullptr, nullptr, 0, nullptr,
+                                              nullptr) == 1;
+}
 
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, OpensslFree<X509_EXTENSION_free>>;
 struct ExtensionStackFree {
@@ -55,12 +87,13 @@ bool AddAlternativeNames(X509_REQ& request, const std::string& names) {
   return X509_REQ_add_extensions(&request, stack.get()) == 1;
 }
 
-X509ReqPtr MakeRequest(const std::vector<std::string>& domains, EVP_PKEY& pkey) {
+X509ReqPtr MakeRequest(const std::vector<std::string>& domains, EVP_PKEY& pkey,
+                       const EVP_MD* digest) {
   X509ReqPtr request(X509_REQ_new());
   if (!request || X509_REQ_set_pubkey(request.get(), &pkey) != 1 ||
       !SetCommonName(*request, domains.front()) ||
       !AddAlternativeNames(*request, AlternativeNames(domains)) ||
-      X509_REQ_sign(request.get(), &pkey, EVP_sha256()) <= 0) {
+      X509_REQ_sign(request.get(), &pkey, digest) <= 0) {
     return nullptr;
   }
   return request;
@@ -68,22 +101,28 @@ X509ReqPtr MakeRequest(const std::vector<std::string>& domains, EVP_PKEY& pkey) 
 
 }  // namespace
 
+std::optional<KeyType> ParseKeyType(const std::string& name) {
+  for (const KeyKind& kind : kKinds) {
+    if (name == kind.name) return kind.type;
+  }
+  return std::nullopt;
+}
+
+const char* NameOf(KeyType type) { return KindOf(type).name; }
+
 void GenerateCsr(const std::vector<std::string>& domains, std::string& request_pem,
-                 std::string& private_key_pem) {
+                 std::string& private_key_pem, KeyType type) {
   request_pem.clear();
   private_key_pem.clear();
   if (domains.empty() || !std::all_of(domains.begin(), domains.end(), IsSafeInText)) return;
-  const EvpPkeyPtr pkey(EVP_RSA_gen(kKeyBits));
+  const KeyKind& kind = KindOf(type);
+  const EvpPkeyPtr pkey = MakeKey(kind);
   if (!pkey) return;
-  const X509ReqPtr request = MakeRequest(domains, *pkey);
+  const X509ReqPtr request = MakeRequest(domains, *pkey, kind.digest());
   if (!request) return;
 
   const BioPtr key_text = MemoryBio();
-  // PKCS#1, the form that every consumer of the archive reads.
-  if (!key_text || PEM_write_bio_PrivateKey_traditional(key_text.get(), pkey.get(), nullptr,
-                                                        nullptr, 0, nullptr, nullptr) != 1) {
-    return;
-  }
+  if (!key_text || !WriteKey(*key_text, *pkey, kind)) return;
   private_key_pem = BioText(*key_text);
 
   const BioPtr request_text = MemoryBio();
