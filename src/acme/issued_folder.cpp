@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "base/archive_root.h"
 #include "base/files.h"
 #include "base/sl_error.h"
 #include "crypto/pem.h"

@@ -13,7 +13,7 @@
 #include <functional>
 
 #include "base/file_lock.h"
-#include "base/site.h"
+#include "base/log.h"
 
 namespace kova::cert_archive {
 

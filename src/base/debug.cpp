@@ -11,8 +11,9 @@
 namespace kova {
 namespace {
 
-int debug_level = 0;
-int debug_to_syslog = 0;
+// The command line and the settings switch every message of the process.
+int debug_level = 0;      // NOLINT(*-non-const-global-variables): see above
+int debug_to_syslog = 0;  // NOLINT(*-non-const-global-variables): see above
 
 [[gnu::format(printf, 1, 0)]] void Emit(const char* format, va_list args) {
   const int saved = errno;
@@ -22,11 +23,11 @@ int debug_to_syslog = 0;
     return;
   }
   HideProgress();
-  std::fputs("DEBUG: ", stdout);
-  errno = saved;  // for %m
-  std::vfprintf(stdout, format, args);
-  std::fputc('\n', stdout);
-  std::fflush(stdout);  // whoever waits for a slow step sees it, and an abnormal end loses nothing
+  (void)std::fputs("DEBUG: ", stdout);
+  (void)std::vfprintf(stdout, format, args);
+  (void)std::fputc('\n', stdout);
+  // Whoever waits for a slow step sees it, and an abnormal end loses nothing.
+  (void)std::fflush(stdout);
   errno = saved;
 }
 

@@ -8,6 +8,9 @@
 
 namespace kova {
 
+// The certificate archive: one folder per certificate below this one (docs/formats.md).
+inline constexpr char kArchiveRoot[] = "/usr/kova/etc/certificate/_archive";
+
 // The whole file, or an empty string when it cannot be opened.
 std::string ReadTextFile(const std::string& path);
 

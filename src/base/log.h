@@ -4,9 +4,16 @@
 
 #include <string>
 
-#include "base/site.h"
-
 namespace kova {
+
+// Where a message or an error comes from: a source-file tag and the line that names it.
+struct Site {
+  // Implicit on purpose: a call such as LogError(kTag, ...) captures the caller's line.
+  Site(const char* file, int at = __builtin_LINE()) : tag(file), line(at) {}  // NOLINT: see above
+
+  const char* tag;  // static storage
+  int line;
+};
 
 // LOG_ERR. `errno` is unchanged on return.
 [[gnu::format(printf, 2, 3)]] void LogError(Site site, const char* format, ...);

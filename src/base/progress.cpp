@@ -19,7 +19,7 @@ struct State {
   std::string stage;
   std::chrono::seconds waited{0};
 };
-State line;
+State line;  // NOLINT(*-non-const-global-variables): the process has one terminal
 
 // Names and stages may come from a server: nothing in them may reach the terminal as a control.
 std::string Printable(const std::string& text) {
@@ -44,8 +44,8 @@ void Draw() {
   const size_t width = Width();
   const size_t room = width - std::min(width, waited.size());  // a long name loses its end first
   const std::string text = (line.stage.substr(0, room) + waited).substr(0, width);
-  std::fprintf(stderr, "%s%s", kRewrite, text.c_str());
-  std::fflush(stderr);
+  (void)std::fprintf(stderr, "%s%s", kRewrite, text.c_str());
+  (void)std::fflush(stderr);
 }
 
 }  // namespace
@@ -66,7 +66,7 @@ void ShowStage(const std::string& name, const std::string& stage) {
 }
 
 void HideProgress() {
-  if (IsDrawn()) std::fputs(kRewrite, stderr);
+  if (IsDrawn()) (void)std::fputs(kRewrite, stderr);
 }
 
 void WaitVisibly(std::chrono::seconds duration) {

@@ -7,15 +7,15 @@
 
 namespace kova {
 
-SLError::SLError(int code_, std::string message_, std::string file_, int line_)
-    : code(code_), message(std::move(message_)), file(std::move(file_)), line(line_) {}
+SLError::SLError(int number, std::string text, std::string tag, int at)
+    : code(number), message(std::move(text)), file(std::move(tag)), line(at) {}
 
-SLError::SLError(int code_, const char* file_, int line_, const char* format, ...)
-    : code(code_), file(file_), line(line_) {
+SLError::SLError(int number, const char* tag, int at, const char* format, ...)
+    : code(number), file(tag), line(at) {
   std::array<char, 512> buffer{};
   va_list args;
   va_start(args, format);
-  std::vsnprintf(buffer.data(), buffer.size(), format, args);
+  (void)std::vsnprintf(buffer.data(), buffer.size(), format, args);
   va_end(args);
   message = buffer.data();
 }

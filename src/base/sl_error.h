@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "base/site.h"
+#include "base/log.h"
 
 namespace kova {
 
@@ -35,10 +35,10 @@ inline constexpr int kBadNonceFinalize = 205;  // finalize kept failing with a b
 class SLError {
  public:
   // `file` is a source-file tag without extension ("client_v2", "utils", ...).
-  SLError(int code_, std::string message_, std::string file_, int line_);
+  SLError(int number, std::string text, std::string tag, int at);
 
   // Formats the message; a result longer than 511 bytes is cut, never rejected.
-  [[gnu::format(printf, 5, 6)]] SLError(int code_, const char* file_, int line_, const char* format,
+  [[gnu::format(printf, 5, 6)]] SLError(int number, const char* tag, int at, const char* format,
                                         ...);
 
   // A text received from a server as the message. It is data: a "%" in it is printed as it is.

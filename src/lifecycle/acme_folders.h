@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "base/site.h"
+#include "base/log.h"
 
 namespace kova {
 

@@ -53,10 +53,15 @@ SyslogCapture::SyslogCapture()
 }
 
 SyslogCapture::~SyslogCapture() {
+  if (reader_.joinable()) HangUp();
+  closelog();
+}
+
+void SyslogCapture::HangUp() {
   stopping_ = true;
   reader_.join();
-  closelog();
   close(socket_);
+  socket_ = -1;
   unlink(kSocketPath);
 }
 

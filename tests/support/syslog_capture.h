@@ -32,6 +32,9 @@ class SyslogCapture {
   // Forgets what was received.
   void Clear();
 
+  // Stops listening, as a system log that ends: who is connected finds out with its next message.
+  void HangUp();
+
  private:
   void Drain();  // mutex_ held
 

@@ -1,9 +1,12 @@
 #include "base/debug.h"
 
 #include <gtest/gtest.h>
+#include <stdio_ext.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 #include "base/progress.h"
@@ -55,14 +58,29 @@ TEST_F(Debug, ShowsDetailsAtLevel2) {
   EXPECT_EQ(Output(), "DEBUG: step\nDEBUG: detail %n\n");
 }
 
-TEST_F(Debug, KeepsErrno) {
+TEST_F(Debug, KeepsErrnoWhenItsOutputFails) {
   SetDebugLevel(1);
-  errno = ENOENT;
-  DebugStep("step");
-  EXPECT_EQ(errno, ENOENT);
+  {
+    const test::FullDisk full(STDOUT_FILENO);
+    errno = EDOM;
+    DebugStep("step");
+    EXPECT_EQ(errno, EDOM);
+    ASSERT_NE(std::ferror(stdout), 0);
+    __fpurge(stdout);
+    std::clearerr(stdout);
+  }
+  EXPECT_EQ(Output(), "");
+}
+
+TEST_F(Debug, KeepsErrnoWhenTheLogHasEnded) {
+  SyslogCapture log;
+  SetDebugLevel(1);
   SetDebugToSyslog(1);
   DebugStep("step");
-  EXPECT_EQ(errno, ENOENT);
+  log.HangUp();
+  errno = EDOM;
+  DebugStep("step");
+  EXPECT_EQ(errno, EDOM);
 }
 
 TEST_F(Debug, GoesToSyslogWithoutPrefixWhenAsked) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "base/sl_error.h"
 #include "failing_glob.h"
@@ -15,6 +16,7 @@
 namespace {
 
 bool fchmod_fails = false;
+int fsync_error = 0;
 
 }  // namespace
 
@@ -23,6 +25,13 @@ int __real_fchmod(int file, mode_t mode);   // NOLINT
 int __wrap_fchmod(int file, mode_t mode) {  // NOLINT
   if (!fchmod_fails) return __real_fchmod(file, mode);
   errno = EPERM;
+  return -1;
+}
+
+int __real_fsync(int file);   // NOLINT
+int __wrap_fsync(int file) {  // NOLINT
+  if (fsync_error == 0) return __real_fsync(file);
+  errno = fsync_error;
   return -1;
 }
 }
@@ -42,6 +51,7 @@ class Files : public testing::Test {
   ~Files() override {
     forced_glob_result = 0;
     fchmod_fails = false;
+    fsync_error = 0;
   }
 
   static void Put(const std::string& path, const std::string& content) {
@@ -163,6 +173,22 @@ TEST_F(Files, WriteTextFileLeavesTheOldFileWhenTheDiskIsFull) {
   EXPECT_EQ(ReadTextFile(path_), "old");
   EXPECT_EQ(Names(), std::vector<std::string>{"file"});
   umount(folder_.c_str());
+}
+
+TEST_F(Files, WriteTextFileNamesWhatKeepsDataFromTheDisk) {
+  WriteTextFile(path_, "old", 0600);
+  const std::string named = "202 utils: Failed to write " + path_ + ": ";
+  const std::vector<std::pair<int, std::string>> errors = {
+      {ENOSPC, named + "No space left on device"}, {EDQUOT, named + "Disk quota exceeded"},
+      {EIO, named + "Input/output error"},         {EFBIG, named + "File too large"},
+      {EPERM, "202 utils: Failed to chmod."},      {EROFS, "202 utils: Failed to chmod."},
+  };
+  for (const auto& [error, message] : errors) {
+    fsync_error = error;
+    EXPECT_EQ(WriteError(path_, "new", 0600), message);
+    EXPECT_EQ(ReadTextFile(path_), "old");
+    EXPECT_EQ(Names(), std::vector<std::string>{"file"});
+  }
 }
 
 }  // namespace

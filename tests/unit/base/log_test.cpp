@@ -30,11 +30,20 @@ TEST(LogError, TakesAnotherSite) {
   EXPECT_EQ(log.Messages().at(0).text, "utils.cpp:57 text");
 }
 
-TEST(LogError, KeepsErrno) {
+// What errno is after a message to a log that ended since the message before.
+template <class Log>
+int ErrnoAfter(Log write) {
   SyslogCapture log;
-  errno = ENOENT;
-  LogError("utils", "text");
-  EXPECT_EQ(errno, ENOENT);
+  write();
+  log.HangUp();
+  errno = EDOM;
+  write();
+  return errno;
+}
+
+TEST(LogError, KeepsErrnoWhenTheLogHasEnded) {
+  EXPECT_EQ(ErrnoAfter([] { LogError("utils", "text"); }), EDOM);
+  EXPECT_EQ(ErrnoAfter([] { LogDebugPriority("utils", "text"); }), EDOM);
 }
 
 TEST(LogError, PrintsArgumentsLiterally) {

@@ -47,4 +47,19 @@ void Terminal::End() {
   kept_ = -1;
 }
 
+FullDisk::FullDisk(int descriptor) : descriptor_(descriptor), kept_(dup(descriptor)) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  if (full < 0) {
+    std::perror("/dev/full");
+    std::abort();
+  }
+  dup2(full, descriptor);
+  close(full);
+}
+
+FullDisk::~FullDisk() {
+  dup2(kept_, descriptor_);
+  close(kept_);
+}
+
 }  // namespace kova::test

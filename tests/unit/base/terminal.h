@@ -1,4 +1,4 @@
-// A terminal as standard error.
+// A terminal as standard error; outputs that cannot be written to.
 #pragma once
 
 #include <string>
@@ -22,6 +22,19 @@ class Terminal {
  private:
   int kept_;  // the real standard error
   int master_ = -1;
+};
+
+// Puts a full disk in the place of a descriptor, so that writing to it fails.
+class FullDisk {
+ public:
+  explicit FullDisk(int descriptor);
+  ~FullDisk();
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  int descriptor_;
+  int kept_;
 };
 
 }  // namespace kova::test
