@@ -88,7 +88,7 @@ def test_an_arrow_that_is_drawn_upwards_fails(copy):
 
 
 def test_rooms_that_stand_on_each_other_fail(copy):
-    change_document(copy, "`rsa.h`, `csr.h` | base |", "`rsa.h`, `csr.h` | base, net |")
+    change_document(copy, "`certificate.h` | base |", "`certificate.h` | base, net |")
     change_document(copy, "`client_network.h` | base |", "`client_network.h` | base, crypto |")
     status, lines = check(copy)
     assert status == 1
