@@ -1,5 +1,14 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "base/sl_error.h"
 #include "curl_watch.h"
@@ -28,6 +37,50 @@ void ExpectUnreachable(Action action) {
     EXPECT_EQ(error.file, "client_network");
   }
 }
+
+// Whether anybody came: counts connections and closes each at once.
+class Doorbell {
+ public:
+  Doorbell() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(listen(listener_, 5), 0);
+    EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    port_ = ntohs(address.sin_port);
+    thread_ = std::thread([this] {
+      for (int caller = 0; (caller = accept(listener_, nullptr, nullptr)) >= 0; close(caller)) {
+        ++rings_;
+      }
+    });
+  }
+  ~Doorbell() {
+    shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    close(listener_);
+  }
+  Doorbell(const Doorbell&) = delete;
+  Doorbell& operator=(const Doorbell&) = delete;
+
+  [[nodiscard]] int Rings() const { return rings_; }
+
+  // URLs that lead here by protocols that libcurl would speak.
+  [[nodiscard]] std::vector<std::string> ForeignUrls() const {
+    std::vector<std::string> urls;
+    for (const char* protocol : {"ftp", "gopher", "dict", "scp", "imap", "telnet"}) {
+      urls.push_back(std::string(protocol) + "://127.0.0.1:" + std::to_string(port_) + "/");
+    }
+    return urls;
+  }
+
+ private:
+  int listener_;
+  int port_ = 0;
+  std::atomic<int> rings_ = 0;
+  std::thread thread_;
+};
 
 class TransferFailure : public testing::Test {
  protected:
@@ -127,17 +180,19 @@ TEST_F(TransferFailure, TheRedirectionsNeverEnd) {
 }
 
 TEST_F(TransferFailure, TheUrlIsOfAnotherProtocol) {
-  for (const char* url : {"file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/",
-                          "dict://127.0.0.1/", "scp://127.0.0.1/etc/passwd"}) {
-    ExpectUnreachable([&] { http_.Get(url); });
-  }
+  const Doorbell door;
+  for (const std::string& url : door.ForeignUrls()) ExpectUnreachable([&] { http_.Get(url); });
+  ExpectUnreachable([&] { http_.Get("file:///etc/passwd"); });
+  EXPECT_EQ(door.Rings(), 0);
 }
 
 TEST_F(TransferFailure, TheServerRedirectsToAnotherProtocol) {
-  for (const char* url :
-       {"file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/", "dict://127.0.0.1/"}) {
+  const Doorbell door;
+  for (const std::string& url : door.ForeignUrls()) {
     ExpectUnreachableAfter(HttpReply::Redirect(302, url));
   }
+  ExpectUnreachableAfter(HttpReply::Redirect(302, "file:///etc/passwd"));
+  EXPECT_EQ(door.Rings(), 0);
 }
 
 }  // namespace
