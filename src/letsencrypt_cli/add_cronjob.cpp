@@ -1,5 +1,5 @@
 #include "lifecycle/acme_folders.h"
-#include "lifecycle/commands.h"
+#include "letsencrypt_cli/commands.h"
 #include "lifecycle/renewal_job.h"
 
 namespace kova {

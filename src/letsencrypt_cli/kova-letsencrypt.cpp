@@ -3,8 +3,8 @@
 #include <array>
 #include <cstring>
 
-#include "lifecycle/commands.h"
-#include "lifecycle/options.h"
+#include "letsencrypt_cli/commands.h"
+#include "letsencrypt_cli/options.h"
 #include "platform/process.h"
 
 namespace {

@@ -4,11 +4,11 @@
 #include "acme_v1/acme_v1.h"
 #include "base/progress.h"
 #include "base/settings.h"
-#include "lifecycle/commands.h"
-#include "lifecycle/domains.h"
+#include "letsencrypt_cli/commands.h"
+#include "lifecycle/names.h"
 #include "lifecycle/issue.h"
-#include "lifecycle/options.h"
-#include "lifecycle/outcome.h"
+#include "letsencrypt_cli/options.h"
+#include "lifecycle/failure.h"
 #include "lifecycle/renewal_job.h"
 
 namespace kova {

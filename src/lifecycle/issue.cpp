@@ -7,8 +7,8 @@
 #include "base/progress.h"
 #include "base/sl_error.h"
 #include "challenge/vendor_zone.h"
-#include "lifecycle/domains.h"
-#include "lifecycle/outcome.h"
+#include "lifecycle/names.h"
+#include "lifecycle/failure.h"
 
 namespace kova {
 namespace {

@@ -9,12 +9,12 @@
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/log.h"
-#include "lifecycle/commands.h"
+#include "letsencrypt_cli/commands.h"
 #include "lifecycle/issue.h"
-#include "lifecycle/options.h"
-#include "lifecycle/outcome.h"
+#include "letsencrypt_cli/options.h"
+#include "lifecycle/failure.h"
 #include "lifecycle/renewal_record.h"
-#include "lifecycle/utils.h"
+#include "lifecycle/renewal_files.h"
 #include "platform/files.h"
 
 namespace kova {

@@ -12,9 +12,9 @@
 #include "base/settings.h"
 #include "base/sl_error.h"
 #include "lifecycle/acme_folders.h"
-#include "lifecycle/commands.h"
-#include "lifecycle/options.h"
-#include "lifecycle/outcome.h"
+#include "letsencrypt_cli/commands.h"
+#include "letsencrypt_cli/options.h"
+#include "lifecycle/failure.h"
 #include "lifecycle/renewal_job.h"
 #include "lifecycle/renewal_record.h"
 

@@ -1,4 +1,4 @@
-#include "lifecycle/outcome.h"
+#include "lifecycle/failure.h"
 
 #include <cstdio>
 #include <exception>

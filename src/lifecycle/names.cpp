@@ -1,8 +1,8 @@
-#include "lifecycle/domains.h"
+#include "lifecycle/names.h"
 
 #include "base/debug.h"
 #include "base/sl_error.h"
-#include "lifecycle/utils.h"
+#include "lifecycle/renewal_files.h"
 
 namespace kova {
 

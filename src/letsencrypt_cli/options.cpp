@@ -1,4 +1,4 @@
-#include "lifecycle/options.h"
+#include "letsencrypt_cli/options.h"
 
 #include <getopt.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "lifecycle/utils.h"
+#include "lifecycle/renewal_files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
