@@ -2,6 +2,7 @@
 
 #include <syslog.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -23,6 +24,12 @@ void LogDebugPriority(Site site, const char* format, ...) {
   va_start(args, format);
   platform::SyslogLine(LOG_DEBUG, site.tag, site.line, format, args);
   va_end(args);
+}
+
+std::string OnOneLine(std::string text) {
+  const auto is_control = [](unsigned char c) { return c < ' ' || c == 0x7f; };
+  std::replace_if(text.begin(), text.end(), is_control, ' ');
+  return text;
 }
 
 std::string ErrorTriple() {

@@ -21,6 +21,10 @@ struct Site {
 // LOG_DEBUG, for the few messages that are no failures.
 [[gnu::format(printf, 2, 3)]] void LogDebugPriority(Site site, const char* format, ...);
 
+// The text with a blank in the place of each control character: what comes from elsewhere must not
+// break a line of the log.
+std::string OnOneLine(std::string text);
+
 // "[0xCODE FILE:LINE]" of the platform call that failed last on this thread.
 std::string ErrorTriple();
 

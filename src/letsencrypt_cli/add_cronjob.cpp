@@ -1,4 +1,3 @@
-#include "lifecycle/acme_folders.h"
 #include "letsencrypt_cli/commands.h"
 #include "lifecycle/renewal_job.h"
 
@@ -6,7 +5,7 @@ namespace kova {
 
 // The arguments are ignored, and so is whether the job could be added.
 int AddCronjobCommand(int /*argc*/, char** /*argv*/) {
-  if (!ListAcmeFolders().empty()) AddRenewalJob();
+  AddRenewalJobWhenNeeded();
   return 0;
 }
 

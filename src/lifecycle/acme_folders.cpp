@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "acme/renewal_record.h"
 #include "archive/paths.h"
 #include "base/json.h"
 #include "base/log.h"
@@ -31,15 +32,19 @@ std::vector<std::string> ListCertificateIds(Site site) {
   return index.getMemberNames();
 }
 
+bool HasFolder(const Certificate& certificate, Site site) {
+  errno = 0;
+  if (KLIBCFileCheckDir(certificate.folder)) return true;
+  LogError(site, "Folder not exist. [%s][%s]", std::strerror(errno), certificate.folder.c_str());
+  return false;
+}
+
 std::set<std::string> ListAcmeFolders() {
   std::set<std::string> folders;
   for (const std::string& id : ListCertificateIds(kTag)) {
-    const std::string folder = cert_archive::CertificateFolder(id);
-    errno = 0;
-    if (!KLIBCFileCheckDir(folder)) {
-      LogError(kTag, "Folder not exist. [%s][%s]", std::strerror(errno), folder.c_str());
-    } else if (KLIBCFileExist(folder + "/renew.json")) {
-      folders.insert(folder);
+    const Certificate certificate = Certificate::OfId(id);
+    if (HasFolder(certificate, kTag) && KLIBCFileExist(RenewalRecordPath(certificate.folder))) {
+      folders.insert(certificate.folder);
     }
   }
   return folders;

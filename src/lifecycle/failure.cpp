@@ -1,6 +1,5 @@
 #include "lifecycle/failure.h"
 
-#include <cstdio>
 #include <exception>
 
 #include "base/json.h"
@@ -20,13 +19,10 @@ std::string ErrorToJson(const SLError& error) {
   return JsonFastText(document);
 }
 
-void PrintFailure(const SLError& error) { std::fputs(ErrorToJson(error).c_str(), stdout); }
-
-void PrintSuccess(const char* name, const std::string& value) {
-  Json::Value document(Json::objectValue);
-  document["error"] = 0;
-  document[name] = value;
-  std::fputs(JsonStyledText(document).c_str(), stdout);
+std::string ErrorToLine(const SLError& error) {
+  std::string text = ErrorToJson(error);
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  return text;
 }
 
 std::optional<SLError> Capture(const std::function<void()>& work) {

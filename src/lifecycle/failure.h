@@ -1,4 +1,4 @@
-// What a command reports: one JSON document on standard output.
+// Failures on their way to whoever tells them.
 #pragma once
 
 #include <functional>
@@ -12,11 +12,8 @@ namespace kova {
 // {"error":CODE,"file":"TAG","msg":"MESSAGE"} and a line feed.
 std::string ErrorToJson(const SLError& error);
 
-// To standard output.
-void PrintFailure(const SLError& error);
-
-// Styled {"error": 0, NAME: VALUE} to standard output.
-void PrintSuccess(const char* name, const std::string& value);
+// The same without the line feed, which would break a line of the system log.
+std::string ErrorToLine(const SLError& error);
 
 // Runs `work`. What it throws comes back: an SLError as it is, another standard exception as code
 // 202 with its text, anything else as code 202 "Catch unknow exepction.".

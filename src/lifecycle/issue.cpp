@@ -1,14 +1,17 @@
 #include "lifecycle/issue.h"
 
-#include <vector>
+#include <array>
+#include <cstdio>
+#include <exception>
 
+#include "acme_v1/acme_v1.h"
 #include "acme_v2/client_v2.h"
 #include "base/log.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
 #include "challenge/vendor_zone.h"
-#include "lifecycle/names.h"
 #include "lifecycle/failure.h"
+#include "lifecycle/names.h"
 
 namespace kova {
 namespace {
@@ -47,52 +50,62 @@ void RequireProvable(const std::string& domain) {
   throw SLError(code::kNotKovaDdns, kTag, __LINE__, "%s is not Kova ddns", domain.c_str());
 }
 
-// A line feed at the end would break the line of the system log.
-std::string OneLine(std::string text) {
-  if (!text.empty() && text.back() == '\n') text.pop_back();
-  return text;
-}
-
 void LogFailedAttempt(const std::string& reason) {
   LogError(kTag, "Failed to do new authorization, may retry with another type. [%s]",
            reason.c_str());
 }
 
 // One order after the other until one gives a certificate or no challenge type is left.
-std::string IssueWithAnyType(AcmeV2Client& client, const std::vector<std::string>& domains,
-                             const std::string& certificate_id, int order_attempts) {
+std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
+                             int order_attempts) {
   AttemptBound bound(order_attempts);
   int last_code = code::kRefused;
   while (client.HasChallengeTypes()) {
     const size_t types = client.ChallengeTypeCount();
     try {
-      client.NewOrder(domains);
+      client.NewOrder(options.names);
       client.AuthorizeOrder();
-      return client.NewCertificate(domains, certificate_id);
+      return client.NewCertificate(options.names, options.certificate_id);
     } catch (const SLError& error) {
-      LogFailedAttempt(OneLine(ErrorToJson(error)));
+      LogFailedAttempt(ErrorToLine(error));
       last_code = error.code;
     } catch (const std::exception& error) {
-      LogFailedAttempt(error.what());
+      LogFailedAttempt(OnOneLine(error.what()));
     }
     if (!bound.Continue(client, client.ChallengeTypeCount() < types)) break;
   }
   throw Error(last_code, kTag, "Failed to new certificate.");
 }
 
+// No wildcard rule here, and no second challenge type: deliberate.
+std::string IssueWithEarlyProtocol(const IssueOptions& options) {
+  AnnounceAndValidate(options, [](const std::string&) {});
+  return IssueWithAcmeV1(options.server, options.names, options.contact, options.certificate_id);
+}
+
+SLError IncorrectVersion(const std::string& version) {
+  std::array<char, 1024> message{};
+  std::snprintf(message.data(), message.size(), "Incorrect version specify [%s]", version.c_str());
+  return Error(code::kLocal, kTag, message.data());
+}
+
 }  // namespace
 
-std::string IssueWithAcmeV2(const std::string& server, const std::string& domains_text,
-                            const std::string& email, const std::string& certificate_id,
-                            const Settings& settings) {
-  const std::vector<std::string> domains =
-      AnnounceDomains(domains_text, server, email, RequireProvable);
-  AcmeV2Client client(server, settings);
-  ShowStage("", "contacting " + server);
+std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& settings) {
+  AnnounceAndValidate(options, RequireProvable);
+  AcmeV2Client client(options.server, settings);
+  ShowStage("", "contacting " + options.server);
   client.SetupDirectory();
   client.NewNonce();
-  client.SetupAccount(email);
-  return IssueWithAnyType(client, domains, certificate_id, settings.order_attempts);
+  client.SetupAccount(options.contact);
+  return IssueWithAnyType(client, options, settings.order_attempts);
+}
+
+std::string Issue(const std::string& version, const IssueOptions& options,
+                  const Settings& settings) {
+  if (version == "1") return IssueWithEarlyProtocol(options);
+  if (version == "2") return IssueWithAcmeV2(options, settings);
+  throw IncorrectVersion(version);
 }
 
 }  // namespace kova

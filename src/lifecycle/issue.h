@@ -1,17 +1,19 @@
-// The issuing sequence of ACME v2.
+// Obtaining a certificate.
 #pragma once
 
 #include <string>
 
+#include "acme/issue_options.h"
 #include "base/settings.h"
 
 namespace kova {
 
-// Obtains a certificate for the ";"-separated `domains` and returns the archive folder that holds
-// it. Tries the challenge types in turn. Throws SLError; a domain of a single star throws
-// std::out_of_range.
-std::string IssueWithAcmeV2(const std::string& server, const std::string& domains,
-                            const std::string& email, const std::string& certificate_id,
-                            const Settings& settings);
+// Obtains a certificate through ACME v2 and returns the archive folder that holds it. Tries the
+// challenge types in turn. Throws SLError; a name of a single star throws std::out_of_range.
+std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& settings);
+
+// The same through that version of the protocol, "1" or "2". Any other is SLError 202.
+std::string Issue(const std::string& version, const IssueOptions& options,
+                  const Settings& settings);
 
 }  // namespace kova

@@ -2,95 +2,93 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "acme/account_store.h"
 #include "acme_v2/client_v2.h"
-#include "archive/paths.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/log.h"
-#include "letsencrypt_cli/commands.h"
-#include "lifecycle/issue.h"
-#include "letsencrypt_cli/options.h"
 #include "lifecycle/failure.h"
-#include "lifecycle/renewal_record.h"
+#include "lifecycle/issue.h"
+#include "lifecycle/names.h"
 #include "lifecycle/renewal_files.h"
+#include "lifecycle/renewal_record.h"
 #include "platform/files.h"
 
 namespace kova {
 namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
-constexpr int kRecordProblem = 1;
+
+// Of a renewal the names and the server are settled; the certificate's own folder is filled when
+// all is there.
+IssueOptions OptionsOf(const RenewalRecord& record) {
+  IssueOptions options;
+  options.server = record.server;
+  options.names = SplitDomainList(record.domains);
+  return options;
+}
 
 // A record of the early protocol: its server speaks it and is left behind for the settings' one.
-int MigrateToV2(const std::string& folder, const RenewalRecord& record, const Settings& settings) {
+bool MigrateToV2(const Certificate& certificate, const RenewalRecord& record,
+                 const Settings& settings) {
   Json::Value account;
-  if (!ReadAccountInfo(record.account, account)) return kRecordProblem;
-  const std::string fresh = IssueWithAcmeV2(settings.server, record.domains,
-                                            TextMember(account, "contact"), "", settings);
-  MoveRenewalFiles(fresh, folder);
+  if (!ReadAccountInfo(record.account, account)) return false;
+  IssueOptions options = OptionsOf(record);
+  options.server = settings.server;
+  options.contact = TextMember(account, "contact");
+  const std::string fresh = IssueWithAcmeV2(options, settings);
+  MoveRenewalFiles(fresh, certificate.folder);
   RemoveFolder(fresh);
-  return 0;
+  return true;
 }
 
 // A single attempt with the first challenge type; another type is not tried.
-int RenewV2(const std::string& folder, const RenewalRecord& record, const Settings& settings) {
-  DebugStep("start to renew [%s].", folder.c_str());
-  const std::vector<std::string> domains = SplitDomainList(record.domains);
-  if (domains.empty()) return 0;  // deliberately as good as renewed
+bool RenewWithV2(const Certificate& certificate, const RenewalRecord& record,
+                 const Settings& settings) {
+  DebugStep("start to renew [%s].", certificate.folder.c_str());
+  const IssueOptions options = OptionsOf(record);
+  if (options.names.empty()) return true;  // deliberately as good as renewed
   std::string fresh;
   {
-    AcmeV2Client client(record.server, settings);
+    AcmeV2Client client(options.server, settings);
     client.SetupDirectory();
     client.LoadAccount(record.account);
     client.NewNonce();
-    client.NewOrder(domains);
+    client.NewOrder(options.names);
     client.AuthorizeOrder();
-    fresh = client.NewCertificate(domains, "");
-    MoveRenewalFiles(fresh, folder);
-    DebugStep("renew success. [%s].", folder.c_str());
+    fresh = client.NewCertificate(options.names, options.certificate_id);
+    MoveRenewalFiles(fresh, certificate.folder);
+    DebugStep("renew success. [%s].", certificate.folder.c_str());
   }
   RemoveFolder(fresh);
-  return 0;
+  return true;
 }
 
-}  // namespace
-
-int RenewFolder(const std::string& folder, const Settings& settings) {
+// None, with a message, when the certificate cannot be renewed from what its folder holds.
+std::optional<RenewalRecord> UsableRecord(const std::string& folder) {
   const std::string path = RenewalRecordPath(folder);
   errno = 0;
   if (!KLIBCFileExist(path)) {
     LogError(kTag, "can not find renew.json. [%s][%s]", std::strerror(errno), path.c_str());
-    return kRecordProblem;
+    return std::nullopt;
   }
-  const std::optional<RenewalRecord> record = RecordOrMessage(folder);
-  if (!record) return kRecordProblem;
-  if (record->version != 1 && record->version != 2) {
-    LogWrongVersion(folder);
-    return kRecordProblem;
-  }
-  int result = 0;
-  const std::optional<SLError> failure = Capture([&] {
-    result = record->version == 1 ? MigrateToV2(folder, *record, settings)
-                                  : RenewV2(folder, *record, settings);
-  });
-  if (!failure) return result;
-  PrintFailure(*failure);
-  return failure->code;
+  return RecordOrMessage(folder);
 }
 
-int RenewCommand(int argc, char** argv) {
-  CommandOptions options;
-  if (!ParseOptions(argc, argv, "c:v::", options)) {
-    PrintUsage();
-    return 1;
-  }
-  const Settings settings = Settings::Read();
-  ApplyDebugSettings(settings);
-  if (RenewFolder(cert_archive::CertificateFolder(options.certificate_id), settings) != 0) return 1;
-  PrintSuccess("id", options.certificate_id);
-  return 0;
+}  // namespace
+
+RenewalOutcome Renew(const Certificate& certificate, const Settings& settings) {
+  const std::optional<RenewalRecord> record = UsableRecord(certificate.folder);
+  if (!record) return {};
+  RenewalOutcome outcome;
+  outcome.failure = Capture([&] {
+    outcome.renewed = record->version == 1 ? MigrateToV2(certificate, *record, settings)
+                                           : RenewWithV2(certificate, *record, settings);
+  });
+  return outcome;
 }
 
 }  // namespace kova

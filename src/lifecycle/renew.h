@@ -1,15 +1,21 @@
 // The single renewal.
 #pragma once
 
-#include <string>
+#include <optional>
 
 #include "base/settings.h"
+#include "base/sl_error.h"
+#include "lifecycle/certificate.h"
 
 namespace kova {
 
-// Issues the certificate of an archive folder afresh through ACME v2, from its renewal record, and
-// moves the new files over the old ones. 0 on success; 1 for a problem with the record (system log
-// only); the error's code, its failure document printed, otherwise. Never throws.
-int RenewFolder(const std::string& folder, const Settings& settings);
+struct RenewalOutcome {
+  bool renewed = false;
+  std::optional<SLError> failure;  // none for a problem with the record: the log alone tells that
+};
+
+// Issues the certificate afresh through ACME v2, from its renewal record, and moves the new files
+// over the old ones. Never throws.
+[[nodiscard]] RenewalOutcome Renew(const Certificate& certificate, const Settings& settings);
 
 }  // namespace kova

@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include "base/log.h"
+#include "lifecycle/acme_folders.h"
 #include "platform/crond.h"
 
 namespace kova {
@@ -34,6 +35,14 @@ bool RemoveRenewalJob() {
   if (!manager.Exist() || manager.Remove()) return true;
   LogError(kTag, "Failed to remove the renewal job.%s", ErrorTriple().c_str());
   return false;
+}
+
+void AddRenewalJobWhenNeeded() {
+  if (!ListAcmeFolders().empty()) AddRenewalJob();
+}
+
+void RemoveRenewalJobWhenUnused() {
+  if (ListAcmeFolders().empty()) RemoveRenewalJob();
 }
 
 }  // namespace kova

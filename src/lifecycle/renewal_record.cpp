@@ -13,7 +13,9 @@ std::optional<RenewalRecord> RecordOrMessage(const std::string& folder) {
   RenewalRecord record;
   switch (ReadRenewalRecord(folder, record)) {
     case RecordProblem::kNone:
-      return record;
+      if (record.version == 1 || record.version == 2) return record;
+      LogError(kTag, "renew version seems to be wrong. [%s]", folder.c_str());
+      break;
     case RecordProblem::kNotJson:
       LogError(kTag, "renew info is not json. [%s]", folder.c_str());
       break;
@@ -22,10 +24,6 @@ std::optional<RenewalRecord> RecordOrMessage(const std::string& folder) {
       break;
   }
   return std::nullopt;
-}
-
-void LogWrongVersion(const std::string& folder) {
-  LogError(kTag, "renew version seems to be wrong. [%s]", folder.c_str());
 }
 
 }  // namespace kova

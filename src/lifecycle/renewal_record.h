@@ -1,4 +1,4 @@
-// The renewal record (renew.json) of a certificate folder, as the drivers read it.
+// The renewal record (renew.json) of a certificate folder, as the flows read it.
 #pragma once
 
 #include <optional>
@@ -8,11 +8,8 @@
 
 namespace kova {
 
-// The record of the folder, whose file exists. None, with a message, when it is not JSON or lacks
-// one of the four members.
+// The record of the folder, whose file exists. None, with a message, when it is not JSON, lacks one
+// of the four members, or is of another version than 1 and 2.
 std::optional<RenewalRecord> RecordOrMessage(const std::string& folder);
-
-// Says that the record's version is neither 1 nor 2.
-void LogWrongVersion(const std::string& folder);
 
 }  // namespace kova

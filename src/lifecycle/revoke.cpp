@@ -1,3 +1,5 @@
+#include "lifecycle/revoke.h"
+
 #include <unistd.h>
 
 #include <exception>
@@ -6,16 +8,9 @@
 
 #include "acme_v1/acme_v1.h"
 #include "acme_v2/client_v2.h"
-#include "archive/paths.h"
 #include "base/debug.h"
 #include "base/log.h"
-#include "base/settings.h"
 #include "base/sl_error.h"
-#include "lifecycle/acme_folders.h"
-#include "letsencrypt_cli/commands.h"
-#include "letsencrypt_cli/options.h"
-#include "lifecycle/failure.h"
-#include "lifecycle/renewal_job.h"
 #include "lifecycle/renewal_record.h"
 
 namespace kova {
@@ -33,7 +28,8 @@ void RevokeWithV2(const std::string& folder, const RenewalRecord& record,
   client.RevokeCertificate(folder);
 }
 
-void Revoke(const std::string& folder, const RenewalRecord& record, const Settings& settings) {
+void RevokeByRecord(const std::string& folder, const RenewalRecord& record,
+                    const Settings& settings) {
   if (record.version == 1) {
     RevokeWithAcmeV1(record.server, record.account, folder);
   } else {
@@ -42,12 +38,13 @@ void Revoke(const std::string& folder, const RenewalRecord& record, const Settin
 }
 
 void LogFailure(const std::string& folder, const std::string& reason) {
-  LogError(kTag, "revoke failed. [%s][%s]", folder.c_str(), reason.c_str());
+  LogError(kTag, "revoke failed. [%s][%s]", folder.c_str(), OnOneLine(reason).c_str());
 }
 
-// Problems with the record are only logged. What the clients throw ends the process on purpose, so
-// the system log alone can say what it was.
-void RevokeFolder(const std::string& folder, const Settings& settings) {
+}  // namespace
+
+void Revoke(const Certificate& certificate, const Settings& settings) {
+  const std::string& folder = certificate.folder;
   const std::string path = RenewalRecordPath(folder);
   if (access(path.c_str(), F_OK) != 0) {
     LogError(kTag, "renew json not exist. [%s]", path.c_str());
@@ -55,12 +52,8 @@ void RevokeFolder(const std::string& folder, const Settings& settings) {
   }
   const std::optional<RenewalRecord> record = RecordOrMessage(folder);
   if (!record) return;
-  if (record->version != 1 && record->version != 2) {
-    LogWrongVersion(folder);
-    return;
-  }
   try {
-    Revoke(folder, *record, settings);
+    RevokeByRecord(folder, *record, settings);
   } catch (const SLError& error) {
     LogFailure(folder, error.message);
     throw;
@@ -69,24 +62,6 @@ void RevokeFolder(const std::string& folder, const Settings& settings) {
     throw;
   }
   DebugStep("revoke success. [%s].", folder.c_str());
-}
-
-}  // namespace
-
-int RevokeCommand(int argc, char** argv) {
-  CommandOptions options;
-  if (!ParseOptions(argc, argv, "c:v::", options) || options.certificate_id.empty()) {
-    PrintUsage();
-    return 1;
-  }
-  const Settings settings = Settings::Read();
-  ApplyDebugSettings(settings);
-  DebugStep("revoke certificate. [%s].", options.certificate_id.c_str());
-  const std::string folder = cert_archive::CertificateFolder(options.certificate_id);
-  RevokeFolder(folder, settings);
-  PrintSuccess("cert_path", folder);
-  if (ListAcmeFolders().empty()) RemoveRenewalJob();
-  return 0;
 }
 
 }  // namespace kova

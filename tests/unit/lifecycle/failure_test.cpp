@@ -7,30 +7,19 @@
 namespace kova {
 namespace {
 
-TEST(OutcomeTest, AnErrorIsOneLineOfJsonWithoutItsLineNumber) {
+TEST(FailureTest, AnErrorIsOneLineOfJsonWithoutItsLineNumber) {
   EXPECT_EQ(ErrorToJson(SLError(106, "no valid domain name", "kova-letsencrypt", 7)),
             "{\"error\":106,\"file\":\"kova-letsencrypt\",\"msg\":\"no valid domain name\"}\n");
 }
 
-TEST(OutcomeTest, TextsOfServersStayOnOneLine) {
+TEST(FailureTest, TextsOfServersStayOnOneLine) {
   EXPECT_EQ(ErrorToJson(SLError(200, "a\n\"b\"", "client_v2", 1)),
             "{\"error\":200,\"file\":\"client_v2\",\"msg\":\"a\\n\\\"b\\\"\"}\n");
 }
 
-TEST(OutcomeTest, AFailureIsPrintedOnce) {
-  testing::internal::CaptureStdout();
-  PrintFailure(SLError(102, "x", "utils", 1));
-  std::fflush(stdout);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "{\"error\":102,\"file\":\"utils\",\"msg\":\"x\"}\n");
-}
-
-TEST(OutcomeTest, ASuccessIsStyled) {
-  testing::internal::CaptureStdout();
-  PrintSuccess("cert_path", "/a/b");
-  std::fflush(stdout);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "{\n   \"cert_path\" : \"/a/b\",\n   \"error\" : 0\n}\n");
+TEST(FailureTest, ALineOfTheLogHasNoLineFeed) {
+  EXPECT_EQ(ErrorToLine(SLError(200, "a\n", "client_v2", 1)),
+            "{\"error\":200,\"file\":\"client_v2\",\"msg\":\"a\\n\"}");
 }
 
 void ExpectCaptured(const std::function<void()>& work, int code, const std::string& message,

@@ -1,6 +1,5 @@
 #include "lifecycle/renewal_files.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,31 +14,9 @@ namespace kova {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kFiles[] = {"cert.pem", "chain.pem", "fullchain.pem", "privkey.pem",
                                   "renew.json"};
-
-TEST(SplitDomainListTest, PiecesAreTrimmedAndEmptyOnesDropped) {
-  EXPECT_THAT(SplitDomainList(" a.example ;;b.example "), ElementsAre("a.example", "b.example"));
-  EXPECT_THAT(SplitDomainList("a.example; ;b.example;"), ElementsAre("a.example", "b.example"));
-  EXPECT_THAT(SplitDomainList("\t\n\v\f\r a\tb \r"), ElementsAre("a\tb"));
-}
-
-TEST(SplitDomainListTest, OrderAndDuplicatesAreKept) {
-  EXPECT_THAT(SplitDomainList("b;a;b"), ElementsAre("b", "a", "b"));
-}
-
-TEST(SplitDomainListTest, NothingIsLeftOfSeparatorsAndBlanks) {
-  EXPECT_THAT(SplitDomainList(""), IsEmpty());
-  EXPECT_THAT(SplitDomainList(";"), IsEmpty());
-  EXPECT_THAT(SplitDomainList(" ; ;\n"), IsEmpty());
-}
-
-TEST(SplitDomainListTest, TheSeparatorIsTheCallers) {
-  EXPECT_THAT(SplitDomainList("a;b,c", ','), ElementsAre("a;b", "c"));
-}
 
 class RenewalFilesTest : public testing::Test {
  protected:

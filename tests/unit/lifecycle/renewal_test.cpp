@@ -41,10 +41,17 @@ TEST_F(RenewalRecordTest, ItsFourMembersAreRead) {
   EXPECT_EQ(record->version, 2);
 }
 
-TEST_F(RenewalRecordTest, AVersionOfAnotherTypeIsNone) {
-  const auto record = Read(R"({"server":"s","domains":"a","account":"f","version":"2"})");
-  ASSERT_TRUE(record.has_value());
-  EXPECT_EQ(record->version, 0);
+TEST_F(RenewalRecordTest, AVersionThatIsNeitherOneNorTwoIsLogged) {
+  for (const char* version : {"\"2\"", "0", "3", "-1", "null", "[2]", "2.5"}) {
+    syslog_.Clear();
+    EXPECT_FALSE(
+        Read(std::string(R"({"server":"s","domains":"a","account":"f","version":)") + version + "}")
+            .has_value())
+        << version;
+    EXPECT_THAT(
+        syslog_.Texts(),
+        ElementsAre("kova-letsencrypt:# renew version seems to be wrong. [" + kFolder + "]"));
+  }
 }
 
 TEST_F(RenewalRecordTest, WhatIsNoObjectIsLogged) {

@@ -1,0 +1,25 @@
+#include "lifecycle/renew.h"
+
+#include "letsencrypt_cli/commands.h"
+#include "letsencrypt_cli/options.h"
+#include "letsencrypt_cli/outcome.h"
+
+namespace kova {
+
+// An empty id is not refused here: it has no renewal record.
+int RenewCommand(int argc, char** argv) {
+  CommandOptions given;
+  if (!ParseOptions(argc, argv, "c:v::", given)) {
+    PrintUsage();
+    return 1;
+  }
+  const Settings settings = Settings::Read();
+  ApplyDebugSettings(settings);
+  const RenewalOutcome outcome = Renew(Certificate::OfId(given.certificate_id), settings);
+  if (outcome.failure) PrintFailure(*outcome.failure);
+  if (!outcome.renewed) return 1;
+  PrintSuccess("id", given.certificate_id);
+  return 0;
+}
+
+}  // namespace kova

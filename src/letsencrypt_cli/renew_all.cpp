@@ -1,0 +1,21 @@
+#include "lifecycle/renew_all.h"
+
+#include "letsencrypt_cli/commands.h"
+#include "letsencrypt_cli/options.h"
+#include "letsencrypt_cli/outcome.h"
+
+namespace kova {
+
+int RenewAllCommand(int argc, char** argv) {
+  CommandOptions given;
+  if (!ParseOptions(argc, argv, "v::", given)) {
+    PrintUsage();
+    return 1;
+  }
+  const Settings settings = Settings::Read();
+  ApplyDebugSettings(settings);
+  RenewAll(settings, PrintFailure);
+  return 0;
+}
+
+}  // namespace kova
