@@ -15,7 +15,7 @@ int RenewCommand(int argc, char** argv) {
   }
   const Settings settings = Settings::Read();
   ApplyDebugSettings(settings);
-  const RenewalOutcome outcome = Renew(Certificate::OfId(given.certificate_id), settings);
+  const RenewalOutcome outcome = Renew(ArchivedCertificate::OfId(given.certificate_id), settings);
   if (outcome.failure) PrintFailure(*outcome.failure);
   if (!outcome.renewed) return 1;
   PrintSuccess("id", given.certificate_id);

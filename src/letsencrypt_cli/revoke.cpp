@@ -18,7 +18,7 @@ int RevokeCommand(int argc, char** argv) {
   const Settings settings = Settings::Read();
   ApplyDebugSettings(settings);
   DebugStep("revoke certificate. [%s].", given.certificate_id.c_str());
-  const Certificate certificate = Certificate::OfId(given.certificate_id);
+  const ArchivedCertificate certificate = ArchivedCertificate::OfId(given.certificate_id);
   Revoke(certificate, settings);
   PrintSuccess("cert_path", certificate.folder);
   RemoveRenewalJobWhenUnused();

@@ -32,7 +32,7 @@ std::vector<std::string> ListCertificateIds(Site site) {
   return index.getMemberNames();
 }
 
-bool HasFolder(const Certificate& certificate, Site site) {
+bool HasFolder(const ArchivedCertificate& certificate, Site site) {
   errno = 0;
   if (KLIBCFileCheckDir(certificate.folder)) return true;
   LogError(site, "Folder not exist. [%s][%s]", std::strerror(errno), certificate.folder.c_str());
@@ -42,7 +42,7 @@ bool HasFolder(const Certificate& certificate, Site site) {
 std::set<std::string> ListAcmeFolders() {
   std::set<std::string> folders;
   for (const std::string& id : ListCertificateIds(kTag)) {
-    const Certificate certificate = Certificate::OfId(id);
+    const ArchivedCertificate certificate = ArchivedCertificate::OfId(id);
     if (HasFolder(certificate, kTag) && KLIBCFileExist(RenewalRecordPath(certificate.folder))) {
       folders.insert(certificate.folder);
     }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/log.h"
-#include "lifecycle/certificate.h"
+#include "lifecycle/archived_certificate.h"
 
 namespace kova {
 
@@ -14,7 +14,7 @@ namespace kova {
 std::vector<std::string> ListCertificateIds(Site site);
 
 // True when the certificate's folder is there; false with a message from `site`.
-[[nodiscard]] bool HasFolder(const Certificate& certificate, Site site);
+[[nodiscard]] bool HasFolder(const ArchivedCertificate& certificate, Site site);
 
 // The folders of the index that hold a renewal record.
 std::set<std::string> ListAcmeFolders();

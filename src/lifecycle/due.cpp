@@ -51,12 +51,12 @@ bool IsDue(const std::string& folder, int lead_days) {
 
 }  // namespace
 
-std::vector<Certificate> DueCertificates(const Settings& settings) {
+std::vector<ArchivedCertificate> DueCertificates(const Settings& settings) {
   const std::vector<std::string> ids = ListCertificateIds(kTag);
   const int lead_days = LeadDays(settings);
-  std::vector<Certificate> due;
+  std::vector<ArchivedCertificate> due;
   for (const std::string& id : ids) {
-    const Certificate certificate = Certificate::OfId(id);
+    const ArchivedCertificate certificate = ArchivedCertificate::OfId(id);
     if (HasFolder(certificate, kTag) && IsDue(certificate.folder, lead_days)) {
       due.push_back(certificate);
     }

@@ -4,12 +4,12 @@
 #include <vector>
 
 #include "base/settings.h"
-#include "lifecycle/certificate.h"
+#include "lifecycle/archived_certificate.h"
 
 namespace kova {
 
 // The certificates of the index that are due, in the order of their ids. What stands in the way of
 // looking at one is logged, and that one left out.
-std::vector<Certificate> DueCertificates(const Settings& settings);
+std::vector<ArchivedCertificate> DueCertificates(const Settings& settings);
 
 }  // namespace kova

@@ -32,7 +32,7 @@ IssueOptions OptionsOf(const RenewalRecord& record) {
 }
 
 // A record of the early protocol: its server speaks it and is left behind for the settings' one.
-bool MigrateToV2(const Certificate& certificate, const RenewalRecord& record,
+bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
                  const Settings& settings) {
   Json::Value account;
   if (!ReadAccountInfo(record.account, account)) return false;
@@ -46,7 +46,7 @@ bool MigrateToV2(const Certificate& certificate, const RenewalRecord& record,
 }
 
 // A single attempt with the first challenge type; another type is not tried.
-bool RenewWithV2(const Certificate& certificate, const RenewalRecord& record,
+bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
                  const Settings& settings) {
   DebugStep("start to renew [%s].", certificate.folder.c_str());
   const IssueOptions options = OptionsOf(record);
@@ -80,7 +80,7 @@ std::optional<RenewalRecord> UsableRecord(const std::string& folder) {
 
 }  // namespace
 
-RenewalOutcome Renew(const Certificate& certificate, const Settings& settings) {
+RenewalOutcome Renew(const ArchivedCertificate& certificate, const Settings& settings) {
   const std::optional<RenewalRecord> record = UsableRecord(certificate.folder);
   if (!record) return {};
   RenewalOutcome outcome;

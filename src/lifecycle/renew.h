@@ -5,7 +5,7 @@
 
 #include "base/settings.h"
 #include "base/sl_error.h"
-#include "lifecycle/certificate.h"
+#include "lifecycle/archived_certificate.h"
 
 namespace kova {
 
@@ -16,6 +16,7 @@ struct RenewalOutcome {
 
 // Issues the certificate afresh through ACME v2, from its renewal record, and moves the new files
 // over the old ones. Never throws.
-[[nodiscard]] RenewalOutcome Renew(const Certificate& certificate, const Settings& settings);
+[[nodiscard]] RenewalOutcome Renew(const ArchivedCertificate& certificate,
+                                   const Settings& settings);
 
 }  // namespace kova

@@ -17,7 +17,7 @@ namespace {
 constexpr char kTag[] = "kova-letsencrypt";
 
 // True when the certificate serves the system's default service. Throws SLError 201.
-bool Redeploy(const Certificate& certificate) {
+bool Redeploy(const ArchivedCertificate& certificate) {
   // Its folder may be gone since it was found to be due.
   if (cert_archive::CertificateIdOfPath(certificate.folder).empty()) {
     throw Error(code::kAccountKey, kTag, "Cant get  certid: " + certificate.folder);
@@ -42,7 +42,7 @@ void RestartWebFrontend() {
 
 void RenewAll(const Settings& settings, const FailureObserver& on_failure) {
   bool need_restart = false;
-  for (const Certificate& certificate : DueCertificates(settings)) {
+  for (const ArchivedCertificate& certificate : DueCertificates(settings)) {
     const RenewalOutcome outcome = Renew(certificate, settings);
     if (outcome.failure) on_failure(*outcome.failure);
     // Redeployed even when that failed.

@@ -43,7 +43,7 @@ void LogFailure(const std::string& folder, const std::string& reason) {
 
 }  // namespace
 
-void Revoke(const Certificate& certificate, const Settings& settings) {
+void Revoke(const ArchivedCertificate& certificate, const Settings& settings) {
   const std::string& folder = certificate.folder;
   const std::string path = RenewalRecordPath(folder);
   if (access(path.c_str(), F_OK) != 0) {

@@ -7,11 +7,11 @@
 
 namespace kova {
 
-struct Certificate {
+struct ArchivedCertificate {
   std::string id;
   std::string folder;
 
-  static Certificate OfId(const std::string& id) {
+  static ArchivedCertificate OfId(const std::string& id) {
     return {id, cert_archive::CertificateFolder(id)};
   }
 };
