@@ -39,6 +39,14 @@ bool MakeUniqueFolder(char* path_template) {
   return mkdtemp(path_template) != nullptr && chmod(path_template, kFolderMode) == 0;
 }
 
+// The comparison is exact, types included.
+bool IsAccountOf(const Json::Value& info, const std::string& directory, const std::string& contact,
+                 int version) {
+  return Member(info, "directory") == Json::Value(directory) &&
+         Member(info, "contact") == Json::Value(contact) &&
+         Member(info, "version") == Json::Value(version);
+}
+
 bool ReadObject(const std::string& path, Json::Value& object) {
   return JsonFromFile(path, object) && object.isObject();
 }
@@ -67,11 +75,18 @@ bool ReadAccountKey(const std::string& folder, Json::Value& key) {
   return JsonFromText(text.text, key) && key.isObject();
 }
 
-bool IsAccountOf(const Json::Value& info, const std::string& directory, const std::string& contact,
-                 int version) {
-  return Member(info, "directory") == Json::Value(directory) &&
-         Member(info, "contact") == Json::Value(contact) &&
-         Member(info, "version") == Json::Value(version);
+std::string FirstAccount(
+    const std::vector<std::string>& folders, const std::string& directory,
+    const std::string& contact, int version,
+    const std::function<bool(const std::string& folder, const Json::Value& info)>& is_usable) {
+  for (const std::string& folder : folders) {
+    Json::Value info;
+    if (ReadAccountInfo(folder, info) && IsAccountOf(info, directory, contact, version) &&
+        is_usable(folder, info)) {
+      return folder;
+    }
+  }
+  return {};
 }
 
 std::string CreateAccountFolder(const char* tag, const Json::Value& info, const Json::Value& key) {

@@ -6,6 +6,7 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -23,10 +24,13 @@ std::vector<std::string> ListAccounts();
 std::string AccountInfoPath(const std::string& folder);
 std::string AccountKeyPath(const std::string& folder);
 
-// Whether the record is an account of that protocol version for that directory and contact. The
-// comparison is exact, types included: a "version" of "2" is not 2.
-[[nodiscard]] bool IsAccountOf(const Json::Value& info, const std::string& directory,
-                               const std::string& contact, int version);
+// The first of the folders that holds a record of that protocol version for that directory and
+// contact, and that `is_usable` besides; empty when none does. The comparison is exact, types
+// included: a "version" of "2" is not 2.
+std::string FirstAccount(
+    const std::vector<std::string>& folders, const std::string& directory,
+    const std::string& contact, int version,
+    const std::function<bool(const std::string& folder, const Json::Value& info)>& is_usable);
 
 // Writes a new folder (0700, files 0600) and returns its path. Failures are SLError 202 with `tag`
 // as the file, each logged.

@@ -7,20 +7,21 @@
 
 namespace kova {
 
-void MakeKeyAndRequest(const char* tag, const std::vector<std::string>& domains,
-                       std::string& request_pem, std::string& private_key_pem) {
+KeyAndRequest::KeyAndRequest(const char* tag, const std::vector<std::string>& names) {
   DebugStep("==> start new-cert.");
   DebugStep("generate csr & private key");
   ShowStage("", "generating the key and the request");
-  GenerateCsr(domains, request_pem, private_key_pem);
-  if (request_pem.empty() || private_key_pem.empty()) {
+  GenerateCsr(names, request_pem, private_key.text);
+  if (request_pem.empty() || private_key.text.empty()) {
     throw Error(code::kLocal, tag, "Failed to genrate CSR.");
   }
   // The key in the log at this level is deliberate.
   DebugDetail("======= Private Key ========");
-  DebugDetail("%s", private_key_pem.c_str());
+  DebugDetail("%s", private_key.text.c_str());
   DebugDetail("=========== CSR ============");
   DebugDetail("%s", request_pem.c_str());
+  DebugStep("get new-cert");
+  ShowStage("", "waiting for the certificate");
 }
 
 }  // namespace kova

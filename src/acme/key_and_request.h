@@ -1,14 +1,21 @@
-// The first step of an issuance, for both protocol versions.
+// The head of an issuance, for both protocol versions.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "crypto/secret.h"
+
 namespace kova {
 
-// A fresh certificate key and the request for `domains` (crypto/csr.h). Failure is SLError 202
-// "Failed to genrate CSR." with `tag` as the file. The caller cleanses the key text.
-void MakeKeyAndRequest(const char* tag, const std::vector<std::string>& domains,
-                       std::string& request_pem, std::string& private_key_pem);
+// A fresh certificate key and the request for the names (crypto/csr.h), announced and, at debug
+// level 2, shown. What follows is the CA's answer. Failure is SLError 202 "Failed to genrate CSR."
+// with `tag` as the file.
+struct KeyAndRequest {
+  KeyAndRequest(const char* tag, const std::vector<std::string>& names);
+
+  std::string request_pem;
+  SecretText private_key;  // PEM
+};
 
 }  // namespace kova

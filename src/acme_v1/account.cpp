@@ -28,17 +28,14 @@ void AcmeV1Client::UseOrRegister(const std::string& contact) {
 }
 
 std::string AcmeV1Client::FindAccount(const std::string& directory, const std::string& contact) {
-  for (const std::string& folder : ListAccounts()) {
-    Json::Value info;
-    if (!ReadAccountInfo(folder, info) || !IsAccountOf(info, directory, contact, kVersion))
-      continue;
-    // An account whose key is lost is passed over, a later one may fit as well. The path is the
-    // listed one on purpose: renewal records of this protocol name a used account with the "/" at
-    // its end.
-    SecretJson key;
-    if (ReadAccountKey(folder, key.value)) return folder;
-  }
-  return {};
+  // An account whose key is lost is passed over, a later one may fit as well. The path is the
+  // listed one on purpose: renewal records of this protocol name a used account with the "/" at its
+  // end.
+  return FirstAccount(ListAccounts(), directory, contact, kVersion,
+                      [](const std::string& folder, const Json::Value& /*info*/) {
+                        SecretJson key;
+                        return ReadAccountKey(folder, key.value);
+                      });
 }
 
 void AcmeV1Client::LoadAccountKey(const std::string& folder) {
@@ -58,16 +55,7 @@ void AcmeV1Client::Register(const std::string& contact) {
   payload["resource"] = "new-reg";
   payload["contact"].append("mailto:" + contact);
   const HttpResponse response = PostJws(Resource("new-reg"), payload);
-  switch (response.status) {
-    case 201:
-      break;
-    case 429:
-      throw SLError::FromServerText(code::kAccountRateLimit, kTag, ProblemDetail(response));
-    case 400:
-      throw SLError::FromServerText(code::kAccountRefused, kTag, ProblemDetail(response));
-    default:
-      throw Error(code::kProtocol, kTag, "new-req, unexpect httpcode");
-  }
+  RequireRegistered(kTag, response, "new-req, unexpect httpcode");
   const std::string terms_url = GetLinkUrl(response, "terms-of-service");
   const std::string registration_url = GetHeader(response, "Location");
   if (terms_url.empty() || registration_url.empty()) {

@@ -5,18 +5,17 @@
 
 namespace kova {
 
-std::string IssueWithAcmeV1(const std::string& server, const std::vector<std::string>& domains,
-                            const std::string& email, const std::string& certificate_id) {
-  AcmeV1Client client(server);
+std::string IssueWithAcmeV1(const IssueOptions& options, const Settings& settings) {
+  AcmeV1Client client(options.server, settings);
   client.FetchDirectory();
-  client.UseOrRegister(email);
-  client.AuthorizeAll(domains);
-  return client.NewCert(domains, certificate_id);
+  client.UseOrRegister(options.contact);
+  client.AuthorizeAll(options.names);
+  return client.NewCert(options.names, options.certificate_id);
 }
 
 void RevokeWithAcmeV1(const std::string& server, const std::string& account_folder,
-                      const std::string& folder) {
-  AcmeV1Client client(server);
+                      const std::string& folder, const Settings& settings) {
+  AcmeV1Client client(server, settings);
   DebugStep("revoke with v1. [%s].", folder.c_str());
   client.FetchDirectory();
   client.LoadAccountKey(account_folder);

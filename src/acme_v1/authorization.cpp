@@ -1,6 +1,7 @@
 #include <array>
 #include <chrono>
 
+#include "acme/reply.h"
 #include "acme_v1/client_v1.h"
 #include "base/debug.h"
 #include "base/json.h"
@@ -19,12 +20,6 @@ constexpr std::array kChallengeMembers = {"type", "uri", "token", "status"};
 constexpr char kConnectionProblem[] = "urn:acme:error:connection";
 constexpr char kUnauthorizedProblem[] = "urn:acme:error:unauthorized";
 constexpr char kUnknownHostProblem[] = "urn:acme:error:unknownHost";
-
-std::string RequiredText(const Json::Value& object, const char* name) {
-  const Json::Value& member = Member(object, name);
-  if (!member.isString()) throw Error(code::kProtocol, kTag, "unexpect json response.");
-  return member.asString();
-}
 
 bool IsComplete(const Json::Value& challenge) {
   for (const char* name : kChallengeMembers) {
@@ -82,9 +77,9 @@ void AcmeV1Client::DoChallenge(const Json::Value& authz, LeChallenge& challenge)
   if (TextMember(authz, "status") == "valid") return;
   const std::string type = challenge.type();
   const Json::Value& offered = PickChallenge(authz, type);
-  const std::string token = RequiredText(offered, "token");
-  const std::string uri = RequiredText(offered, "uri");
-  const std::string domain = RequiredText(Member(authz, "identifier"), "value");
+  const std::string token = RequiredText(kTag, offered, "token");
+  const std::string uri = RequiredText(kTag, offered, "uri");
+  const std::string domain = RequiredText(kTag, Member(authz, "identifier"), "value");
   challenge.Set(domain, token, token + "." + Key().Thumbprint());
   ShowStage(domain, "setting up " + type);
   if (!challenge.setup()) {
@@ -105,7 +100,7 @@ void AcmeV1Client::AwaitValid(const std::string& url, LeChallenge& challenge) {
     const HttpResponse response = Fetch(url);
     if (response.status != 200) throw Error(code::kProtocol, kTag, "unexpect httpcode.");
     const Json::Value authz = GetJsonBody(response);
-    const std::string status = RequiredText(authz, "status");
+    const std::string status = RequiredText(kTag, authz, "status");
     if (status == "valid") return;
     if (status == "invalid") ThrowValidationProblem(authz, challenge);
     // Any other status is polled again at once, on purpose; it counts all the same.

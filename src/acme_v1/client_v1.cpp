@@ -1,58 +1,39 @@
 #include "acme_v1/client_v1.h"
 
-#include <array>
 #include <utility>
 
+#include "acme/reply.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
 #include "crypto/encoding.h"
 #include "crypto/pem.h"
-#include "net/headers.h"
 
 namespace kova {
 namespace {
 
 constexpr char kTag[] = "client_v1";
-constexpr std::array kDirectoryMembers = {"new-authz", "new-cert", "new-reg", "revoke-cert"};
 
 }  // namespace
 
-AcmeV1Client::AcmeV1Client(std::string directory_url) : directory_url_(std::move(directory_url)) {}
+AcmeV1Client::AcmeV1Client(std::string directory_url, const Settings& settings)
+    : directory_url_(std::move(directory_url)), skip_dns01_(settings.skip_dns01), nonces_(kTag) {}
 
 void AcmeV1Client::FetchDirectory() {
   DebugStep("setup acme url %s", directory_url_.c_str());
   ShowStage("", "asking for the directory");
-  const HttpResponse response = Fetch(directory_url_);
   // The status plays no part: what does not hold the four resources is no directory.
-  Json::Value directory = GetJsonBody(response);
-  for (const char* name : kDirectoryMembers) {
-    if (!Member(directory, name).isString()) {
-      throw Error(code::kProtocol, kTag, "Directory Member missing.");
-    }
-  }
-  directory_ = std::move(directory);
+  directory_ = DirectoryBody(kTag, Fetch(directory_url_),
+                             {"new-authz", "new-cert", "new-reg", "revoke-cert"});
 }
 
 std::string AcmeV1Client::Resource(const char* name) const { return TextMember(directory_, name); }
 
 HttpResponse AcmeV1Client::Fetch(const std::string& url) {
   HttpResponse response = HttpGet(url);
-  KeepNonce(response);
+  nonces_.Keep(response);
   return response;
-}
-
-void AcmeV1Client::KeepNonce(const HttpResponse& response) {
-  std::string nonce = GetHeader(response, "Replay-Nonce");
-  if (!nonce.empty()) nonces_.push_back(std::move(nonce));
-}
-
-std::string AcmeV1Client::TakeNonce() {
-  if (nonces_.empty()) throw Error(code::kNoNonce, kTag, "No Nonce.... Not Yet implement");
-  std::string nonce = std::move(nonces_.back());
-  nonces_.pop_back();
-  return nonce;
 }
 
 const RsaKey& AcmeV1Client::Key() const {
@@ -76,7 +57,7 @@ HttpResponse AcmeV1Client::PostJws(const std::string& url, const Json::Value& pa
   body["payload"] = encoded_payload;
   body["signature"] = key.Sign(encoded_header + "." + encoded_payload);
   HttpResponse response = HttpPost(url, body);
-  KeepNonce(response);
+  nonces_.Keep(response);
   return response;
 }
 

@@ -1,7 +1,7 @@
 // The client of the early, resource-typed protocol. One object serves one command against one
 // directory:
 //
-//   AcmeV1Client client(directory_url);
+//   AcmeV1Client client(directory_url, settings);
 //   client.FetchDirectory();
 //   client.UseOrRegister(contact);         // or LoadAccountKey(folder)
 //   client.AuthorizeAll(domains);
@@ -15,11 +15,12 @@
 
 #include <json/value.h>
 
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "acme/nonce_pool.h"
+#include "base/settings.h"
 #include "challenge/challenge.h"
 #include "crypto/rsa.h"
 #include "net/client_network.h"
@@ -28,7 +29,7 @@ namespace kova {
 
 class AcmeV1Client {
  public:
-  explicit AcmeV1Client(std::string directory_url);
+  AcmeV1Client(std::string directory_url, const Settings& settings);
 
   // --- Directory, nonces and signed requests (client_v1.cpp) ---
 
@@ -36,7 +37,7 @@ class AcmeV1Client {
   void FetchDirectory();
   // The newest nonce of the pool; throws 204 when it is empty. There is no request for a fresh one:
   // each reply brings the nonce of the next request.
-  std::string TakeNonce();
+  std::string TakeNonce() { return nonces_.Take(); }
   // Signed POST. The status is the caller's to judge. Throws 201 when no account key is loaded.
   HttpResponse PostJws(const std::string& url, const Json::Value& payload);
 
@@ -62,7 +63,8 @@ class AcmeV1Client {
   void DoChallenge(const Json::Value& authz, LeChallenge& challenge);
   // Proves the name by dns-01, if it can be; never throws for it.
   bool DnsChallenge(const std::string& domain);
-  // http-01 first, then dns-01 unless `no_dns_fallback`. Throws what stopped http-01.
+  // http-01 first, then dns-01 unless `no_dns_fallback` or the settings skip it. Throws what
+  // stopped http-01.
   void AuthorizeDomain(const std::string& domain, bool no_dns_fallback);
   // Every name in turn. One whose web server could not be reached gets a second chance behind the
   // router's port forwarding: the first such name of a client's life, and no other.
@@ -79,8 +81,7 @@ class AcmeV1Client {
  private:
   // The directory's URL of that resource.
   [[nodiscard]] std::string Resource(const char* name) const;
-  [[nodiscard]] const RsaKey& Key() const;  // throws 201 when none is loaded
-  void KeepNonce(const HttpResponse& response);
+  [[nodiscard]] const RsaKey& Key() const;     // throws 201 when none is loaded
   HttpResponse Fetch(const std::string& url);  // plain GET that keeps the reply's nonce
 
   void Agree(const std::string& registration_url, const Json::Value& contacts,
@@ -98,11 +99,12 @@ class AcmeV1Client {
 
   std::unique_ptr<RsaKey> key_;
   std::string directory_url_;
+  bool skip_dns01_;
   std::string account_folder_;
   HttpGlobal http_;
   Json::Value directory_;
-  bool retryWithPortMap_ = true;    // the one retry behind port forwarding is still to be had
-  std::deque<std::string> nonces_;  // newest at the back, used first
+  bool retryWithPortMap_ = true;  // the one retry behind port forwarding is still to be had
+  NoncePool nonces_;
 };
 
 // The DER between the PEM markers as base64url. No padding: this protocol's servers need not accept

@@ -6,7 +6,6 @@
 #include "base/progress.h"
 #include "base/sl_error.h"
 #include "crypto/pem.h"
-#include "crypto/secret.h"
 #include "net/headers.h"
 
 namespace kova {
@@ -19,13 +18,8 @@ constexpr int kRecordVersion = 1;
 
 std::string AcmeV1Client::NewCert(const std::vector<std::string>& domains,
                                   const std::string& certificate_id) {
-  std::string request;
-  SecretText private_key;
-  MakeKeyAndRequest(kTag, domains, request, private_key.text);
-
-  DebugStep("get new-cert");
-  ShowStage("", "waiting for the certificate");
-  const HttpResponse issued = RequestCertificate(request);
+  const KeyAndRequest made(kTag, domains);
+  const HttpResponse issued = RequestCertificate(made.request_pem);
   CertificatePems pems;
   pems.cert = DerToPem(issued.body);
   if (pems.cert.empty()) throw Error(code::kProtocol, kTag, "failed to convert x509 to pem");
@@ -40,7 +34,7 @@ std::string AcmeV1Client::NewCert(const std::vector<std::string>& domains,
   record.server = directory_url_;
   record.account = account_folder_;
   record.domains = JoinNames(domains, "; ");
-  return SaveCertificate(kTag, certificate_id, pems, private_key.text, record);
+  return SaveCertificate(kTag, certificate_id, pems, made.private_key.text, record);
 }
 
 HttpResponse AcmeV1Client::RequestCertificate(const std::string& request_pem) {

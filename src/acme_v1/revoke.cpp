@@ -4,7 +4,6 @@
 #include "acme_v1/client_v1.h"
 #include "base/debug.h"
 #include "base/files.h"
-#include "base/sl_error.h"
 #include "crypto/pem.h"
 
 namespace kova {
@@ -20,16 +19,7 @@ void AcmeV1Client::Revoke(const std::string& certificate_folder) {
   payload["resource"] = "revoke-cert";
   payload["certificate"] = UnpaddedBase64Url(ReadTextFile(certificate_folder + "/cert.pem"),
                                              kCertificateBegin, kCertificateEnd);
-  const HttpResponse response = PostJws(Resource("revoke-cert"), payload);
-  if (response.status == 409) {
-    DebugStep("Has already revoked");
-    return;
-  }
-  if (response.status != 200) {
-    throw SLError::FromServerText(
-        code::kProtocol, kTag,
-        "Revoke failed - " + std::to_string(response.status) + "  " + ProblemDetail(response));
-  }
+  if (!RequireRevoked(kTag, PostJws(Resource("revoke-cert"), payload))) return;
   // No file is named, so nothing goes: the renewal record stays with the certificate.
   unlink((certificate_folder + "/").c_str());
 }

@@ -3,7 +3,6 @@
 #include "acme_v1/client_v1.h"
 #include "base/debug.h"
 #include "base/progress.h"
-#include "base/settings.h"
 #include "base/sl_error.h"
 #include "challenge/port_forwarding.h"
 
@@ -23,7 +22,7 @@ void LogFailedDns(const std::string& reason) {
 }  // namespace
 
 bool AcmeV1Client::DnsChallenge(const std::string& domain) {
-  if (Settings::Read().skip_dns01) return false;
+  if (skip_dns01_) return false;
   try {
     KovaDns01Challenge challenge;
     DoChallenge(NewAuthz(domain), challenge);

@@ -1,6 +1,10 @@
+#include "acme_v2/account.h"
+
+#include <utility>
+
 #include "acme/account_store.h"
 #include "acme/reply.h"
-#include "acme_v2/client_v2.h"
+#include "acme_v2/session.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/progress.h"
@@ -14,32 +18,41 @@ namespace {
 constexpr char kTag[] = "client_v2";
 constexpr int kVersion = 2;
 
+Json::Value Registration(const std::string& contact) {
+  Json::Value payload(Json::objectValue);
+  payload["contact"].append("mailto:" + contact);
+  payload["termsOfServiceAgreed"] = true;
+  return payload;
+}
+
+// Returns the folder.
+std::string Store(const Account& account, const std::string& directory,
+                  const std::string& contact) {
+  Json::Value info(Json::objectValue);
+  info["version"] = kVersion;
+  info["directory"] = directory;
+  info["contact"] = contact;
+  info["account_url"] = account.url;
+  SecretJson key;
+  key.value = account.key->ToJson();
+  return CreateAccountFolder(kTag, info, key.value);
+}
+
 }  // namespace
 
-void AcmeV2Client::SetupAccount(const std::string& contact) {
-  const std::string folder = FindAccount(directory_url_, contact);
-  if (folder.empty()) {
-    DebugStep("Not found registed account. do reg-new.");
-    RegisterAccount(contact);
-  } else {
-    DebugStep("Found registed account. used old account. [%s]", folder.c_str());
-    LoadAccount(folder);
-  }
-}
-
-std::string AcmeV2Client::FindAccount(const std::string& directory, const std::string& contact) {
-  for (std::string folder : ListAccounts()) {
+std::string Account::Find(const std::string& directory, const std::string& contact) {
+  std::vector<std::string> folders = ListAccounts();
+  for (std::string& folder : folders) {
     if (folder.back() == '/') folder.pop_back();
-    Json::Value info;
-    if (!ReadAccountInfo(folder, info)) continue;
-    // Without its URL an account could not speak for itself.
-    if (TextMember(info, "account_url").empty()) continue;
-    if (IsAccountOf(info, directory, contact, kVersion)) return folder;
   }
-  return {};
+  return FirstAccount(folders, directory, contact, kVersion,
+                      [](const std::string& /*folder*/, const Json::Value& info) {
+                        // Without its URL an account could not speak for itself.
+                        return !TextMember(info, "account_url").empty();
+                      });
 }
 
-void AcmeV2Client::LoadAccount(const std::string& folder) {
+Account Account::Load(const std::string& folder) {
   Json::Value info;
   if (!ReadAccountInfo(folder, info)) {
     throw Error(code::kAccountKey, kTag, "failed to load User Info: " + AccountInfoPath(folder));
@@ -49,46 +62,35 @@ void AcmeV2Client::LoadAccount(const std::string& folder) {
     throw Error(code::kAccountKey, kTag,
                 "failed to load User Account key: " + AccountKeyPath(folder));
   }
-  key_ = RsaKey::FromJson(key.value);
-  account_url_ = TextMember(info, "account_url");
-  account_folder_ = folder;
+  return {RsaKey::FromJson(key.value), TextMember(info, "account_url"), folder};
 }
 
-void AcmeV2Client::RegisterAccount(const std::string& contact) {
-  Json::Value payload(Json::objectValue);
-  payload["contact"].append("mailto:" + contact);
-  payload["termsOfServiceAgreed"] = true;
+void Account::Register(Session& session, const std::string& contact) {
   DebugStep("Start new account for %s", contact.c_str());
   ShowStage(contact, "registering an account");
-  key_ = RsaKey::Generate();
-  const HttpResponse response = PostJws(Resource("newAccount"), payload);
-  switch (response.status) {
-    case 201:
-      account_url_ = GetHeader(response, "Location");
-      break;
-    case 400:
-      throw SLError::FromServerText(code::kAccountRefused, kTag, ProblemDetail(response));
-    case 429:
-      throw SLError::FromServerText(code::kAccountRateLimit, kTag, ProblemDetail(response));
-    default:
-      // 200, for a key that the CA knows, is not expected either: the key is new.
-      throw Error(code::kProtocol, kTag, "newAccount, unexpect httpcode");
-  }
+  Account account{RsaKey::Generate(), {}, {}};
+  session.Use(account);
+  const HttpResponse response =
+      session.PostJws(session.Resource("newAccount"), Registration(contact));
+  // 200, for a key that the CA knows, is not expected either: the key is new.
+  RequireRegistered(kTag, response, "newAccount, unexpect httpcode");
+  account.url = GetHeader(response, "Location");
   // Stored without its URL, the account could never be used again.
-  if (account_url_.empty()) throw Error(code::kProtocol, kTag, "newAccount, unexpect content");
-  DebugStep("New account success of %s", account_url_.c_str());
-  StoreAccount(contact);
+  if (account.url.empty()) throw Error(code::kProtocol, kTag, "newAccount, unexpect content");
+  DebugStep("New account success of %s", account.url.c_str());
+  account.folder = Store(account, session.DirectoryUrl(), contact);
+  session.Use(account);
 }
 
-void AcmeV2Client::StoreAccount(const std::string& contact) {
-  Json::Value info(Json::objectValue);
-  info["version"] = kVersion;
-  info["directory"] = directory_url_;
-  info["contact"] = contact;
-  info["account_url"] = account_url_;
-  SecretJson key;
-  key.value = key_->ToJson();
-  account_folder_ = CreateAccountFolder(kTag, info, key.value);
+void Account::Setup(Session& session, const std::string& contact) {
+  const std::string folder = Find(session.DirectoryUrl(), contact);
+  if (folder.empty()) {
+    DebugStep("Not found registed account. do reg-new.");
+    Register(session, contact);
+  } else {
+    DebugStep("Found registed account. used old account. [%s]", folder.c_str());
+    session.Use(Load(folder));
+  }
 }
 
 }  // namespace kova

@@ -1,14 +1,12 @@
-#include <algorithm>
+#include "acme_v2/authorization.h"
+
 #include <array>
+#include <chrono>
 
 #include "acme/reply.h"
-#include "acme_v2/client_v2.h"
-#include "base/debug.h"
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "challenge/challenge.h"
-#include "challenge/port_forwarding.h"
 
 namespace kova {
 namespace {
@@ -36,8 +34,8 @@ int CodeOfProblem(const std::string& type) {
 
 // The first challenge of that type for which `usable` holds, or null.
 template <typename Usable>
-const Json::Value* FindChallenge(const Json::Value& authorization, const std::string& type,
-                                 Usable usable) {
+const Json::Value* FindUsableChallenge(const Json::Value& authorization, const std::string& type,
+                                       Usable usable) {
   const Json::Value& challenges = Member(authorization, "challenges");
   if (!challenges.isArray()) return nullptr;
   for (const Json::Value& challenge : challenges) {
@@ -52,7 +50,7 @@ const Json::Value* FindChallenge(const Json::Value& authorization, const std::st
     throw Error(code::kProtocol, kTag, "new_authz has not challenges.");
   }
   const Json::Value* challenge =
-      FindChallenge(authorization, type, [](const Json::Value& candidate) {
+      FindUsableChallenge(authorization, type, [](const Json::Value& candidate) {
         return HasMember(candidate, "url") && HasMember(candidate, "token");
       });
   if (challenge == nullptr) throw Error(code::kProtocol, kTag, "Can't find challenges");
@@ -63,97 +61,27 @@ const Json::Value* FindChallenge(const Json::Value& authorization, const std::st
 
 }  // namespace
 
-void AcmeV2Client::AuthorizeOrder() {
-  ShowStage("", "asking the router to forward ports 80 and 443");
-  OpenRouterPorts();  // without it the host may still be reachable
-  try {
-    for (const std::string& url : authorization_urls_) DoAuthorization(url);
-  } catch (...) {
-    CloseRouterPorts();
-    DebugStep("close port 80.");
-    throw;
-  }
-  CloseRouterPorts();
+const Json::Value* FindChallenge(const Json::Value& authorization, const std::string& type) {
+  return FindUsableChallenge(authorization, type, [](const Json::Value&) { return true; });
 }
 
-Json::Value AcmeV2Client::FetchAuthorization(const std::string& url) {
-  const HttpResponse response = PostAsGet(url);
+Json::Value FetchAuthorization(Session& session, const std::string& url) {
+  const HttpResponse response = session.PostAsGet(url);
   if (response.status != 200) {
     throw Error(code::kProtocol, kTag, "new_authz info: unexpect httpcode.");
   }
-  return ObjectBody(response);
+  return ObjectBody(kTag, response);
 }
 
-void AcmeV2Client::RespondChallenge(const std::string& url) {
-  if (PostJws(url, Json::Value(Json::objectValue)).status != 200) {
+void RespondChallenge(Session& session, const std::string& url) {
+  if (session.PostJws(url, Json::Value(Json::objectValue)).status != 200) {
     throw Error(code::kProtocol, kTag, "challenge: unexpect httpcode.");
   }
 }
 
-void AcmeV2Client::DoAuthorization(const std::string& url) {
-  const Json::Value authorization = FetchAuthorization(url);
-  if (TextMember(authorization, "status") == "valid") {
-    DebugStep("Get valid without setup challenge, may cache?");
-    return;
-  }
-  const std::string name = RequiredText(Member(authorization, "identifier"), "value");
-  for (size_t index = 0; index < challenge_types_.size();) {
-    const std::string type = challenge_types_[index];
-    const std::shared_ptr<LeChallenge> challenge = ChallengeFactory(type);
-    if (!challenge->isSupport(name)) {
-      DebugStep("%s is not support for %s", type.c_str(), name.c_str());
-      DropChallengeType(type);  // for later authorizations too, on purpose
-      continue;
-    }
-    if (TryChallenge(url, authorization, *challenge)) return;
-    ++index;
-  }
-  challenge_types_.clear();
-  throw Error(code::kProtocol, kTag, "do new auth by path: failed to do challenge.");
-}
-
-// False when the authorization does not offer the challenge's type.
-bool AcmeV2Client::TryChallenge(const std::string& url, const Json::Value& authorization,
-                                LeChallenge& challenge) {
-  const std::string type = challenge.type();
-  const Json::Value* offered =
-      FindChallenge(authorization, type, [](const Json::Value&) { return true; });
-  if (offered == nullptr) return false;
-  const std::string name = RequiredText(Member(authorization, "identifier"), "value");
-  const std::string token = RequiredText(*offered, "token");
-  DebugStep("Setup challenge for %s with type %s", name.c_str(), type.c_str());
-  ShowStage(name, "setting up " + type);
-  challenge.Set(name, token, token + "." + key_->Thumbprint());
-  if (!challenge.setup()) {
-    DebugStep("Failed to setup challenge for %s with type %s.", name.c_str(), type.c_str());
-    throw SLError(code::kLocal, kTag, __LINE__, "Failed to setup challegne for %s of %s",
-                  name.c_str(), type.c_str());
-  }
-  Validate(url, TextMember(*offered, "url"), name, type);
-  return true;
-}
-
-void AcmeV2Client::Validate(const std::string& authorization_url, const std::string& challenge_url,
-                            const std::string& name, const std::string& type) {
-  try {
-    ShowStage(name, "waiting for the CA to validate " + type);
-    RespondChallenge(challenge_url);
-    WaitAuthorization(authorization_url, type);
-  } catch (...) {
-    DropChallengeType(type);
-    DebugStep("Failed to do challenge for %s with type %s.", name.c_str(), type.c_str());
-    throw;
-  }
-}
-
-void AcmeV2Client::DropChallengeType(const std::string& type) {
-  challenge_types_.erase(std::remove(challenge_types_.begin(), challenge_types_.end(), type),
-                         challenge_types_.end());
-}
-
-void AcmeV2Client::WaitAuthorization(const std::string& url, const std::string& type) {
+void WaitAuthorization(Session& session, const std::string& url, const std::string& type) {
   for (int poll = 0; poll < kMaximumPolls; ++poll) {
-    const Json::Value authorization = FetchAuthorization(url);
+    const Json::Value authorization = FetchAuthorization(session, url);
     if (!HasMember(authorization, "status")) {
       throw Error(code::kProtocol, kTag, "unexpect json response.");
     }

@@ -1,7 +1,8 @@
 #include <algorithm>
+#include <chrono>
 
 #include "acme/reply.h"
-#include "acme_v2/client_v2.h"
+#include "acme_v2/issue.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "base/progress.h"
@@ -42,24 +43,9 @@ void RequireFinalized(const HttpResponse& response) {
   throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (new-cert)");
 }
 
-}  // namespace
-
-// Without `asyncfinalize` the CA must answer at once; the order's status is then not looked at.
-Json::Value AcmeV2Client::FinalizeOrder(const std::string& csr) {
-  HttpResponse response = PostDer(finalize_url_, "csr", csr);
-  if (async_finalize_ && IsOrderNotReady(response)) {
-    AwaitOrder(response, IsReady);
-    response = PostDer(finalize_url_, "csr", csr);
-  }
-  RequireFinalized(response);
-  Json::Value order = ObjectBody(response);
-  if (async_finalize_ && IsProcessing(order)) order = AwaitOrder(response, IsIssued);
-  return order;
-}
-
 // Fetches the order again, at the pace that the CA asks for, until `done` holds for it.
-Json::Value AcmeV2Client::AwaitOrder(const HttpResponse& reply,
-                                     bool (*done)(const Json::Value& order)) {
+Json::Value AwaitOrder(Session& session, const std::string& url, const HttpResponse& reply,
+                       bool (*done)(const Json::Value& order)) {
   // Time on the wire counts as well as the pauses.
   const auto start = std::chrono::steady_clock::now();
   std::chrono::seconds paused{0};
@@ -71,18 +57,34 @@ Json::Value AcmeV2Client::AwaitOrder(const HttpResponse& reply,
     if (spent + pause > kOrderTimeout) throw Error(code::kRefused, kTag, "Order timeout");
     WaitVisibly(pause);
     paused += pause;
-    response = PostAsGet(order_url_);
+    response = session.PostAsGet(url);
     if (response.status != 200) {
-      LogError(kTag, "Failed to fetch order %s [%ld]", order_url_.c_str(), response.status);
+      LogError(kTag, "Failed to fetch order %s [%ld]", url.c_str(), response.status);
       throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (order)");
     }
-    Json::Value order = ObjectBody(response);
+    Json::Value order = ObjectBody(kTag, response);
     if (done(order)) return order;
     if (TextMember(order, "status") == "invalid") {
       throw SLError::FromServerText(code::kProtocol, kTag,
                                     TextMember(Member(order, "error"), "detail"));
     }
   }
+}
+
+}  // namespace
+
+// Without `asyncfinalize` the CA must answer at once; the order's status is then not looked at.
+Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr) {
+  const bool patient = session.settings().async_finalize;
+  HttpResponse response = session.PostDer(order.finalize, "csr", csr);
+  if (patient && IsOrderNotReady(response)) {
+    AwaitOrder(session, order.url, response, IsReady);
+    response = session.PostDer(order.finalize, "csr", csr);
+  }
+  RequireFinalized(response);
+  Json::Value finalized = ObjectBody(kTag, response);
+  if (!patient || !IsProcessing(finalized)) return finalized;
+  return AwaitOrder(session, order.url, response, IsIssued);
 }
 
 }  // namespace kova

@@ -1,5 +1,7 @@
+#include "acme_v2/order.h"
+
 #include "acme/reply.h"
-#include "acme_v2/client_v2.h"
+#include "acme_v2/session.h"
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
@@ -10,13 +12,13 @@ namespace {
 
 constexpr char kTag[] = "client_v2";
 
-Json::Value OrderPayload(const std::vector<std::string>& domains) {
+Json::Value OrderPayload(const std::vector<std::string>& names) {
   Json::Value payload(Json::objectValue);
   payload["identifiers"] = Json::Value(Json::arrayValue);
-  for (const std::string& domain : domains) {
+  for (const std::string& name : names) {
     Json::Value identifier(Json::objectValue);
     identifier["type"] = "dns";
-    identifier["value"] = domain;
+    identifier["value"] = name;
     payload["identifiers"].append(identifier);
   }
   return payload;
@@ -35,9 +37,9 @@ std::vector<std::string> AuthorizationUrls(const Json::Value& order) {
 
 }  // namespace
 
-void AcmeV2Client::NewOrder(const std::vector<std::string>& domains) {
+Order NewOrder(Session& session, const std::vector<std::string>& names) {
   ShowStage("", "placing the order");
-  const HttpResponse response = PostJws(Resource("newOrder"), OrderPayload(domains));
+  const HttpResponse response = session.PostJws(session.Resource("newOrder"), OrderPayload(names));
   switch (response.status) {
     case 201:
       break;
@@ -49,10 +51,13 @@ void AcmeV2Client::NewOrder(const std::vector<std::string>& domains) {
     default:
       throw Error(code::kProtocol, kTag, "new_authz: unexpect httpcode.");
   }
-  const Json::Value order = ObjectBody(response);
-  order_url_ = GetHeader(response, "Location");
-  authorization_urls_ = AuthorizationUrls(order);
-  finalize_url_ = RequiredText(order, "finalize");
+  const Json::Value document = ObjectBody(kTag, response);
+  Order order;
+  order.url = GetHeader(response, "Location");
+  order.authorizations = AuthorizationUrls(document);
+  order.finalize = RequiredText(kTag, document, "finalize");
+  order.names = names;
+  return order;
 }
 
 }  // namespace kova

@@ -2,12 +2,11 @@
 
 #include <cerrno>
 
+#include "acme/renewal_record.h"
 #include "acme/reply.h"
-#include "acme_v2/client_v2.h"
+#include "acme_v2/issue.h"
 #include "base/debug.h"
 #include "base/files.h"
-#include "base/json.h"
-#include "base/sl_error.h"
 #include "crypto/pem.h"
 
 namespace kova {
@@ -22,23 +21,17 @@ void RemoveRenewalRecord(const std::string& path) {
 
 }  // namespace
 
-void AcmeV2Client::RevokeCertificate(const std::string& folder) {
+void Revoke(Session& session, const std::string& folder) {
   DebugStep("revoke certifiaction for %s.", folder.c_str());
   const std::string certificate =
       PemToBase64Url(ReadTextFile(folder + "/cert.pem"), kCertificateBegin, kCertificateEnd);
   DebugStep("=========== certification info ===========");
   DebugStep("%s", certificate.c_str());
   DebugStep("==========================================");
-
-  const HttpResponse response = PostDer(Resource("revokeCert"), "certificate", certificate);
-  if (response.status == 409) {
-    DebugStep("Has already revoked");
-  } else if (response.status != 200) {
-    throw SLError::FromServerText(
-        code::kProtocol, kTag,
-        "Revoke failed - " + std::to_string(response.status) + "  " + ProblemDetail(response));
-  }
-  RemoveRenewalRecord(folder + "/renew.json");
+  // One that was revoked before is as good as revoked now.
+  (void)RequireRevoked(kTag,
+                       session.PostDer(session.Resource("revokeCert"), "certificate", certificate));
+  RemoveRenewalRecord(RenewalRecordPath(folder));
 }
 
 }  // namespace kova

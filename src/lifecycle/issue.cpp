@@ -26,8 +26,8 @@ class AttemptBound {
   explicit AttemptBound(int bound) : bound_(bound) {}
 
   // True when another attempt may be made. Waits as the CA asks between two such attempts.
-  bool Continue(const AcmeV2Client& client, bool used_up_a_type) {
-    if (used_up_a_type) {
+  bool Continue(const AcmeV2Client& client) {
+    if (client.TypeUsedUp()) {
       in_a_row_ = 0;
       return true;
     }
@@ -61,26 +61,25 @@ std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
   AttemptBound bound(order_attempts);
   int last_code = code::kRefused;
   while (client.HasChallengeTypes()) {
-    const size_t types = client.ChallengeTypeCount();
     try {
-      client.NewOrder(options.names);
-      client.AuthorizeOrder();
-      return client.NewCertificate(options.names, options.certificate_id);
+      const Order order = client.NewOrder(options.names);
+      client.AuthorizeOrder(order);
+      return client.NewCertificate(order, options.certificate_id);
     } catch (const SLError& error) {
       LogFailedAttempt(ErrorToLine(error));
       last_code = error.code;
     } catch (const std::exception& error) {
       LogFailedAttempt(OnOneLine(error.what()));
     }
-    if (!bound.Continue(client, client.ChallengeTypeCount() < types)) break;
+    if (!bound.Continue(client)) break;
   }
   throw Error(last_code, kTag, "Failed to new certificate.");
 }
 
 // No wildcard rule here, and no second challenge type: deliberate.
-std::string IssueWithEarlyProtocol(const IssueOptions& options) {
+std::string IssueWithEarlyProtocol(const IssueOptions& options, const Settings& settings) {
   AnnounceAndValidate(options, [](const std::string&) {});
-  return IssueWithAcmeV1(options.server, options.names, options.contact, options.certificate_id);
+  return IssueWithAcmeV1(options, settings);
 }
 
 SLError IncorrectVersion(const std::string& version) {
@@ -103,7 +102,7 @@ std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& setting
 
 std::string Issue(const std::string& version, const IssueOptions& options,
                   const Settings& settings) {
-  if (version == "1") return IssueWithEarlyProtocol(options);
+  if (version == "1") return IssueWithEarlyProtocol(options, settings);
   if (version == "2") return IssueWithAcmeV2(options, settings);
   throw IncorrectVersion(version);
 }

@@ -57,9 +57,9 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
     client.SetupDirectory();
     client.LoadAccount(record.account);
     client.NewNonce();
-    client.NewOrder(options.names);
-    client.AuthorizeOrder();
-    fresh = client.NewCertificate(options.names, options.certificate_id);
+    const Order order = client.NewOrder(options.names);
+    client.AuthorizeOrder(order);
+    fresh = client.NewCertificate(order, options.certificate_id);
     MoveRenewalFiles(fresh, certificate.folder);
     DebugStep("renew success. [%s].", certificate.folder.c_str());
   }

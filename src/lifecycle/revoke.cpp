@@ -31,7 +31,7 @@ void RevokeWithV2(const std::string& folder, const RenewalRecord& record,
 void RevokeByRecord(const std::string& folder, const RenewalRecord& record,
                     const Settings& settings) {
   if (record.version == 1) {
-    RevokeWithAcmeV1(record.server, record.account, folder);
+    RevokeWithAcmeV1(record.server, record.account, folder, settings);
   } else {
     RevokeWithV2(folder, record, settings);
   }

@@ -55,7 +55,7 @@ HttpResponse GoodReply(const std::string& url) {
 }
 
 void Issue() {
-  kova::AcmeV1Client client("http://c/directory");
+  kova::AcmeV1Client client("http://c/directory", kova::Settings::Read());
   client.FetchDirectory();
   client.UseOrRegister("me@mail.example");
   client.AuthorizeAll({"a.example"});

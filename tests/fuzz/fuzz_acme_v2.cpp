@@ -55,9 +55,9 @@ void Issue() {
   client.SetupDirectory();
   client.NewNonce();
   client.SetupAccount("me@mail.example");
-  client.NewOrder({"a.example"});
-  client.AuthorizeOrder();
-  (void)client.NewCertificate({"a.example"}, "");
+  const kova::Order order = client.NewOrder({"a.example"});
+  client.AuthorizeOrder(order);
+  (void)client.NewCertificate(order, "");
 }
 
 }  // namespace

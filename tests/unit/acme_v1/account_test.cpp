@@ -113,7 +113,7 @@ TEST_F(AccountV1Test, LivesBesideTheAccountsOfTheOtherVersion) {
   const std::string v2 = StoreAccount("a", newer);
   const std::string v1 = StoreAccount("b", AccountInfo());
   EXPECT_EQ(Find(), v1 + "/");
-  EXPECT_EQ(AcmeV2Client::FindAccount(server.Url("/directory"), kContact), v2);
+  EXPECT_EQ(Account::Find(server.Url("/directory"), kContact), v2);
 }
 
 TEST_F(AccountV1Test, CannotFindAnythingInAStoreThatCannotBeListed) {
@@ -355,7 +355,7 @@ TEST_F(AccountV1Test, RegistersWhenNoneIsStored) {
                           "Post JWS Request: " + server.Url("/new-reg"),
                           "Post JWS Request: " + server.Url("/reg/1")));
   // Another client finds it.
-  AcmeV1Client second(server.Url("/directory"));
+  AcmeV1Client second(server.Url("/directory"), Settings());
   server.ClearRequests();
   second.UseOrRegister(kContact);
   EXPECT_THAT(server.Requests(), IsEmpty());

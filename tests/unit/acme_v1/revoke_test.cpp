@@ -85,7 +85,7 @@ TEST_F(RevokeV1Test, TheDoorLoadsTheAccountOfTheRecord) {
   server.ClearRequests();
   EXPECT_THAT(StepsOf([&] {
                 RevokeWithAcmeV1(server.Url("/directory"), std::string(kAccountStore) + "/ready",
-                                 folder_);
+                                 folder_, Settings());
               }),
               ElementsAre("revoke with v1. [" + folder_ + "].",
                           "setup acme url " + server.Url("/directory"), "revoke certifiaction.",
@@ -95,8 +95,9 @@ TEST_F(RevokeV1Test, TheDoorLoadsTheAccountOfTheRecord) {
 
 TEST_F(RevokeV1Test, TheDoorNeedsTheAccount) {
   Serve(200);
-  EXPECT_EQ(ErrorOf([&] { RevokeWithAcmeV1(server.Url("/directory"), "/nowhere", folder_); }),
-            "201 client_v1: failed to load User Account key: /nowhere/private_key.json");
+  EXPECT_EQ(
+      ErrorOf([&] { RevokeWithAcmeV1(server.Url("/directory"), "/nowhere", folder_, Settings()); }),
+      "201 client_v1: failed to load User Account key: /nowhere/private_key.json");
   EXPECT_THAT(Posts("POST /revoke-cert"), IsEmpty());
 }
 

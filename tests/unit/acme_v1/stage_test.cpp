@@ -38,7 +38,10 @@ class StageTest : public V1Test {
     outcomes_[name + "/" + type] = std::move(outcomes);
   }
 
-  static void SkipDns() { WriteFile(kSettingsFile, R"({"skipdns01": true})"); }
+  void SkipDns() {
+    UseSettings(R"({"skipdns01": true})");
+    server.ClearRequests();
+  }
 
   // The host is a customer of the dynamic-DNS service that holds box.ddns.example.
   void ServeDdns() {
@@ -265,7 +268,7 @@ TEST_F(StageTest, SkippingDnsSendsNothing) {
 TEST_F(StageTest, OnlyTheBooleanTrueSkipsDns) {
   for (const char* settings : {R"({"skipdns01": false})", R"({"skipdns01": "true"})",
                                R"({"skipdns01": 1})", R"({"skipdns01": null})", "[]", "", "{}"}) {
-    WriteFile(kSettingsFile, settings);
+    UseSettings(settings);
     server.ClearRequests();
     EXPECT_FALSE(client.DnsChallenge("a.example"));
     EXPECT_THAT(Events(), ElementsAre("new-authz a.example")) << settings;
@@ -388,7 +391,7 @@ TEST_F(StageTest, NeedsPort80ButNotPort443) {
 
   Decide("b.example", "http-01", {kNotReached, kReached});
   ServeRouter("80 failed\n443 ok");
-  AcmeV1Client another(server.Url("/directory"));
+  AcmeV1Client another(server.Url("/directory"), Settings::Read());
   another.FetchDirectory();
   another.LoadAccountKey(std::string(kAccountStore) + "/ready");
   const Names steps = StepsOf([&] {

@@ -39,7 +39,7 @@ SignedBody::SignedBody(const HttpRequest& request) {
   EXPECT_TRUE(JsonFromText(payload_text, payload)) << payload_text;
 }
 
-V1Test::V1Test() {
+V1Test::V1Test() : client(client_.emplace(server.Url("/directory"), Settings())) {
   ResetHost();
   WriteFile(kSettingsFile, "{}");
 }
@@ -52,6 +52,13 @@ void V1Test::ServeDirectory() {
     directory[name] = server.Url(std::string("/") + name);
   }
   server.On("GET /directory", FreshJson(200, JsonToString(directory)));
+}
+
+void V1Test::UseSettings(const std::string& settings) {
+  WriteFile(kSettingsFile, settings);
+  client_.emplace(server.Url("/directory"), Settings::Read());  // in place: `client` stays
+  client.FetchDirectory();
+  client.LoadAccountKey(std::string(kAccountStore) + "/ready");
 }
 
 void V1Test::MakeReady() {

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,8 @@ class V1Test : public testing::Test {
 
   // The directory, with a nonce, at the client's URL.
   void ServeDirectory();
+  // A ready client with these settings in the place of the one that was ready.
+  void UseSettings(const std::string& settings);
   // Serves the directory and fetches it, with the known account key loaded.
   void MakeReady();
   // A stored account with the known key; returns its folder.
@@ -60,10 +63,13 @@ class V1Test : public testing::Test {
 
   LoopbackServer server;
   SleepCounter sleeps;
-  AcmeV1Client client{server.Url("/directory")};
 
  private:
   int nonces_ = 0;
+  std::optional<AcmeV1Client> client_;
+
+ protected:
+  AcmeV1Client& client;
 };
 
 }  // namespace kova::test

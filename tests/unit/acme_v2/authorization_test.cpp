@@ -69,7 +69,7 @@ TEST_F(Authorizations, ThatCannotBeFetchedFail) {
   }
   ca_.Once("POST /authz/0", HttpReply::Text(200, "<html>"));
   EXPECT_EQ(Prove(), "200 client_network: body is not json.");
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
 }
 
 TEST_F(Authorizations, WithoutANameFail) {
@@ -125,7 +125,7 @@ TEST_F(Authorizations, WithATokenThatIsNoTextLeaveTheTypeAllowed) {
     ca_.Once("POST /authz/0", HttpReply::Json(200, authorization.toStyledString()));
     EXPECT_EQ(Prove(), "200 client_v2: unexpect json response.") << token;
   }
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
 }
 
 TEST_F(Authorizations, WithAHostileTokenAreRefusedBeforeTheCaIsAnswered) {
@@ -143,14 +143,14 @@ TEST_F(Authorizations, WithAHostileTokenAreRefusedBeforeTheCaIsAnswered) {
     EXPECT_EQ(output.Debug().back(), "Failed to setup challenge for a.example with type http-01.");
     EXPECT_THAT(ca_.Routes(), ElementsAre("POST /authz/0"));
   }
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
   EXPECT_EQ(ReadFile("/var/lib/letsencrypt/.well-known/x"), "kept");
 }
 
 TEST_F(Authorizations, LeaveTheTypeAllowedWhenItsFileCannotBeWritten) {
   WriteFile(kTokenFolder, "a file where the folder should be");
   EXPECT_EQ(Prove(), "202 utils: Failed to chmod.");
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
 }
 
 TEST_F(Authorizations, WhoseChallengeTheCaRefusesUseUpTheType) {

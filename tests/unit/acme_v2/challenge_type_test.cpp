@@ -18,7 +18,7 @@ class BothTypes : public ClientTest {
 
   std::string Prove(const std::vector<std::string>& names) {
     client_ = OrderedClient(names);
-    return ErrorOf([this] { client_->AuthorizeOrder(); });
+    return ErrorOf([this] { client_->AuthorizeOrder(order_); });
   }
 
   std::unique_ptr<AcmeV2Client> client_;
@@ -36,7 +36,7 @@ TEST_F(BothTypes, PreferDns01) {
       "&tolu_id=id-1&auth_key=key-1&serial=SN-1&txt=" + DigestBase64Url(key_authorization);
   EXPECT_EQ(ca_.Requests("GET /ddns")[0].query, "_=letsencrypt%2Fcreate" + rest);
   EXPECT_EQ(ca_.Requests("GET /ddns")[1].query, "_=letsencrypt%2Fdelete" + rest);
-  EXPECT_EQ(client_->ChallengeTypeCount(), 2U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 2U);
   EXPECT_FALSE(Exists("/var/lib/letsencrypt"));
 }
 
@@ -50,7 +50,7 @@ TEST_F(BothTypes, LoseDns01OverANameOutsideTheZone) {
   OutputCapture output(1);
   EXPECT_EQ(Prove({"a.example"}), "nothing");
   EXPECT_THAT(output.Debug(), Contains("dns-01 is not support for a.example"));
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
   EXPECT_EQ(ca_.Count("POST /challenge/0/http-01"), 1U);
 }
 
@@ -64,7 +64,7 @@ TEST_F(BothTypes, AreTriedInOrderUntilOneIsOffered) {
   ca_.Offer({"tls-alpn-01", "http-01"});
   EXPECT_EQ(Prove({kInZone}), "nothing");
   EXPECT_EQ(ca_.Count("POST /challenge/0/http-01"), 1U);
-  EXPECT_EQ(client_->ChallengeTypeCount(), 2U);  // what is not offered stays allowed
+  EXPECT_EQ(client_->ChallengeTypes().size(), 2U);  // what is not offered stays allowed
 }
 
 TEST_F(BothTypes, AreUsedUpTogetherWhenNeitherIsOffered) {
@@ -80,14 +80,14 @@ TEST_F(BothTypes, StayAllowedWhenDns01CannotBeSetUp) {
             "202 client_v2: Failed to setup challegne for x.box.ddns.example of dns-01");
   EXPECT_THAT(output.Debug(),
               Contains("Failed to setup challenge for x.box.ddns.example with type dns-01."));
-  EXPECT_EQ(client_->ChallengeTypeCount(), 2U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 2U);
   EXPECT_EQ(ca_.Count("GET /ddns"), 1U);
 }
 
 TEST_F(BothTypes, StayAllowedWhenTheDdnsServiceIsGone) {
   ca_.Always("GET /ddns", HttpReply::Drop());
   EXPECT_EQ(Prove({kInZone}), "100 client_network: Server is not reachable.");
-  EXPECT_EQ(client_->ChallengeTypeCount(), 2U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 2U);
 }
 
 TEST_F(BothTypes, LoseDns01WhenItsValidationFails) {
@@ -98,12 +98,11 @@ TEST_F(BothTypes, LoseDns01WhenItsValidationFails) {
   EXPECT_EQ(Prove({kInZone}), "109 client_v2: no TXT record");
   EXPECT_THAT(output.Debug(),
               Contains("Failed to do challenge for x.box.ddns.example with type dns-01."));
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
   EXPECT_EQ(ca_.Requests("GET /ddns").back().query.substr(0, 23), "_=letsencrypt%2Fdelete&");
 
   ca_.ClearRequests();
-  client_->NewOrder({kInZone});
-  client_->AuthorizeOrder();
+  client_->AuthorizeOrder(client_->NewOrder({kInZone}));
   EXPECT_EQ(ca_.Count("POST /challenge/0/http-01"), 1U);
 }
 
@@ -114,6 +113,30 @@ TEST_F(BothTypes, KeepTheCasErrorWhenTheRecordCannotBeDeleted) {
   ca_.Once("GET /ddns", HttpReply::Json(200, R"({"code": "good"})"));
   ca_.Always("GET /ddns", HttpReply::Drop());
   EXPECT_EQ(Prove({kInZone}), "110 client_v2: no");
+}
+
+TEST_F(BothTypes, AreUsedUpByAnAttemptOrNot) {
+  EXPECT_EQ(Prove({kInZone}), "nothing");
+  EXPECT_FALSE(client_->TypeUsedUp());
+  ca_.Once("POST /challenge/0/dns-01", HttpReply::Text(500, "no"));
+  EXPECT_EQ(Prove({kInZone}), "200 client_v2: challenge: unexpect httpcode.");
+  EXPECT_TRUE(client_->TypeUsedUp());  // validation failed
+  client_->NewOrder({kInZone});
+  EXPECT_FALSE(client_->TypeUsedUp());  // another attempt
+  EXPECT_EQ(Prove({"a.example"}), "nothing");
+  EXPECT_TRUE(client_->TypeUsedUp());  // dns-01 cannot serve the name
+  ca_.Offer({"tls-alpn-01"});
+  Prove({kInZone});
+  EXPECT_TRUE(client_->TypeUsedUp());  // nothing that is offered can be done
+}
+
+TEST_F(BothTypes, AreNotUsedUpByAnOrderThatIsRefused) {
+  client_ = ReadyClient();
+  client_->AuthorizeOrder(client_->NewOrder({"a.example"}));
+  EXPECT_TRUE(client_->TypeUsedUp());
+  ca_.Once("POST /new-order", HttpReply::Text(500, "no"));
+  EXPECT_NE(ErrorOf([this] { client_->NewOrder({"a.example"}); }), "nothing");
+  EXPECT_FALSE(client_->TypeUsedUp());
 }
 
 TEST_F(BothTypes, BecomeOneWithTheSettingsWord) {
@@ -141,7 +164,7 @@ class PortBracket : public ClientTest {
 
   std::string Prove() {
     const auto client = OrderedClient({"a.example", "b.example"});
-    return ErrorOf([&] { client->AuthorizeOrder(); });
+    return ErrorOf([&] { client->AuthorizeOrder(order_); });
   }
 };
 

@@ -75,7 +75,7 @@ class ClientTest : public ::testing::Test {
   // The same after an order for the names.
   std::unique_ptr<AcmeV2Client> OrderedClient(const std::vector<std::string>& names) {
     auto client = ReadyClient();
-    client->NewOrder(names);
+    order_ = client->NewOrder(names);
     ca_.ClearRequests();
     return client;
   }
@@ -84,6 +84,7 @@ class ClientTest : public ::testing::Test {
   SyslogCapture syslog_;
   SleepCounter sleeps_;
   std::string account_folder_;
+  Order order_;  // of OrderedClient
 };
 
 }  // namespace kova::test

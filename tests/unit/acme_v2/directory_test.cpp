@@ -133,7 +133,7 @@ std::pair<size_t, std::vector<std::string>> TypesWith(const char* settings) {
   OutputCapture output(1);
   const AcmeV2Client client("http://127.0.0.1/", Settings::Read());
   EXPECT_TRUE(client.HasChallengeTypes());
-  return {client.ChallengeTypeCount(), output.Debug()};
+  return {client.ChallengeTypes().size(), output.Debug()};
 }
 
 TEST_F(ChallengeTypes, AreTwoUnlessTheSettingsSwitchDns01Off) {

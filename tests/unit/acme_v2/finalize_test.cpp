@@ -67,7 +67,7 @@ TEST_F(Finalize, DownloadsFromNowhereWithoutACertificate) {
 TEST_F(Finalize, LeavesTheChallengeTypesAlone) {
   ca_.Once(kFinalize, HttpReply::Text(500, "no"));
   ErrorOfNew();
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
 }
 
 }  // namespace

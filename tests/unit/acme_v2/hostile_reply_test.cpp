@@ -51,9 +51,9 @@ class HostileReply : public ClientTest, public ::testing::WithParamInterface<con
       client.SetupDirectory();
       client.NewNonce();
       client.SetupAccount("a@b.example");
-      client.NewOrder({"a.example"});
-      client.AuthorizeOrder();
-      client.NewCertificate({"a.example"}, "");
+      const Order order = client.NewOrder({"a.example"});
+      client.AuthorizeOrder(order);
+      client.NewCertificate(order, "");
     });
   }
 };

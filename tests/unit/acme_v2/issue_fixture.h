@@ -17,7 +17,9 @@ class IssueTest : public ClientTest {
 
   std::string New(const std::vector<std::string>& names = {"a.example", "*.a.example"},
                   const std::string& id = {}) {
-    return client_->NewCertificate(names, id);
+    Order order = order_;
+    order.names = names;
+    return client_->NewCertificate(order, id);
   }
   std::string ErrorOfNew(const std::vector<std::string>& names = {"a.example", "*.a.example"}) {
     return ErrorOf([&] { New(names); });

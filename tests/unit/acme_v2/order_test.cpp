@@ -8,7 +8,7 @@ class Orders : public ClientTest {
   Orders() : client_(ReadyClient()) {}
 
   std::string Place() {
-    return ErrorOf([this] { client_->NewOrder({"a.example"}); });
+    return ErrorOf([this] { order_ = client_->NewOrder({"a.example"}); });
   }
 
   // Replaces one member of an otherwise good order.
@@ -33,9 +33,9 @@ TEST_F(Orders, NameEveryDomainInOrder) {
 }
 
 TEST_F(Orders, AreWorkedThroughInTheCasOrder) {
-  client_->NewOrder({"a.example", "b.example", "c.example"});
+  const Order order = client_->NewOrder({"a.example", "b.example", "c.example"});
   ca_.ClearRequests();
-  client_->AuthorizeOrder();
+  client_->AuthorizeOrder(order);
   const auto routes = ca_.Routes();
   std::vector<std::string> responded;
   for (const std::string& route : routes) {
@@ -47,9 +47,9 @@ TEST_F(Orders, AreWorkedThroughInTheCasOrder) {
 
 TEST_F(Orders, ReplaceTheOneBefore) {
   client_->NewOrder({"a.example", "b.example"});
-  client_->NewOrder({"c.example"});
+  const Order order = client_->NewOrder({"c.example"});
   ca_.ClearRequests();
-  client_->AuthorizeOrder();
+  client_->AuthorizeOrder(order);
   EXPECT_EQ(ca_.Count("POST /challenge/0/http-01"), 1U);
   EXPECT_EQ(ca_.Count("POST /challenge/1/http-01"), 0U);
 }
@@ -79,7 +79,7 @@ TEST_F(Orders, ThatTheCaRefusesSayWhy) {
     ca_.Once("POST /new-order", refusal.reply);
     EXPECT_EQ(Place(), refusal.error);
   }
-  EXPECT_EQ(client_->ChallengeTypeCount(), 1U);
+  EXPECT_EQ(client_->ChallengeTypes().size(), 1U);
 }
 
 TEST_F(Orders, CutALongRefusal) {
@@ -115,7 +115,7 @@ TEST_F(Orders, MayHaveNothingToAuthorize) {
   ca_.Once("POST /new-order", Altered("authorizations", "[]"));
   EXPECT_EQ(Place(), "nothing");
   ca_.ClearRequests();
-  client_->AuthorizeOrder();
+  client_->AuthorizeOrder(order_);
   EXPECT_THAT(ca_.Routes(), IsEmpty());
 }
 

@@ -1,0 +1,26 @@
+// What is done with a proved order, and with the certificate that came of it.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "acme_v2/order.h"
+#include "acme_v2/session.h"
+
+namespace kova {
+
+// Key, request, finalize, download, storage. The folder that holds the certificate now: that of
+// `certificate_id`, or a new one when it is empty. Throws SLError 200, 202 or 205, or what the CA
+// says about an order that it gives up.
+std::string Issue(Session& session, const Order& order, const std::string& certificate_id);
+
+// Sends the request (base64url of its DER) and, with the settings' leave, waits for a CA that takes
+// its time. Returns the CA's view of the order, finalized.
+Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr);
+
+// Revokes the certificate of an archive folder and removes its renewal record. Throws SLError 200,
+// and std::out_of_range when the folder's cert.pem holds no PEM block.
+void Revoke(Session& session, const std::string& folder);
+
+}  // namespace kova
