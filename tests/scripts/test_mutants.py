@@ -1,0 +1,126 @@
+"""scripts/mutants.sh on a small tree of its own: what its tests notice is killed, and only that."""
+
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+
+TREE = pathlib.Path(__file__).parents[2]
+
+SOURCE = """\
+#include "toy/toy.h"
+
+namespace kova {
+
+int calls = 0;
+
+// The larger one: "a > b" or not.
+int Larger(int a, int b) {
+  ++calls;
+  return a > b ? a : b;
+}
+
+bool IsTwice(int a, int b) { return a == b + b; }
+
+int Calls() {
+  if (calls < 0) {
+    calls = 0;
+  }
+  return calls;
+}
+
+}  // namespace kova
+"""
+HEADER = "int Larger(int a, int b);\nbool IsTwice(int a, int b);\nint Calls();\n"
+TEST = """\
+#include "toy/toy.h"
+
+int main() {
+  using namespace kova;
+  const bool good = Larger(3, 2) == 3 && Larger(2, 3) == 3 && IsTwice(4, 2) && !IsTwice(3, 2);
+  return good ? 0 : 1;
+}
+"""
+CMAKE = """\
+cmake_minimum_required(VERSION 3.25)
+project(toy LANGUAGES CXX)
+function(kova_unit_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name}_test ${arg_SOURCES} ${CMAKE_SOURCE_DIR}/src/toy/toy.cpp)
+  target_include_directories(${name}_test PRIVATE ${CMAKE_SOURCE_DIR}/src)
+endfunction()
+add_subdirectory(tests/unit/toy)
+"""
+
+
+@pytest.fixture(name="toy")
+def fixture_toy(tmp_path):
+    files = {
+        "src/toy/toy.h": f"#pragma once\nnamespace kova {{\n{HEADER}}}  // namespace kova\n",
+        "src/toy/toy.cpp": SOURCE,
+        "tests/unit/toy/toy_test.cpp": TEST,
+        "tests/unit/toy/CMakeLists.txt": "kova_unit_test(toy SOURCES toy_test.cpp)\n",
+        "tests/sandbox/sandbox": "#!/bin/sh\nexec \"$@\"\n",
+        "CMakeLists.txt": CMAKE,
+    }
+    for name, text in files.items():
+        (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+        (tmp_path / name).write_text(text)
+    (tmp_path / "tests/sandbox/sandbox").chmod(0o755)
+    shutil.copy(TREE / "CMakePresets.json", tmp_path)
+    shutil.copytree(TREE / "scripts", tmp_path / "scripts")
+    return tmp_path
+
+
+def mutants(tree, *arguments):
+    result = subprocess.run([tree / "scripts/mutants.sh", *arguments], capture_output=True, text=True,
+                            check=False)
+    return result.returncode, result.stdout.splitlines()
+
+
+def test_mutants_are_one_operator_or_statement_each(toy):
+    assert mutants(toy, "--list") == (0, [
+        "src/toy/toy.cpp:9: `++calls;` removed",
+        "src/toy/toy.cpp:9: `++` -> `--`",
+        "src/toy/toy.cpp:10: `>` -> `>=`",
+        "src/toy/toy.cpp:13: `==` -> `!=`",
+        "src/toy/toy.cpp:13: `+` -> `-`",
+        "src/toy/toy.cpp:16: `calls < 0` -> `!(calls < 0)`",
+        "src/toy/toy.cpp:16: `<` -> `<=`",
+        "src/toy/toy.cpp:17: `calls = 0;` removed"])
+    assert len(mutants(toy, "--list", "--sample", "3")[1]) == 3
+
+
+def test_what_no_test_notices_survives(toy):
+    # Nobody asks how often Larger was called; "a >= b" is as good as "a > b".
+    assert mutants(toy, "--room", "toy") == (1, [
+        "survived  src/toy/toy.cpp:9: `++calls;` removed",
+        "survived  src/toy/toy.cpp:9: `++` -> `--`",
+        "survived  src/toy/toy.cpp:10: `>` -> `>=`",
+        "survived  src/toy/toy.cpp:16: `calls < 0` -> `!(calls < 0)`",
+        "survived  src/toy/toy.cpp:16: `<` -> `<=`",
+        "survived  src/toy/toy.cpp:17: `calls = 0;` removed",
+        "toy: 2 killed, 6 survived, 0 invalid; 25% of the valid mutants killed"])
+
+
+def test_what_hangs_is_killed_and_what_does_not_compile_is_invalid(toy):
+    # Larger runs in circles without its count, and constants can't be counted down.
+    source = (SOURCE.replace("  return a > b ? a : b;", "  while (calls < 1) {}\n  return a;")
+              .replace("return a == b + b", "static_assert(1 + 1 == 2); return b")
+              .split("int Calls()", maxsplit=1)[0] + "}\n")
+    (toy / "src/toy/toy.cpp").write_text(source)
+    test = "#include \"toy/toy.h\"\nint main() { return kova::Larger(3, 2) - 3; }\n"
+    (toy / "tests/unit/toy/toy_test.cpp").write_text(test)
+    assert mutants(toy, "--jobs", "2") == (
+        0, ["toy: 3 killed, 0 survived, 2 invalid; 100% of the valid mutants killed"])
+
+
+def test_tests_that_fail_without_a_mutant_are_told(toy):
+    (toy / "tests/unit/toy/toy_test.cpp").write_text("int main() { return 1; }\n")
+    assert mutants(toy, "--room", "toy")[0] == 1
+
+
+def test_the_tree_itself_is_left_as_it_is(toy):
+    mutants(toy, "--room", "toy", "--sample", "1")
+    assert (toy / "src/toy/toy.cpp").read_text() == SOURCE
