@@ -5,6 +5,7 @@
  * Not linked with the library of these functions: most programs that get this have none. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <openssl/evp.h>
 #include <stdarg.h>
@@ -18,6 +19,8 @@
 enum { BITS = 2048, KEYS = 16 };
 
 typedef EVP_PKEY* Generate(OSSL_LIB_CTX*, const char*, const char*, ...);
+typedef int GenerateIn(EVP_PKEY_CTX*, EVP_PKEY**);
+typedef int IsA(const EVP_PKEY_CTX*, const char*);
 typedef EVP_PKEY* Read(FILE*, EVP_PKEY**, void*, void*);
 
 static unsigned next_number(const char* folder) {
@@ -61,4 +64,15 @@ EVP_PKEY* EVP_PKEY_Q_keygen(OSSL_LIB_CTX* context, const char* properties, const
   }
   va_end(args);
   return key;
+}
+
+/* The openssl tool's way; the product asks it for keys of 2048 bits alone. */
+int EVP_PKEY_keygen(EVP_PKEY_CTX* context, EVP_PKEY** key) {
+  GenerateIn* make = (GenerateIn*)dlsym(RTLD_NEXT, "EVP_PKEY_keygen");
+  IsA* is_a = (IsA*)dlsym(RTLD_DEFAULT, "EVP_PKEY_CTX_is_a");
+  const char* folder = getenv("KOVA_KEY_POOL");
+  int is_tool = strcmp(program_invocation_short_name, "openssl") == 0;
+  if (folder == NULL || !is_tool || !is_a(context, "RSA")) return make(context, key);
+  *key = pooled_key(folder);
+  return *key != NULL;
 }

@@ -80,7 +80,16 @@ def accounts():
 
 def services(folders):
     """Every service has one whole set in its place."""
-    return [f"service: {flaw}" for flaw in map(flaw_of_set, folders) if flaw]
+    return list(filter(None, map(_flaw_of_service, folders)))
+
+
+def _flaw_of_service(folder):
+    flaw = flaw_of_set(folder)
+    if flaw is None:
+        return None
+    if flaw_of_set(folder + ".bak") is None:
+        return f"service: {folder} stands whole beside itself, as its backup"
+    return f"service: {flaw}"
 
 
 def archive():

@@ -54,6 +54,7 @@ class Lab:
         self.host.mount("/tmp", 0o1777)
         self.host.write(paths.ARCHIVE + "/INFO", "{}\n", 0o600)
         self.installed = Snapshot()
+        self._faults = faults
         self.tool = FaultPoint(self.host, build + "/tests/faults/fault_point")
         self.account_key = _key(f"{self.workspace}/keys/{POOLED_KEYS - 1}")
         self.ca = AcmeCa()
@@ -89,6 +90,11 @@ class Lab:
     def run_disturbed(self, command, *disturbance, **options):
         return self.tool.run(command, *disturbance, **options,
                              env={"KOVA_KEY_POOL": self.workspace + "/keys"})
+
+    def real_time(self):
+        """The environment of a program that waits in earnest."""
+        return {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "TZ": "UTC",
+                "LD_PRELOAD": self._faults, "KOVA_KEY_POOL": self.workspace + "/keys"}
 
     def account(self):
         """Stores an account that the CA knows; returns its folder."""
