@@ -25,8 +25,10 @@ std::vector<std::string> ListCertificateIds(Site site) {
   }
   Json::Value index;
   errno = 0;
-  if (!JsonFromFile(path, index) || !index.isObject()) {
-    LogError(site, "Read json file failed. [%s][%s]", std::strerror(errno), path.c_str());
+  const bool parsed = JsonFromFile(path, index);
+  if (!parsed || !index.isObject()) {
+    const char* reason = parsed ? "not an object" : std::strerror(errno);
+    LogError(site, "Read json file failed. [%s][%s]", reason, path.c_str());
     return {};
   }
   return index.getMemberNames();

@@ -88,6 +88,17 @@ def test_folder_that_is_not_in_the_index_does_not_count(host):
     assert os.listdir("/etc/cron.d") == []
 
 
+def test_job_that_cannot_be_added_is_in_the_log(host):
+    acme_folder(host)
+    host.mount("/etc/cron.d", size=4096)
+    host.write("/etc/cron.d/full", b"x" * 4096)
+    result = host.run("add-cronjob")
+    assert (result.status, result.stdout) == (0, "")
+    assert re.fullmatch(r"kova-letsencrypt:# Failed to add the renewal job\."
+                        r"\[0x001C \S*crond\.cpp:\d+\]", result.errors[-1])
+    assert len(result.errors) == 1
+
+
 def test_index_that_names_a_missing_folder(host):
     host.write(paths.ARCHIVE + "/INFO", '{"gone": {}}')
     result = host.run("add-cronjob")
@@ -104,13 +115,15 @@ def test_missing_index(host):
         f"utils:# File not exist. [No such file or directory][{paths.ARCHIVE}/INFO]"]
 
 
-@pytest.mark.parametrize("text", ["", "{", "[]", "null", "7", '"x"', "[" * 100000])
-def test_broken_index(host, text):
+@pytest.mark.parametrize("text, reason", [
+    *((text, "Success") for text in ("", "{", "[" * 100000)),
+    *((text, "not an object") for text in ("[]", "null", "7", '"x"'))])
+def test_broken_index(host, text, reason):
     acme_folder(host)
     host.write(paths.ARCHIVE + "/INFO", text)
     result = host.run("add-cronjob")
     assert result.status == 0
-    assert result.errors == [f"utils:# Read json file failed. [Success][{paths.ARCHIVE}/INFO]"]
+    assert result.errors == [f"utils:# Read json file failed. [{reason}][{paths.ARCHIVE}/INFO]"]
     assert os.listdir("/etc/cron.d") == []
 
 

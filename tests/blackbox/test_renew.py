@@ -240,6 +240,21 @@ def test_failed_download_leaves_the_old_certificate(host, ca, account, archive):
     assert host.certificates() == [FOLDER]
 
 
+def test_account_that_cannot_be_loaded_costs_no_nonce(host, ca, archive):
+    archive.add(ID, record=record(ca.directory, "/nowhere"))
+    refused(renew(host), 201, "failed to load User Info: /nowhere/info.json")
+    assert ca.trace == ["directory"]
+
+
+def test_success_is_told_after_the_move(host, ca, account, archive):
+    certificate_for(archive, ca, account)
+    os.unlink(FOLDER + "/fullchain.pem")
+    host.write(FOLDER + "/fullchain.pem/in-the-way", "x")
+    result = renew(host, "-v")
+    assert result.status == 1
+    assert [line for line in result.debug if "renew success" in line] == []
+
+
 def test_file_that_cannot_be_moved_keeps_the_rest_in_the_fresh_folder(host, ca, account, archive):
     certificate_for(archive, ca, account)
     old_key = expect.read(FOLDER + "/privkey.pem")

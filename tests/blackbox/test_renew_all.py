@@ -37,12 +37,14 @@ def test_missing_index(host, reloads):
     assert reloads.lines == []
 
 
-@pytest.mark.parametrize("text", ["", "{", "[]", "null", "7", '"x"', '{"a":', "[" * 100000])
-def test_index_that_is_no_json_object(host, reloads, text):
+@pytest.mark.parametrize("text, reason", [
+    *((text, "Success") for text in ("", "{", '{"a":', "[" * 100000)),
+    *((text, "not an object") for text in ("[]", "null", "7", '"x"'))])
+def test_index_that_is_no_json_object(host, reloads, text, reason):
     host.write(INDEX, text)
     result = host.run("renew-all")
     reported(result)
-    assert result.errors == [f"{TAG}Read json file failed. [Success][{INDEX}]"]
+    assert result.errors == [f"{TAG}Read json file failed. [{reason}][{INDEX}]"]
 
 
 def test_index_that_cannot_be_read(host):
@@ -50,6 +52,15 @@ def test_index_that_cannot_be_read(host):
     result = host.run("renew-all")
     reported(result)
     assert result.errors == [f"{TAG}Read json file failed. [Is a directory][{INDEX}]"]
+
+
+def test_index_is_read_before_the_settings(host):
+    os.unlink(paths.SETTINGS)
+    result = host.run("renew-all")
+    reported(result)
+    assert result.errors == [
+        f"{TAG}File not exist. [No such file or directory][{INDEX}]",
+        f"{TAG}File not exist. [No such file or directory]: [{paths.SETTINGS}]"]
 
 
 def test_empty_index(host):

@@ -3,6 +3,7 @@
 import base64
 import json
 import os
+import re
 import signal
 import textwrap
 
@@ -171,6 +172,12 @@ def test_refusal_ends_it_abnormally(host, ca, account, archive, job, status, det
     assert job_stands()
 
 
+def test_reason_of_the_authority_stays_on_one_line_of_the_log(host, ca, account, archive, job):
+    issue(host, ca, archive)
+    ca.answer("revokeCert", problem("unauthorized", "no\nOct 1 host sshd: all is well\r\t\x1b[2J", 403))
+    died(revoke(host), "Revoke failed - 403  no Oct 1 host sshd: all is well   [2J")
+
+
 def test_refusal_without_json(host, ca, account, archive, job):
     issue(host, ca, archive)
     ca.answer("revokeCert", Reply(502, "<html>"))
@@ -285,6 +292,17 @@ def test_last_acme_certificate_takes_the_job_along(host, ca, account, archive, j
     assert not job_stands()
 
 
+def test_job_that_cannot_be_removed_is_in_the_log(host, ca, account, archive, job):
+    issue(host, ca, archive)
+    os.unlink(paths.CRON_JOB)
+    os.mkdir(paths.CRON_JOB)
+    result = revoke(host)
+    finished(result)
+    [line] = result.errors
+    assert re.fullmatch(r"kova-letsencrypt:# Failed to remove the renewal job\."
+                        r"\[0x0015 \S*crond\.cpp:\d+\]", line)  # 21: a folder
+
+
 def test_one_of_two_keeps_the_job(host, ca, account, archive, job):
     issue(host, ca, archive, "one", ["one.example"])
     issue(host, ca, archive, "two", ["two.example"])
@@ -328,7 +346,8 @@ def test_broken_index_takes_the_job_along(host, ca, account, archive, job, text)
     host.write(INDEX, text)
     result = revoke(host)
     finished(result)
-    assert result.errors == [f"utils:# Read json file failed. [Success][{INDEX}]"]
+    reason = "Success" if text in ("", "{", "[" * 100000) else "not an object"
+    assert result.errors == [f"utils:# Read json file failed. [{reason}][{INDEX}]"]
     assert not job_stands()
 
 

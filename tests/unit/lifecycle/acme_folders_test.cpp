@@ -54,12 +54,16 @@ TEST_F(AcmeFoldersTest, AMissingIndexIsLogged) {
 }
 
 TEST_F(AcmeFoldersTest, AnIndexThatIsNoObjectIsLogged) {
-  for (const char* text : {"", "{", "[]", "7", "null", "\"x\""}) {
+  using Case = std::pair<const char*, std::string>;
+  for (const auto& [text, reason] :
+       {Case{"", "Success"}, Case{"{", "Success"}, Case{"[]", "not an object"},
+        Case{"7", "not an object"}, Case{"null", "not an object"},
+        Case{"\"x\"", "not an object"}}) {
     Put("INFO", text);
     syslog_.Clear();
     EXPECT_THAT(ListAcmeFolders(), IsEmpty()) << text;
     EXPECT_THAT(syslog_.Texts(),
-                ElementsAre("utils:# Read json file failed. [Success][" + kRoot + "/INFO]"))
+                ElementsAre("utils:# Read json file failed. [" + reason + "][" + kRoot + "/INFO]"))
         << text;
   }
 }

@@ -1,0 +1,120 @@
+#include "lifecycle/issue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "error_text.h"
+#include "host_files.h"
+#include "output_capture.h"
+#include "scripted_ca.h"
+#include "sleep_counter.h"
+#include "syslog_capture.h"
+
+namespace kova::test {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr char kGaveUp[] = " kova-letsencrypt: Failed to new certificate.";
+constexpr char kOrder[] = "POST /new-order";
+
+class IssueLoop : public testing::Test {
+ protected:
+  IssueLoop() {
+    ResetHost();
+    WriteFile(kSettingsFile, "{}");
+    settings_.usable = true;
+    settings_.skip_dns01 = true;
+    settings_.order_attempts = 3;
+  }
+
+  std::string Issue(const std::vector<std::string>& names = {"a.example"}) {
+    return IssueWithAcmeV2({ca_.DirectoryUrl(), names, "me@b.example", ""}, settings_);
+  }
+  std::string ErrorOfIssue(const std::vector<std::string>& names = {"a.example"}) {
+    return ErrorOf([&] { Issue(names); });
+  }
+  std::vector<std::string> FailedAttempts() {
+    std::vector<std::string> lines;
+    for (const std::string& text : syslog_.Texts()) {
+      if (text.find("Failed to do new authorization") != std::string::npos) lines.push_back(text);
+    }
+    return lines;
+  }
+
+  ScriptedCa ca_;
+  SyslogCapture syslog_;
+  SleepCounter sleeps_;
+  Settings settings_;
+};
+
+TEST_F(IssueLoop, EndsWithTheFolderOfTheFirstSuccess) {
+  EXPECT_THAT(Issue(), StartsWith(std::string(kArchive) + "/"));
+  EXPECT_EQ(ca_.Count(kOrder), 1U);
+  EXPECT_THAT(FailedAttempts(), IsEmpty());
+  EXPECT_THAT(sleeps_.Durations(), IsEmpty());
+}
+
+TEST_F(IssueLoop, ARefusedOrderIsTriedAsOftenAsTheSettingsSay) {
+  ca_.Always(kOrder, ScriptedCa::Problem(429, "rateLimited", "too many"));
+  EXPECT_EQ(ErrorOfIssue(), std::string("104") + kGaveUp);
+  EXPECT_EQ(ca_.Count(kOrder), 3U);
+  EXPECT_THAT(FailedAttempts(), SizeIs(3));
+  EXPECT_THAT(FailedAttempts(), Each(HasSubstr(R"([{"error":104,"file":"client_v2","msg":)")));
+  EXPECT_THAT(sleeps_.Durations(), ElementsAre(std::chrono::seconds(2), std::chrono::seconds(2)));
+}
+
+TEST_F(IssueLoop, WithoutABoundItIsTriedUntilItSucceedsAndWithoutAWait) {
+  settings_.order_attempts = 0;
+  ca_.Once(kOrder, ScriptedCa::Problem(429, "rateLimited", "too many"), 20);
+  EXPECT_THAT(Issue(), StartsWith(kArchive));
+  EXPECT_EQ(ca_.Count(kOrder), 21U);
+  EXPECT_THAT(FailedAttempts(), SizeIs(20));
+  EXPECT_THAT(sleeps_.Durations(), IsEmpty());
+}
+
+TEST_F(IssueLoop, TheCodeIsThatOfTheLastAttempt) {
+  ca_.Once(kOrder, ScriptedCa::Problem(429, "rateLimited", "too many"), 2);
+  ca_.Once(kOrder, HttpReply::Text(500, "{}"));
+  EXPECT_EQ(ErrorOfIssue(), std::string("200") + kGaveUp);
+}
+
+TEST_F(IssueLoop, ATypeThatFailedIsUsedUpAndTheRestTried) {
+  ca_.Once("POST /authz/0", HttpReply::Json(200, ca_.Authorization("a.example", "pending")));
+  ca_.Once("POST /authz/0",
+           HttpReply::Json(200, ca_.FailedAuthorization("a.example", "http-01", "unauthorized",
+                                                        "wrong token")));
+  EXPECT_EQ(ErrorOfIssue(), std::string("110") + kGaveUp);
+  EXPECT_EQ(ca_.Count(kOrder), 1U);
+  EXPECT_THAT(FailedAttempts(), SizeIs(1));
+}
+
+TEST_F(IssueLoop, ANameOfASingleStarIsNoSLError) {
+  EXPECT_THAT(ErrorOfIssue({"*"}), StartsWith("std: "));
+  EXPECT_THAT(ca_.Routes(), IsEmpty());
+}
+
+TEST_F(IssueLoop, AWildcardOutsideTheVendorsZoneIsRefusedBeforeTheAuthorityIsAsked) {
+  EXPECT_EQ(ErrorOfIssue({"a.example", "*.b.example"}),
+            "108 kova-letsencrypt: *.b.example is not Kova ddns");
+  EXPECT_THAT(ca_.Routes(), IsEmpty());
+  EXPECT_THAT(syslog_.Texts(),
+              testing::Contains("kova-letsencrypt:# Only Kova ddns suppport wildcard function"));
+}
+
+TEST_F(IssueLoop, AVersionThatIsNoneIsAFailureOfItsOwn) {
+  const IssueOptions options{ca_.DirectoryUrl(), {"a.example"}, "me@b.example", ""};
+  EXPECT_EQ(ErrorOf([&] { kova::Issue("3", options, settings_); }),
+            "202 kova-letsencrypt: Incorrect version specify [3]");
+  EXPECT_EQ(ErrorOf([&] { kova::Issue(std::string(2000, '9'), options, settings_); }).size(),
+            std::string("202 kova-letsencrypt: ").size() + 1023);
+  EXPECT_THAT(ca_.Routes(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kova::test
