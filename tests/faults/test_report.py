@@ -5,9 +5,9 @@ import json
 import pytest
 from faultlib.report import Allowed, describe, merge, table
 
-BROKEN = {"scenario": "renew", "point": 7, "error": None, "call": "rename", "program": "p",
+BROKEN = {"scenario": "renew", "point": 7, "fault": "kill", "call": "rename", "program": "p",
           "paths": ["/a/INFO.temp", "/a/INFO"], "flaws": ["left behind: /a/INFO.temp"]}
-ENTRY = {"scenario": "renew", "error": None, "call": "rename", "path": "INFO$",
+ENTRY = {"scenario": "renew", "fault": "kill", "call": "rename", "path": "INFO$",
          "flaw": "left behind: /a/", "reason": "the interface fixes it"}
 
 
@@ -23,29 +23,29 @@ def allowed(tmp_path):
 def test_point_with_an_entry_is_allowed(allowed):
     known = allowed(ENTRY)
     assert known.covers(BROKEN)
-    assert known.unmet(["renew"], errors=False) == []
+    assert known.unmet(["renew"], "kill") == []
 
 
 @pytest.mark.parametrize("change", [
-    {"scenario": "revoke"}, {"error": "EIO"}, {"call": "unlink"}, {"paths": ["/a/DEFAULT"]},
+    {"scenario": "revoke"}, {"fault": "EIO"}, {"call": "unlink"}, {"paths": ["/a/DEFAULT"]},
     {"flaws": ["left behind: /b/x"]}, {"flaws": [*BROKEN["flaws"], "service: /s lacks cert.pem"]}])
 def test_anything_else_is_not(allowed, change):
     assert not allowed(ENTRY).covers({**BROKEN, **change})
 
 
 def test_failing_calls_have_entries_of_their_own(allowed):
-    failing = {**BROKEN, "error": "EIO"}
-    assert allowed({**ENTRY, "error": "EIO"}).covers(failing)
-    assert allowed({**ENTRY, "error": "*"}).covers(failing)
-    assert not allowed({**ENTRY, "error": "ENOSPC"}).covers(failing)
-    assert not allowed({**ENTRY, "error": "*"}).covers(BROKEN)
+    failing = {**BROKEN, "fault": "EIO"}
+    assert allowed({**ENTRY, "fault": "EIO"}).covers(failing)
+    assert allowed({**ENTRY, "fault": "error"}).covers(failing)
+    assert not allowed({**ENTRY, "fault": "ENOSPC"}).covers(failing)
+    assert not allowed({**ENTRY, "fault": "error"}).covers(BROKEN)
 
 
 def test_entry_that_nothing_breaks_is_told(allowed):
-    known = allowed(ENTRY, {**ENTRY, "error": "*"})
-    assert known.unmet(["renew"], errors=False) == [ENTRY]
-    assert known.unmet(["renew"], errors=True) == [{**ENTRY, "error": "*"}]
-    assert known.unmet(["revoke"], errors=False) == []
+    known = allowed(ENTRY, {**ENTRY, "fault": "error"})
+    assert known.unmet(["renew"], "kill") == [ENTRY]
+    assert known.unmet(["renew"], "error") == [{**ENTRY, "fault": "error"}]
+    assert known.unmet(["revoke"], "kill") == []
 
 
 def test_shards_are_added_up():
@@ -58,6 +58,6 @@ def test_shards_are_added_up():
 
 
 def test_broken_point_is_described():
-    assert describe(BROKEN) == ("renew 7 killed before rename (p) /a/INFO.temp /a/INFO\n"
+    assert describe(BROKEN) == ("renew 7 kill at rename (p) /a/INFO.temp /a/INFO\n"
                                 "    left behind: /a/INFO.temp")
-    assert describe({**BROKEN, "error": "EIO"}).startswith("renew 7 EIO before rename")
+    assert describe({**BROKEN, "fault": "EIO"}).startswith("renew 7 EIO at rename")

@@ -1,6 +1,7 @@
 """The host of a sweep: one installed tree, one authority of each protocol, and a quick way back to
 where a scenario starts."""
 
+import glob
 import os
 import shutil
 import tempfile
@@ -60,13 +61,18 @@ class Lab:
         self.ca = AcmeCa()
         tolerate_padding(self.ca)
         self.early_ca = AcmeV1Ca()
-        self.early_ca.validators["http-01"] = validators.webroot
         self.settings = content(paths.SETTINGS)
         self.clear()
 
     def clear(self):
         """A host as it is after the installation: no certificates, accounts and services."""
         self.installed.restore()
+        self._registrations = 0
+        self.forget()
+        for hook in os.listdir(paths.HOOKS):
+            os.unlink(f"{paths.HOOKS}/{hook}")
+        for server in (self.ca, self.early_ca):
+            server.validators["http-01"] = validators.webroot
         self.host.write_settings(self.settings)
         self.archive = Archive(self.host)
         self.cli = ArchiveCli(self.host)
@@ -76,9 +82,13 @@ class Lab:
         """What the servers and the log remember of earlier runs."""
         self.host.runs.clear()
         self.host.syslog.forget()
+        for log in glob.glob(self.workspace + "/*.log"):
+            os.unlink(log)
         for server in (self.ca, self.early_ca):
             server.requests.clear()
             server.violations.clear()
+        # Dealt keys come round again, and the early authority knows a key once.
+        del self.early_ca.state.registrations[self._registrations:]
         for things in (self.ca.orders, self.ca.authorizations, self.ca.challenges):
             things.clear()
 
@@ -102,7 +112,9 @@ class Lab:
         return store_account(self.host, self.ca.directory, self.ca.register(jwk), jwk)
 
     def early_account(self):
-        return store_early_account(self.host, self.early_ca, self.account_key)
+        folder = store_early_account(self.host, self.early_ca, self.account_key)
+        self._registrations = len(self.early_ca.state.registrations)
+        return folder
 
     def close(self):
         self.host.stop()

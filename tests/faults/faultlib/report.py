@@ -19,8 +19,7 @@ def table(results):
 
 def describe(broken):
     """A broken point in a few lines."""
-    what = "killed" if broken["error"] is None else broken["error"]
-    lines = [f"{broken['scenario']} {broken['point']} {what} before {broken['call']} "
+    lines = [f"{broken['scenario']} {broken['point']} {broken['fault']} at {broken['call']} "
              f"({broken['program']}) {' '.join(broken['paths'])}"]
     return "\n".join(lines + [f"    {flaw}" for flaw in broken["flaws"]])
 
@@ -34,7 +33,7 @@ def merge(shards):
             into["tried"] += result["tried"]
             into["broken"] += result["broken"]
     for result in merged.values():
-        result["broken"].sort(key=lambda broken: (broken["point"], broken["error"] or ""))
+        result["broken"].sort(key=lambda broken: (broken["point"], broken["fault"]))
     return merged
 
 
@@ -57,17 +56,21 @@ class Allowed:
                 return True
         return False
 
-    def unmet(self, scenarios, errors):
-        """Entries of these scenarios that nothing broke."""
+    def unmet(self, scenarios, kind):
+        """Entries of these scenarios that nothing broke; `kind` is "kill", "error" or "signal"."""
         return [entry for number, entry in enumerate(self._entries)
-                if number not in self._met and (entry["error"] is not None) == errors
+                if number not in self._met and _kind(entry["fault"]) == kind
                 and entry["scenario"] in scenarios]
 
 
+def _kind(fault):
+    if fault in ("kill", "error", "signal"):
+        return fault
+    return "signal" if fault.startswith("SIG") else "error"
+
+
 def _is_at(entry, broken):
-    """The same fault at the same call on the same file."""
-    error = broken["error"]
+    """The same fault at the same call on the same file; "error" is any error."""
     return (entry["scenario"] == broken["scenario"] and entry["call"] == broken["call"]
-            and (entry["error"] is None) == (error is None)
-            and entry["error"] in (None, "*", error)
+            and entry["fault"] in (broken["fault"], _kind(broken["fault"]))
             and any(re.search(entry["path"], path) for path in broken["paths"]))

@@ -4,10 +4,11 @@ import glob
 import os
 from dataclasses import dataclass, field
 
-from lib import paths
+from lib import paths, validators
 from lib.accounts import store_account
 from lib.archive_cli import PROGRAM as ARCHIVE_PROGRAM
 from lib.renewal import folder_of, put_certificate, record, service, service_folder
+from lib.router import CLOSED, OPENED, Router
 
 from . import state
 from .invariants import flaw_of_set, same_set
@@ -23,9 +24,10 @@ MAIL = service_folder("pkg", "mail", package=True)
 class Scenario:
     name: str
     prepare: object              # (lab) -> [program, arguments...]
-    done: object                 # (start: Snapshot) -> True when what was asked for is so
+    done: object                 # (lab) -> True when what was asked for is so
     follow: list = None          # the next run; None: the same command again
     services: list = field(default_factory=list)     # their folders, each with a set before and after
+    taken_back: object = None    # (lab) -> False when a signal left something of it in place
     between: list = field(default_factory=list)      # what INFO may also be on the way
 
 
@@ -40,27 +42,27 @@ def front(*arguments):
 # -- what was asked for ------------------------------------------------------------------------------
 
 
-def issued(_start):
+def issued(_lab):
     """A whole certificate with its renewal record, and the renewal job."""
     folders = [folder for folder in glob.glob(paths.ARCHIVE + "/*")
                if os.path.exists(folder + "/renew.json")]
     return bool(folders) and os.path.exists(paths.CRON_JOB) and not any(map(flaw_of_set, folders))
 
 
-def replaced(start):
+def replaced(lab):
     """The certificate's folder holds another whole set than at first."""
     folder = folder_of(ID)
     return (flaw_of_set(folder) is None and os.path.exists(folder + "/renew.json")
-            and state.content(folder + "/cert.pem") != start.content(folder + "/cert.pem"))
+            and state.content(folder + "/cert.pem") != lab.start.content(folder + "/cert.pem"))
 
 
 def deployed_to(identity, *folders):
     """The services' folders hold the set of that certificate."""
-    return lambda _start: all(same_set(folder_of(identity), folder) for folder in folders)
+    return lambda _lab: all(same_set(folder_of(identity), folder) for folder in folders)
 
 
-def renewed_and_deployed(start):
-    return replaced(start) and deployed_to(ID, WEB, MAIL)(start)
+def renewed_and_deployed(lab):
+    return replaced(lab) and deployed_to(ID, WEB, MAIL)(lab)
 
 
 # -- hosts -------------------------------------------------------------------------------------------
@@ -139,7 +141,7 @@ def revoke(lab):
     return kova("revoke", "-c", ID)
 
 
-def revoked(_start):
+def revoked(_lab):
     return not os.path.exists(folder_of(ID) + "/renew.json") and not os.path.exists(paths.CRON_JOB)
 
 
@@ -148,11 +150,34 @@ def add_cronjob(lab):
     return kova("add-cronjob")
 
 
+def behind_a_router(lab):
+    """The name can only be reached while the router forwards the ports."""
+    command = with_account(lab)
+    lab.host.device(router="upnp")
+    lab.router = Router(lab.host)
+    lab.ca.validators["http-01"] = lambda *proof: (
+        validators.webroot(*proof) if lab.router.calls[-1:] == [OPENED] else NOT_REACHED)
+    lab.host.settings(skipdns01=True)
+    return command
+
+
+NOT_REACHED = ("connection", "nobody answers")
+
+
+def closed(lab):
+    """The last that the router was told is to forward nothing."""
+    return lab.router.calls[-1:] in ([], [CLOSED])
+
+
+def issued_and_closed(lab):
+    return issued(lab) and closed(lab)
+
+
 # -- kova-archive ------------------------------------------------------------------------------------
 
 
 def entry(identity, *services):
-    return lambda _start: _listed(identity) == [f"{s['subscriber']}/{s['service']}"
+    return lambda _lab: _listed(identity) == [f"{s['subscriber']}/{s['service']}"
                                                 for s in services]
 
 
@@ -223,21 +248,20 @@ def archive_self_signed(lab):
     return front("self-signed", "/usr/kova/etc/set")
 
 
-def moved(start):
-    return (entry(ID)(start) and entry(OTHER, service())(start)
-            and deployed_to(OTHER, WEB)(start))
+def moved(lab):
+    return entry(ID)(lab) and entry(OTHER, service())(lab) and deployed_to(OTHER, WEB)(lab)
 
 
-def removed(_start):
+def removed(_lab):
     return _listed(ID) is None and not os.path.exists(folder_of(ID))
 
 
-def bound(start):
-    return entry(ID, service())(start) and deployed_to(ID, WEB)(start)
+def bound(lab):
+    return entry(ID, service())(lab) and deployed_to(ID, WEB)(lab)
 
 
 def default_is(identity):
-    return lambda _start: (state.content(paths.ARCHIVE + "/DEFAULT") or b"").strip() == \
+    return lambda _lab: (state.content(paths.ARCHIVE + "/DEFAULT") or b"").strip() == \
         identity.encode()
 
 
@@ -246,13 +270,14 @@ SELF_SIGNED = ["cert.pem", "fullchain.pem", "is_default_cert", "kova-ca-cert.pem
 
 
 def generated(folder):
-    return lambda _start: (os.path.isdir(folder) and set(SELF_SIGNED) <= set(os.listdir(folder))
+    return lambda _lab: (os.path.isdir(folder) and set(SELF_SIGNED) <= set(os.listdir(folder))
                            and flaw_of_set(folder) is None)
 
 
 SCENARIOS = [
     Scenario("new-cert", with_account, issued),
     Scenario("registration", first_registration, issued),
+    Scenario("new-cert-router", behind_a_router, issued_and_closed, taken_back=closed),
     Scenario("new-cert-c", over_an_old_one, replaced),
     Scenario("renew", renew, replaced),
     Scenario("renew-all", renew_all, renewed_and_deployed, services=[WEB, MAIL]),
@@ -260,7 +285,7 @@ SCENARIOS = [
     Scenario("v1-registration", early_registration, issued),
     Scenario("v1-migration", migration, replaced),
     Scenario("revoke", revoke, revoked),
-    Scenario("add-cronjob", add_cronjob, lambda _start: os.path.exists(paths.CRON_JOB)),
+    Scenario("add-cronjob", add_cronjob, lambda _lab: os.path.exists(paths.CRON_JOB)),
     Scenario("archive-add", archive_add, entry("gHi789")),
     Scenario("archive-remove", archive_remove, removed),
     Scenario("archive-default", archive_default, default_is(ID)),
