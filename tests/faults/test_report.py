@@ -48,6 +48,14 @@ def test_entry_that_nothing_breaks_is_told(allowed):
     assert known.unmet(["revoke"], "kill") == []
 
 
+def test_faults_of_entries_are_known_before_they_are_tried(allowed):
+    point = {"point": 7, "call": "rename", "program": "p", "paths": ["/a/INFO"]}
+    known = allowed(ENTRY)
+    assert known.may_break("renew", point, "kill")
+    assert not known.may_break("renew", point, "EIO")
+    assert not known.may_break("renew", {**point, "paths": ["/a/DEFAULT"]}, "kill")
+
+
 def test_shards_are_added_up():
     other = {**BROKEN, "point": 3}
     merged = merge([{"renew": {"calls": 9, "tried": 5, "broken": [BROKEN]}},

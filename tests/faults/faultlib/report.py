@@ -49,6 +49,11 @@ class Allowed:
         """Whether every flaw of the point is one that an entry allows there."""
         return all(self._allows(broken, flaw) for flaw in broken["flaws"])
 
+    def may_break(self, scenario, point, fault):
+        """Whether an entry speaks of that fault at this listed call."""
+        at = {"scenario": scenario, "fault": fault, **point}
+        return any(_is_at(entry, at) for entry in self._entries)
+
     def _allows(self, broken, flaw):
         for number, entry in enumerate(self._entries):
             if _is_at(entry, broken) and re.search(entry["flaw"], flaw):

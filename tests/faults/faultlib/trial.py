@@ -1,6 +1,7 @@
 """One scenario under faults: a listed run as the measure, then one run per fault with the checks
 after it and after the run that follows."""
 
+import re
 import signal
 from dataclasses import asdict, dataclass
 
@@ -136,7 +137,8 @@ class Trial:
 
     def _false_success(self, result):
         """A run that says nothing has done what it was asked for."""
-        silent = result.status == 0 and not result.stderr and not _complaints(result)
+        silent = (result.status == 0 and not result.stderr and not _complaints(result)
+                  and not re.search(r'"error" ?: ?[1-9]', result.stdout))
         if silent and not self._scenario.done(self._lab):
             return ["success that is none"]
         return []
