@@ -1,6 +1,7 @@
 """What has to hold of a host after a disturbed run, and after the next one that nothing disturbs.
 Each function returns a list of texts, one per thing that does not hold."""
 
+import collections
 import functools
 import glob
 import json
@@ -106,11 +107,13 @@ class Tidiness:
     def __init__(self):
         self._paths = set()
         self._folders = {}
+        self._most = collections.Counter()  # made-up names, at most at a time
 
     def learn(self):
         """What is there now is as it should be."""
         for path in state.paths():
             self._paths.add(state.general(path))
+        self._most |= _count(_made_up_folders())
         for folder in _made_up_folders():
             self._folders.setdefault(state.general(folder), []).append(sorted(os.listdir(folder)))
 
@@ -121,7 +124,12 @@ class Tidiness:
             known = self._folders.get(state.general(folder))
             if known is not None and sorted(os.listdir(folder)) not in known:
                 broken.append(f"half a folder: {folder}: {', '.join(sorted(os.listdir(folder)))}")
-        return broken
+        more = _count(_made_up_folders()) - self._most
+        return broken + [f"{number} too many: {folder}" for folder, number in more.items()]
+
+
+def _count(paths_found):
+    return collections.Counter(map(state.general, paths_found))
 
 
 def _made_up_folders():
