@@ -1,7 +1,7 @@
 #include "archive/certificate_lock.h"
 
+#include "archive/paths.h"
 #include "platform/files.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {

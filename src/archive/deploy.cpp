@@ -7,7 +7,6 @@
 #include "archive/paths.h"
 #include "archive/service_files.h"
 #include "archive/service_object.h"
-#include "archive/services.h"
 #include "archive/utils.h"
 #include "base/file_lock.h"
 #include "base/json.h"
@@ -16,7 +15,6 @@
 #include "platform/process.h"
 #include "platform/service.h"
 #include "platform/users.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {
@@ -35,7 +33,7 @@ struct Move {
 };
 
 // Replaces the object wherever the index lists the service.
-bool RefreshEverywhere(const Json::Value& object) {
+Status RefreshEverywhere(const Json::Value& object) {
   return EditIndex(kRefreshTimeout, [&](Json::Value& info) {
     for (const std::string& id : info.getMemberNames()) {
       Json::Value& certificate = info[id];
@@ -56,12 +54,13 @@ void UpdateCertificate(Json::Value& info, const std::string& id, const Json::Val
   }
 }
 
-bool UpdateIndex(const Move& move, const Json::Value& object) {
+Status UpdateIndex(const Move& move, const Json::Value& object) {
   const bool add = move.action.skip_add == 0;
   const bool remove = move.action.skip_remove == 0;
-  if (!add && !remove) return true;
-  if (add && !IsUsable(move.target)) return false;
-  if (remove && !IsUsable(move.source)) return false;
+  if (!add && !remove) return {};
+  Status usable = add ? EnsureUsable(move.target) : Status();
+  if (usable && remove) usable = EnsureUsable(move.source);
+  if (!usable) return usable;
   return EditIndex(kUpdateTimeout, [&](Json::Value& info) {
     // In this order: a service that is moved from a certificate to itself is taken off its list.
     if (add) UpdateCertificate(info, move.target, object, ListUpdate::kAppend);
@@ -71,101 +70,119 @@ bool UpdateIndex(const Move& move, const Json::Value& object) {
 }
 
 // Only a script that could not be run is a failure; what it makes of its work is its own affair.
-bool Reload(const Service& service) {
+Status Reload(const Service& service) {
   const std::string script = service.ReloadScript();
-  if (!KLIBCFileExist(script)) return true;
-  if (KLIBCExecl(script, kKovaExecScript, {service.name}) >= 0) return true;
+  if (!KLIBCFileExist(script)) return {};
+  if (KLIBCExecl(script, kKovaExecScript, {service.name}) >= 0) return {};
+  Status failed = Status::FailedCall("Failed to", "[" + script + "][" + service.name + "]");
   LogError(kTag, "Failed to [%s][%s].%s", script.c_str(), service.name.c_str(),
            ErrorTriple().c_str());
   LogError(kTag, "Failed to reload [%s][%s].", service.subscriber.c_str(), service.name.c_str());
-  return false;
+  return failed;
 }
 
-enum class Files { kInstalled, kKept, kFailed };
+// One service that gets its files and then, as the action says, its place in the index.
+struct Delivery {
+  const Move& move;
+  const Json::Value& object;
+  Service service;
+  uid_t uid = 0;
+  gid_t gid = 0;
+};
 
-Files ServeFiles(const Move& move, const Json::Value& object, const Service& service, uid_t uid,
-                 gid_t gid) {
+// `kept` is true when the service has its files already and was only refreshed in the index.
+Status ServeFiles(const Delivery& delivery, bool& kept) {
+  const Service& service = delivery.service;
   {
     const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
-    if (!lock.Held()) return Files::kFailed;
+    if (!lock.Held()) return lock.Outcome();
     FinishInterruptedMove(StagingFolder(service), service.Folder());
   }
-  if (move.action.action == kActionAdd && HoldsRequiredFiles(service.Folder()) &&
-      RefreshEverywhere(object)) {
-    return Files::kKept;
-  }
+  kept = delivery.move.action.action == kActionAdd && HoldsRequiredFiles(service.Folder()) &&
+         RefreshEverywhere(delivery.object);
+  if (kept) return {};
   const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
-  if (!lock.Held()) return Files::kFailed;
-  return InstallServiceFiles(move.target, service, uid, gid) ? Files::kInstalled : Files::kFailed;
+  if (!lock.Held()) return lock.Outcome();
+  return InstallServiceFiles(delivery.move.target, service, delivery.uid, delivery.gid);
 }
 
-bool DeployOne(const Move& move, const Json::Value& object) {
+Status FindOwner(Delivery& delivery) {
+  const std::string& owner = delivery.service.owner;
+  if (KOVAUserGetUGID(owner, &delivery.uid, &delivery.gid) >= 0) return {};
+  LogError(kTag, "Failed to KOVAUserGetUGID [%s].%s", owner.c_str(), ErrorTriple().c_str());
+  return Status::FailedCall("Failed to KOVAUserGetUGID", "[" + owner + "]");
+}
+
+Status Deliver(Delivery& delivery) {
+  bool kept = false;
+  const Move& move = delivery.move;
+  if (Status found = FindOwner(delivery); !found) return found;
+  if (Status served = ServeFiles(delivery, kept); !served || kept) return served;
+  if (Status updated = UpdateIndex(move, delivery.object); !updated) {
+    LogError(kTag, "Failed to update cert info for %s from %s to %s", delivery.service.name.c_str(),
+             move.source.c_str(), move.target.c_str());
+    return updated;
+  }
+  return move.action.reload == 0 ? Status() : Reload(delivery.service);
+}
+
+Status DeployOne(const Move& move, const Json::Value& object) {
   // Names that would lead out of the services' folders come from a damaged or forged index; such an
   // object is as wrong as one that lacks a member, and fails before anything is touched.
   if (!IsValidServiceObject(object) || !ServiceFrom(object).StaysInItsFolder()) {
     LogError(kTag, "service object is error.");
-    return false;
+    return Status::Failed("service object is error.");
   }
-  const Service service = ServiceFrom(object);
-  uid_t uid = 0;
-  gid_t gid = 0;
-  if (KOVAUserGetUGID(service.owner, &uid, &gid) < 0) {
-    LogError(kTag, "Failed to KOVAUserGetUGID [%s].%s", service.owner.c_str(),
-             ErrorTriple().c_str());
-    return false;
-  }
-  const Files files = ServeFiles(move, object, service, uid, gid);
-  if (files != Files::kInstalled) return files == Files::kKept;
-  if (!UpdateIndex(move, object)) {
-    LogError(kTag, "Failed to update cert info for %s from %s to %s", service.name.c_str(),
-             move.source.c_str(), move.target.c_str());
-    return false;
-  }
-  return move.action.reload == 0 || Reload(service);
+  Delivery delivery{move, object, ServiceFrom(object)};
+  return Deliver(delivery);
 }
 
-bool ReloadRelay() {
-  if (KLIBServicectlIsJobRunning(kRelayDaemon, 0) == 0) return true;
-  if (KLIBServiceReload(kRelayDaemon) != -1) return true;
+Status ReloadRelay() {
+  if (KLIBServicectlIsJobRunning(kRelayDaemon, 0) == 0) return {};
+  if (KLIBServiceReload(kRelayDaemon) != -1) return {};
   LogError(kTag, "Reload %s failed.", kRelayDaemon);
-  return false;
+  return Status::Failed("Reload", kRelayDaemon, "failed");
 }
 
 }  // namespace
 
-bool RegisterAndDeploy(const std::string& target, const Json::Value& services,
-                       const std::string& source, int action) {
-  if (!IsUsable(target) || !services.isArray()) return false;
+Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
+                         const std::string& source, int action) {
+  if (Status usable = EnsureUsable(target); !usable) return usable;
+  if (!services.isArray()) return Status::Failed("the list of services is none");
   const CRTActionInfo* row = FindAction(rgCRTActionInfo, action);
   if (row == nullptr) {
     LogError(kTag, "Wrong rgCRTActionInfo.");
-    return false;
+    return Status::Failed("Wrong rgCRTActionInfo.");
   }
   const Move move{target, source, *row};
-  bool all_served = true;
+  Status first;
   for (const Json::Value& object : services) {
-    if (!DeployOne(move, object)) all_served = false;
+    if (Status served = DeployOne(move, object); !served && first) first = served;
   }
-  return ReloadRelay() && all_served;
+  if (Status reloaded = ReloadRelay(); !reloaded && first) first = reloaded;
+  return first;
 }
 
-bool DeployToOwnServices(const std::string& id, bool& has_system_default) {
+Status DeployToOwnServices(const std::string& id, bool& has_system_default) {
   Json::Value services;
-  if (!GetServices(id, services)) {
+  if (Status found = EnsureServices(id, services); !found) {
     LogError(kTag, "Failed to get service list of %s", id.c_str());
-    return false;
+    return found;
   }
-  if (!RegisterAndDeploy(id, services, "", kActionRedeploy)) {
+  if (Status deployed = RegisterAndDeploy(id, services, "", kActionRedeploy); !deployed) {
     LogError(kTag, "Failed to deploy cert to services for %s", id.c_str());
-    return false;
+    return deployed;
   }
   has_system_default = HasSystemDefault(services);
-  return true;
+  return {};
 }
 
-bool HandToDefault(const Json::Value& services, int action, const std::string& source) {
-  const std::string id = DefaultCertificateId();
-  return !id.empty() && RegisterAndDeploy(id, services, source, action);
+Status HandToDefault(const Json::Value& services, int action, const std::string& source) {
+  std::string id;
+  if (Status read = ReadDefaultCertificate(id); !read) return read;
+  if (id.empty()) return Status::Failed("there is no default certificate");
+  return RegisterAndDeploy(id, services, source, action);
 }
 
 }  // namespace kova::cert_archive

@@ -10,21 +10,21 @@
 #include <string>
 
 #include "archive/deploy_action.h"
+#include "base/status.h"
 
 namespace kova::cert_archive {
 
 // Deploys the certificate `target` to an array of ServiceObjects. `source` is the certificate that
-// they are moved away from; empty for actions that move nothing. True when every service was
-// served.
-[[nodiscard]] bool RegisterAndDeploy(const std::string& target, const Json::Value& services,
-                                     const std::string& source, int action);
+// they are moved away from; empty for actions that move nothing. Done when every service was
+// served, else what kept the first one from it.
+Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
+                         const std::string& source, int action);
 
 // Deploys a certificate anew to the services that the index lists for it. On success
 // `has_system_default` tells whether the system's default service is one of them.
-[[nodiscard]] bool DeployToOwnServices(const std::string& id, bool& has_system_default);
+Status DeployToOwnServices(const std::string& id, bool& has_system_default);
 
-// Deploys the default certificate to the services. False when there is no default certificate.
-[[nodiscard]] bool HandToDefault(const Json::Value& services, int action,
-                                 const std::string& source);
+// Deploys the default certificate to the services. Fails when there is no default certificate.
+Status HandToDefault(const Json::Value& services, int action, const std::string& source);
 
 }  // namespace kova::cert_archive

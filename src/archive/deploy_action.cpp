@@ -5,7 +5,7 @@ namespace kova::cert_archive {
 // Rows 0 and 1 are the same, and both are in use.
 const CRTActionInfo rgCRTActionInfo[4] = {
     {kActionMove, 0, 0, true},
-    {kActionMoveToo, 0, 0, true},
+    {kActionMoveAlias, 0, 0, true},
     {kActionRedeploy, 1, 1, true},
     {kActionAdd, 0, 1, false},
 };

@@ -16,9 +16,9 @@ struct CRTActionInfo {
 
 extern const CRTActionInfo rgCRTActionInfo[4];
 
-inline constexpr int kActionMove = 0;      // from the source certificate to the target
-inline constexpr int kActionMoveToo = 1;   // the same
-inline constexpr int kActionRedeploy = 2;  // the index stays as it is
+inline constexpr int kActionMove = 0;       // from the source certificate to the target
+inline constexpr int kActionMoveAlias = 1;  // another number of the same
+inline constexpr int kActionRedeploy = 2;   // the index stays as it is
 // Adds the service to the target and leaves the source and the running service alone. A service
 // that has its three files keeps them and is only refreshed in the index.
 inline constexpr int kActionAdd = 3;

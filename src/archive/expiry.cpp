@@ -1,5 +1,3 @@
-#include "archive/expiry.h"
-
 #include <openssl/err.h>
 
 #include <cerrno>
@@ -7,10 +5,11 @@
 #include <ctime>
 #include <utility>
 
+#include "archive/integrity.h"
+#include "archive/paths.h"
 #include "base/log.h"
 #include "crypto/certificate.h"
 #include "crypto/pem.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {

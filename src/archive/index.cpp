@@ -10,7 +10,6 @@
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {
@@ -32,10 +31,10 @@ bool IsMissing() {
   return lstat(kIndexPath, &status) != 0 && errno == ENOENT;
 }
 
-bool ReadForEdit(Json::Value& info, MissingIndex missing) {
+Status ReadForEdit(Json::Value& info, MissingIndex missing) {
   if (missing == MissingIndex::kIsEmpty && IsMissing()) {
     info = Json::Value(Json::objectValue);
-    return true;
+    return {};
   }
   return ReadIndexObject(info);
 }
@@ -44,56 +43,49 @@ bool ReadForEdit(Json::Value& info, MissingIndex missing) {
 
 IndexLock::IndexLock(std::chrono::seconds timeout) : FileLock(kTag, kIndexLockPath, timeout) {}
 
-void LogBrokenIndex(Site site) {
+Status BrokenIndex(Site site) {
   LogError(site, "Broken [%s].%s", kIndexPath, ErrorTriple().c_str());
+  return Status::FailedCall("Broken", std::string("[") + kIndexPath + "]");
 }
 
-bool ReadIndex(Json::Value& info) {
-  if (JsonFromFile(kIndexPath, info)) return true;
+Status ReadIndex(Json::Value& info) {
+  if (JsonFromFile(kIndexPath, info)) return {};
   // A file that is no JSON fails without a system error; the triple is not to show an older one.
   if (errno == 0) platform::RecordError(EBADMSG);
-  LogBrokenIndex(kTag);
-  return false;
+  return BrokenIndex(kTag);
 }
 
-bool ReadIndexObject(Json::Value& info) {
-  if (!ReadIndex(info)) return false;
-  if (info.isObject()) return true;
+Status ReadIndexObject(Json::Value& info) {
+  if (Status read = ReadIndex(info); !read || info.isObject()) return read;
   platform::RecordError(EBADMSG);
-  LogBrokenIndex(kTag);
-  return false;
+  return BrokenIndex(kTag);
 }
 
-bool WriteIndex(const Json::Value& info) {
+Status WriteIndex(const Json::Value& info) {
   const std::string text = JsonStyledText(info);
-  if (StageIndex(text) != 0) {
+  if (const int error = StageIndex(text); error != 0) {
     LogError(kTag, "Failed to write [%s] to [%s].", JsonToString(info).c_str(), kIndexStagingPath);
-    return false;
+    return Status::Failed("Failed to write", kIndexStagingPath, ErrorWords(error));
   }
   if (const int error = platform::CommitStaged(kIndexStagingPath, kIndexPath); error != 0) {
     LogError(kTag, "Failed to move %s to %s", kIndexStagingPath, kIndexPath);
-    return false;
+    return Status::Failed("Failed to move", std::string(kIndexStagingPath) + " to " + kIndexPath,
+                          ErrorWords(error));
   }
-  return true;
+  return {};
 }
 
-bool EditIndex(const IndexLock& lock, const IndexEditor& edit, MissingIndex missing) {
+Status EditIndex(const IndexLock& lock, const IndexEditor& edit, MissingIndex missing) {
+  if (!lock.Held()) return lock.Outcome();
   Json::Value info;
-  if (!lock.Held() || !ReadForEdit(info, missing)) return false;
-  switch (edit(info)) {
-    case IndexEdit::kLeave:
-      return true;
-    case IndexEdit::kRefuse:
-      return false;
-    case IndexEdit::kWrite:
-      break;
-  }
-  if (WriteIndex(info)) return true;
-  LogError(kTag, "Failed to write [%s].", kIndexPath);
-  return false;
+  if (Status read = ReadForEdit(info, missing); !read) return read;
+  if (edit(info) == IndexEdit::kLeave) return {};
+  Status written = WriteIndex(info);
+  if (!written) LogError(kTag, "Failed to write [%s].", kIndexPath);
+  return written;
 }
 
-bool EditIndex(std::chrono::seconds timeout, const IndexEditor& edit, MissingIndex missing) {
+Status EditIndex(std::chrono::seconds timeout, const IndexEditor& edit, MissingIndex missing) {
   const IndexLock lock(timeout);
   return EditIndex(lock, edit, missing);
 }

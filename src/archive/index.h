@@ -14,6 +14,7 @@
 
 #include "base/file_lock.h"
 #include "base/log.h"
+#include "base/status.h"
 
 namespace kova::cert_archive {
 
@@ -29,33 +30,32 @@ class IndexLock : public FileLock {
   explicit IndexLock(std::chrono::seconds timeout);
 };
 
-// True when INFO was read and parsed, as any type of value.
-[[nodiscard]] bool ReadIndex(Json::Value& info);
+// Reads and parses INFO, as any type of value.
+Status ReadIndex(Json::Value& info);
 
 // As above, and INFO holds an object.
-[[nodiscard]] bool ReadIndexObject(Json::Value& info);
+Status ReadIndexObject(Json::Value& info);
 
 // Replaces INFO whole by way of INFO.temp, keeping its mode. The caller holds the lock.
-[[nodiscard]] bool WriteIndex(const Json::Value& info);
+Status WriteIndex(const Json::Value& info);
 
-// "Broken [INFO].[triple]" with the caller's line.
-void LogBrokenIndex(Site site);
+// Logs "Broken [INFO].[triple]" with the caller's line, and returns that failure.
+Status BrokenIndex(Site site);
 
-enum class IndexEdit { kWrite, kLeave, kRefuse };
+enum class IndexEdit { kWrite, kLeave };
 enum class MissingIndex { kIsBroken, kIsEmpty };
 
-// Gets INFO's object as it is under the lock, and says what is to become of it: written back, left
-// as it is (a success as well), or given up (a failure; the editor has said why). What the editor
-// throws passes through; INFO is then as it was.
+// Gets INFO's object as it is under the lock, and says what is to become of it: written back, or
+// left as it is. What the editor throws passes through; INFO is then as it was.
 using IndexEditor = std::function<IndexEdit(Json::Value& info)>;
 
-// The one read-modify-write. False when the lock was not to be had, INFO was not readable or not
-// writable, or the editor refused.
-[[nodiscard]] bool EditIndex(std::chrono::seconds timeout, const IndexEditor& edit,
-                             MissingIndex missing = MissingIndex::kIsBroken);
+// The one read-modify-write. Fails when the lock was not to be had, and when INFO was not readable
+// or not writable.
+Status EditIndex(std::chrono::seconds timeout, const IndexEditor& edit,
+                 MissingIndex missing = MissingIndex::kIsBroken);
 
 // The same for a caller that holds the lock for longer than the edit.
-[[nodiscard]] bool EditIndex(const IndexLock& lock, const IndexEditor& edit,
-                             MissingIndex missing = MissingIndex::kIsBroken);
+Status EditIndex(const IndexLock& lock, const IndexEditor& edit,
+                 MissingIndex missing = MissingIndex::kIsBroken);
 
 }  // namespace kova::cert_archive

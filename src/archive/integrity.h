@@ -1,8 +1,13 @@
-// Whether a certificate of the archive can be used, and the repair of one whose folder is
-// incomplete.
+// Whether a certificate of the archive can be used, the repair of one whose folder is incomplete,
+// and when one is due. What fails is logged.
 #pragma once
 
+#include <json/value.h>
+
+#include <cstdint>
 #include <string>
+
+#include "base/status.h"
 
 namespace kova::cert_archive {
 
@@ -16,13 +21,27 @@ enum class Integrity {
   kRecovered,  // usable: its folder was refilled with a self-signed set
 };
 
+struct Verdict {
+  Integrity integrity;
+  Status reason;  // why it is unusable, or what was missing before it was recovered
+};
+
 // The certificate must be in the index and its folder must hold the required files. A folder that
 // does not is filled with a default certificate set, marked broken and reported, so that the
 // services that depend on it keep a usable, if untrusted, certificate. The index is not changed.
-[[nodiscard]] Integrity TestIntegrity(const std::string& id);
+[[nodiscard]] Verdict TestIntegrity(const std::string& id);
 
-[[nodiscard]] inline bool IsUsable(const std::string& id) {
-  return TestIntegrity(id) != Integrity::kUnusable;
-}
+// The same for an index that was read before: for whoever tests many certificates.
+[[nodiscard]] Verdict TestIntegrity(const Json::Value& info, const std::string& id);
+
+// Done when the certificate is usable, by way of a recovery if need be.
+Status EnsureUsable(const std::string& id);
+
+// The certificate's "services" array out of the index, after EnsureUsable.
+Status EnsureServices(const std::string& id, Json::Value& services);
+
+// True when the PEM certificate in that file is no longer valid `days` from now. False, with a
+// message, also for a file that cannot be read: what cannot be read is not renewed.
+[[nodiscard]] bool ExpiresWithin(const std::string& path, std::int32_t days);
 
 }  // namespace kova::cert_archive

@@ -11,7 +11,6 @@
 #include "base/log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {

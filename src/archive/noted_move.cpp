@@ -15,7 +15,6 @@
 #include "base/log.h"
 #include "platform/fd.h"
 #include "platform/file_writer.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {

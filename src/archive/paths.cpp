@@ -2,35 +2,30 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "base/log.h"
 #include "platform/files.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {
 
-// The first line of the DEFAULT file, as far as an id may be long.
-std::string ReadDefaultLine() {
+// The first line of the DEFAULT file, as far as an id may be long. A missing file is an empty one.
+Status ReadDefaultLine(std::string& text) {
+  errno = 0;
   const platform::FilePtr file = platform::OpenToRead(kDefaultPath);
-  if (file == nullptr) return {};
+  if (file == nullptr && errno == ENOENT) return {};
+  if (file == nullptr) return Status::Failed("cannot read", kDefaultPath, ErrorWords(errno));
   std::array<char, kLongestDefaultId + 1> line{};
-  if (KLIBCFgets(line.data(), static_cast<int>(line.size()), file.get()) < 0) return {};
+  if (KLIBCFgets(line.data(), static_cast<int>(line.size()), file.get()) < 0) {
+    if (std::ferror(file.get()) == 0) return {};
+    return Status::FailedCall("cannot read", kDefaultPath);
+  }
   if (char* end = std::strrchr(line.data(), '\n'); end != nullptr) *end = '\0';
-  return line.data();
-}
-
-struct FreeText {
-  void operator()(char* text) const noexcept { std::free(text); }
-};
-
-// Empty when the path cannot be resolved.
-std::string Canonical(const std::string& path) {
-  const std::unique_ptr<char, FreeText> canonical(realpath(path.c_str(), nullptr));
-  return canonical == nullptr ? std::string() : canonical.get();
+  text = line.data();
+  return {};
 }
 
 }  // namespace
@@ -51,21 +46,31 @@ std::string CertificateIdOfPath(const std::string& path) {
   return path.substr(prefix.size(), end == std::string::npos ? end : end - prefix.size());
 }
 
-std::string DefaultCertificateId() {
-  const std::string id = ReadDefaultLine();
-  if (id.empty()) return {};
-  const std::string folder = CertificateFolder(id);
-  if (KLIBCFileCheckDir(folder)) return id;
-  LogError(kTag, "[%s] doesn't exist.%s", folder.c_str(), ErrorTriple().c_str());
+Status ReadDefaultCertificate(std::string& id) {
+  id.clear();
+  std::string line;
+  if (Status read = ReadDefaultLine(line); !read || line.empty()) return read;
+  const std::string folder = CertificateFolder(line);
+  if (!KLIBCFileCheckDir(folder)) {
+    LogError(kTag, "[%s] doesn't exist.%s", folder.c_str(), ErrorTriple().c_str());
+    return Status::FailedCall("[" + folder + "] doesn't exist", "");
+  }
+  id = line;
   return {};
 }
 
+std::string DefaultCertificateId() {
+  std::string id;
+  (void)ReadDefaultCertificate(id);
+  return id;
+}
+
 bool IsCanonicalFolder(const std::string& path) {
-  return Canonical(path) == path && KLIBCFileCheckDir(path);
+  return platform::CanonicalPath(path) == path && KLIBCFileCheckDir(path);
 }
 
 bool IsSafeFolder(const std::string& path) {
-  const std::string canonical = Canonical(path);
+  const std::string canonical = platform::CanonicalPath(path);
   if (!canonical.empty() && canonical != path) {
     LogError(kTag, "Path not match, maybe bugs or attacked");
   }

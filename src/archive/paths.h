@@ -6,9 +6,17 @@
 #include <array>
 #include <string>
 
+#include "base/files.h"
+#include "base/status.h"
+
 namespace kova::cert_archive {
 
-inline constexpr char kArchiveRoot[] = "/usr/kova/etc/certificate/_archive";
+// What stands in front of this module's log lines. It is interface (people filter the system log by
+// it) and older than the present files, hence it names none of them.
+inline constexpr char kTag[] = "utils.cpp";
+
+using kova::kArchiveRoot;
+
 inline constexpr char kArchiveName[] = "_archive";  // the last component of the root
 inline constexpr char kIndexPath[] = "/usr/kova/etc/certificate/_archive/INFO";
 inline constexpr char kIndexStagingPath[] = "/usr/kova/etc/certificate/_archive/INFO.temp";
@@ -34,6 +42,10 @@ std::string CertificateFolder(const std::string& id);
 // The id that the DEFAULT file holds. Empty when there is none, and, with a message, when the
 // archive has no such folder.
 [[nodiscard]] std::string DefaultCertificateId();
+
+// The same for callers to whom it matters why there is none. Fails where a message is logged, and
+// when there is a DEFAULT file that cannot be read; `id` is then empty.
+Status ReadDefaultCertificate(std::string& id);
 
 // True when `path` is a folder and written in its canonical form: no "..", no symbolic link, no
 // doubled or trailing "/". A path that leads elsewhere is logged.

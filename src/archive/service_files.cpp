@@ -4,7 +4,6 @@
 #include "archive/utils.h"
 #include "base/log.h"
 #include "platform/files.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {
@@ -12,53 +11,57 @@ namespace {
 constexpr mode_t kFolderMode = 0755;
 constexpr const char* kOptionalFiles[] = {"chain.pem", "kova-ca-cert.pem"};
 
-bool CopyAll(const std::string& archive, const std::string& staging, uid_t uid, gid_t gid) {
+Status CopyAll(const std::string& archive, const std::string& staging, uid_t uid, gid_t gid) {
   for (const char* name : kRequiredFiles) {
-    if (!CopyOneFile(archive, staging, name, uid, gid)) return false;
+    if (Status copied = CopyOneFile(archive, staging, name, uid, gid); !copied) return copied;
   }
   for (const char* name : kOptionalFiles) {
     if (!KLIBCFileExist(archive + "/" + name)) continue;
-    if (!CopyOneFile(archive, staging, name, uid, gid)) return false;
+    if (Status copied = CopyOneFile(archive, staging, name, uid, gid); !copied) return copied;
   }
-  return true;
+  return {};
 }
 
-bool Install(const std::string& archive, const std::string& folder, const std::string& staging,
-             uid_t uid, gid_t gid) {
+Status RequireFolders(const std::string& archive, const std::string& folder) {
   if (!KLIBCFileCheckDir(archive)) {
     LogError(kTag, "[%s] doesn't exist.%s", archive.c_str(), ErrorTriple().c_str());
-    return false;
+    return Status::FailedCall("[" + archive + "] doesn't exist", "");
   }
   if (!KLIBCFileCheckDir(folder) && KOVAFSMkdirP(folder, 0, 1, 0, 0, kFolderMode) < 0) {
     LogError(kTag, "Failed to create %s", folder.c_str());
-    return false;
+    return Status::FailedCall("Failed to create", folder);
   }
-  if (!CleanDirectory(staging, kFolderMode)) {
+  return {};
+}
+
+Status Install(const std::string& archive, const std::string& folder, const std::string& staging,
+               uid_t uid, gid_t gid) {
+  if (Status there = RequireFolders(archive, folder); !there) return there;
+  if (Status cleaned = CleanDirectory(staging, kFolderMode); !cleaned) {
     LogError(kTag, "Failed to clean %s", staging.c_str());
-    return false;
+    return cleaned;
   }
-  if (!CopyAll(archive, staging, uid, gid)) {
+  if (Status copied = CopyAll(archive, staging, uid, gid); !copied) {
     LogError(kTag, "Failed to copy cert files from %s to %s", archive.c_str(), staging.c_str());
-    return false;
+    return copied;
   }
-  if (!MoveDirectory(staging, folder)) {
-    LogError(kTag, "Failed to move %s to %s", staging.c_str(), folder.c_str());
-    return false;
-  }
-  return true;
+  Status moved = MoveDirectory(staging, folder);
+  if (!moved) LogError(kTag, "Failed to move %s to %s", staging.c_str(), folder.c_str());
+  return moved;
 }
 
 }  // namespace
 
 std::string StagingFolder(const Service& service) { return service.Folder() + ".temp"; }
 
-bool InstallServiceFiles(const std::string& id, const Service& service, uid_t uid, gid_t gid) {
+Status InstallServiceFiles(const std::string& id, const Service& service, uid_t uid, gid_t gid) {
   const std::string staging = StagingFolder(service);
-  if (Install(CertificateFolder(id), service.Folder(), staging, uid, gid)) return true;
+  Status installed = Install(CertificateFolder(id), service.Folder(), staging, uid, gid);
+  if (installed) return {};
   if (!RemoveDirectory(staging)) LogError(kTag, "Failed to remove %s", staging.c_str());
   LogError(kTag, "Failed to set cert [%s] for [%s][%s].", id.c_str(), service.subscriber.c_str(),
            service.name.c_str());
-  return false;
+  return installed;
 }
 
 }  // namespace kova::cert_archive

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "archive/service_object.h"
+#include "base/status.h"
 
 namespace kova::cert_archive {
 
@@ -15,7 +16,6 @@ std::string StagingFolder(const Service& service);
 // Replaces the service's folder by copies of the files of certificate `id`, owned by uid:gid. The
 // folder holds the whole old or the whole new set, whenever the process is killed: while they
 // change places, the old one stands in the folder's ".bak". `service` must stay in its folder.
-[[nodiscard]] bool InstallServiceFiles(const std::string& id, const Service& service, uid_t uid,
-                                       gid_t gid);
+Status InstallServiceFiles(const std::string& id, const Service& service, uid_t uid, gid_t gid);
 
 }  // namespace kova::cert_archive

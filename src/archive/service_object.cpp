@@ -3,7 +3,6 @@
 #include "archive/paths.h"
 #include "base/json.h"
 #include "base/log.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 namespace {

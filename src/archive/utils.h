@@ -6,17 +6,19 @@
 
 #include <string>
 
+#include "base/status.h"
+
 namespace kova::cert_archive {
 
 // rm -rf of an existing folder.
-[[nodiscard]] bool RemoveDirectory(const std::string& path);
+Status RemoveDirectory(const std::string& path);
 
 // Leaves an empty folder of that mode, parents included.
-[[nodiscard]] bool CleanDirectory(const std::string& path, mode_t mode);
+Status CleanDirectory(const std::string& path, mode_t mode);
 
 // Puts `source` in the place of `destination`. While it works, the old content stands beside it as
 // `destination`.bak, from where it comes back when a step fails.
-[[nodiscard]] bool MoveDirectory(const std::string& source, const std::string& destination);
+Status MoveDirectory(const std::string& source, const std::string& destination);
 
 // Undoes what a MoveDirectory(source, destination) left that was killed before its rename: when the
 // destination is gone or a mere remnant of what stands whole in `destination`.bak, the latter
@@ -25,8 +27,10 @@ void FinishInterruptedMove(const std::string& source, const std::string& destina
 
 // Copies source_folder/name to destination_folder/name: mode 0400, owned by uid:gid, flushed. At no
 // time is the copy open to anyone but root.
-[[nodiscard]] bool CopyOneFile(const std::string& source_folder,
-                               const std::string& destination_folder, const std::string& name,
-                               uid_t uid, gid_t gid);
+Status CopyOneFile(const std::string& source_folder, const std::string& destination_folder,
+                   const std::string& name, uid_t uid, gid_t gid);
+
+// Logs `message` and what the crypto library has to say, "MESSAGE [ERRORS]", and empties its queue.
+void LogCryptoErrors(const std::string& message);
 
 }  // namespace kova::cert_archive

@@ -4,7 +4,6 @@
 #include "archive/paths.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/reasons.h"
 #include "base/json.h"
 #include "platform/files.h"
 #include "self_signed/mkcert.h"
@@ -15,10 +14,9 @@ namespace {
 using cert_archive::IndexEdit;
 
 void RequireMatch(const std::string& folder, const char* certificate) {
-  const Reasons reasons;
-  const int match = mkcert::MatchKey(folder + "/" + certificate, folder + "/privkey.pem");
-  if (match > 0) throw Failure{std::string(certificate) + " is not for the key in privkey.pem"};
-  if (match < 0) throw Failure{reasons.First()};
+  bool matches = false;
+  Require(mkcert::MatchKey(folder + "/" + certificate, folder + "/privkey.pem", matches));
+  if (!matches) throw Failure{std::string(certificate) + " is not for the key in privkey.pem"};
 }
 
 void RequireUsableFolder(const std::string& folder) {
@@ -45,8 +43,7 @@ Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
   bool added = false;
-  const Reasons reasons;
-  const bool done = cert_archive::EditIndex(
+  Require(cert_archive::EditIndex(
       cert_archive::kUpdateTimeout,
       [&](Json::Value& info) {
         if (HasMember(info, id.c_str())) return IndexEdit::kLeave;
@@ -55,8 +52,7 @@ Reply Run(const Arguments& arguments) {
         added = true;
         return IndexEdit::kWrite;
       },
-      cert_archive::MissingIndex::kIsEmpty);
-  if (!done) throw Failure{reasons.First()};
+      cert_archive::MissingIndex::kIsEmpty));
   Reply reply;
   reply.text = id + (added ? " is in the index now.\n" : " was in the index already.\n");
   reply.document["id"] = id;

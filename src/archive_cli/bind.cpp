@@ -5,7 +5,6 @@
 #include "archive/service_object.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/reasons.h"
 #include "archive_cli/service_lock.h"
 #include "base/json.h"
 #include "platform/users.h"
@@ -81,8 +80,8 @@ IndexEdit Enter(Json::Value& info, const std::string& id, const Plan& plan) {
 }
 
 // A damaged index may have listed it more than once.
-bool TakeOff(const std::vector<std::string>& ids, const Json::Value& object) {
-  if (ids.empty()) return true;
+Status TakeOff(const std::vector<std::string>& ids, const Json::Value& object) {
+  if (ids.empty()) return {};
   return cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
     for (const std::string& id : ids) {
       if (FindService(info, id, object).isNull()) continue;
@@ -92,16 +91,16 @@ bool TakeOff(const std::vector<std::string>& ids, const Json::Value& object) {
   });
 }
 
-bool Deploy(const std::string& id, const Plan& plan) {
+Status Deploy(const std::string& id, const Plan& plan) {
   Json::Value services(Json::arrayValue);
   services.append(plan.object);
   if (plan.sources.empty()) {
     return cert_archive::RegisterAndDeploy(id, services, "", cert_archive::kActionRedeploy);
   }
   const std::vector<std::string> others(plan.sources.begin() + 1, plan.sources.end());
-  return cert_archive::RegisterAndDeploy(id, services, plan.sources[0],
-                                         cert_archive::kActionMove) &&
-         TakeOff(others, plan.object);
+  Status moved =
+      cert_archive::RegisterAndDeploy(id, services, plan.sources[0], cert_archive::kActionMove);
+  return moved ? TakeOff(others, plan.object) : moved;
 }
 
 Reply Run(const Arguments& arguments) {
@@ -111,16 +110,11 @@ Reply Run(const Arguments& arguments) {
   const std::string title = ServiceTitle(wanted);
   Plan plan;
   const ServiceLock lock;
-  const Reasons reasons;
-  const bool entered =
-      cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
-        plan = MakePlan(info, id, wanted);
-        return Enter(info, id, plan);
-      });
-  if (!entered) throw Failure{reasons.First()};
-  if (!Deploy(id, plan)) {
-    throw Failure{title + " could not be served with [" + id + "]: " + reasons.First()};
-  }
+  Require(cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
+    plan = MakePlan(info, id, wanted);
+    return Enter(info, id, plan);
+  }));
+  Require(Deploy(id, plan), title + " could not be served with [" + id + "]: ");
   if (FindService(ReadIndexOrFail(), id, wanted).isNull()) {
     throw Failure{title + " has the files of [" + id + "], but the index does not say so"};
   }

@@ -7,24 +7,13 @@
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/host_check.h"
-#include "archive_cli/reasons.h"
 
 namespace kova::archive_cli {
 namespace {
 
 using cert_archive::Integrity;
 
-struct Verdict {
-  std::string id;
-  Integrity result;
-  std::string reason;  // of a failure or a recovery
-};
-
-Verdict Test(const std::string& id) {
-  const Reasons reasons;
-  const Integrity result = cert_archive::TestIntegrity(id);
-  return {id, result, result == Integrity::kUsable ? "" : reasons.First()};
-}
+using cert_archive::Verdict;
 
 const char* Word(Integrity result) {
   switch (result) {
@@ -38,13 +27,14 @@ const char* Word(Integrity result) {
   return "failed";
 }
 
-void Report(const Verdict& verdict, Reply& reply) {
-  const std::string reason = verdict.reason.empty() ? "" : " (" + verdict.reason + ")";
-  reply.text += verdict.id + ": " + Word(verdict.result) + reason + "\n";
+void Report(const std::string& id, const Verdict& verdict, Reply& reply) {
+  const std::string reason = verdict.reason.Text();
+  reply.text += id + ": " + Word(verdict.integrity) + (reason.empty() ? "" : " (" + reason + ")");
+  reply.text += "\n";
   Json::Value object;
-  object["id"] = verdict.id;
-  object["result"] = Word(verdict.result);
-  object["reason"] = verdict.reason;
+  object["id"] = id;
+  object["result"] = Word(verdict.integrity);
+  object["reason"] = reason;
   reply.document["certificates"].append(object);
 }
 
@@ -53,15 +43,18 @@ Reply Run(const Arguments& arguments) {
     if (!arguments.operands.empty()) throw UsageError{"--host takes no ID"};
     return ReportFindings(CheckHost());
   }
+  const Json::Value info = ReadIndexOrFail();
   const std::vector<std::string> ids =
-      arguments.operands.empty() ? ReadIndexOrFail().getMemberNames() : arguments.operands;
+      arguments.operands.empty() ? info.getMemberNames() : arguments.operands;
   Reply reply;
   reply.document["certificates"] = Json::Value(Json::arrayValue);
   std::vector<std::string> failed;
   for (const std::string& id : ids) {
-    const Verdict verdict = Test(id);
-    Report(verdict, reply);
-    if (verdict.result == Integrity::kUnusable) failed.push_back(id + ": " + verdict.reason);
+    const Verdict verdict = cert_archive::TestIntegrity(info, id);
+    Report(id, verdict, reply);
+    if (verdict.integrity == Integrity::kUnusable) {
+      failed.push_back(id + ": " + verdict.reason.Text());
+    }
   }
   reply.failure = Joined(failed);
   return reply;

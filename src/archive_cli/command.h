@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/status.h"
+
 namespace kova::archive_cli {
 
 // The arguments of one run, checked against the command's rules.
@@ -38,6 +40,9 @@ struct Reply {
 struct Failure {
   std::string message;
 };
+
+// Throws Failure, with the status's text behind `context`, unless it is done.
+void Require(const Status& status, const std::string& context = "");
 
 // Thrown for arguments that make no sense, by the parser and by commands.
 struct UsageError {

@@ -8,4 +8,8 @@ const std::vector<const Command*>& Commands() {
   return commands;
 }
 
+void Require(const Status& status, const std::string& context) {
+  if (!status) throw Failure{context + status.Text()};
+}
+
 }  // namespace kova::archive_cli

@@ -8,7 +8,6 @@
 #include "archive/paths.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/reasons.h"
 #include "platform/file_writer.h"
 
 namespace kova::archive_cli {
@@ -40,8 +39,7 @@ void RequirePossible(const Json::Value& info, const std::string& id) {
 // Under the index lock, so that nobody removes the certificate meanwhile.
 void Set(const std::string& id) {
   RequirePlainId(id);
-  const Reasons reasons;
-  const bool done = cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
+  Require(cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
     RequirePossible(info, id);
     const int error = platform::ReplaceFile(cert_archive::kDefaultPath, id + "\n", FileMode());
     if (error != 0) {
@@ -49,14 +47,12 @@ void Set(const std::string& id) {
                     std::strerror(error)};
     }
     return IndexEdit::kLeave;
-  });
-  if (!done) throw Failure{reasons.First()};
+  }));
 }
 
 std::string Get() {
-  const Reasons reasons;
-  const std::string id = cert_archive::DefaultCertificateId();
-  if (reasons.Any()) throw Failure{reasons.First()};
+  std::string id;
+  Require(cert_archive::ReadDefaultCertificate(id));
   return id;
 }
 

@@ -4,7 +4,6 @@
 
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/reasons.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -15,9 +14,8 @@ Reply Run(const Arguments& arguments) {
   const Json::Value info = ReadIndexOrFail();
   RequireEntry(info, id);
   const std::vector<std::string> titles = ServiceTitles(info, id);
-  const Reasons reasons;
   bool has_system_default = false;
-  if (!cert_archive::DeployToOwnServices(id, has_system_default)) throw Failure{reasons.First()};
+  Require(cert_archive::DeployToOwnServices(id, has_system_default));
   Reply reply;
   reply.text = titles.empty() ? id + " has no services.\n"
                               : id + " is deployed to " + Joined(titles) + ".\n";

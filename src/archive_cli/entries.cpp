@@ -3,7 +3,6 @@
 #include "archive/index.h"
 #include "archive/paths.h"
 #include "archive/service_object.h"
-#include "archive_cli/reasons.h"
 #include "base/json.h"
 
 namespace kova::archive_cli {
@@ -31,9 +30,8 @@ void RequireEntry(const Json::Value& info, const std::string& id) {
 }
 
 Json::Value ReadIndexOrFail() {
-  const Reasons reasons;
   Json::Value info;
-  if (!cert_archive::ReadIndexObject(info)) throw Failure{reasons.First()};
+  Require(cert_archive::ReadIndexObject(info));
   return info;
 }
 

@@ -9,7 +9,7 @@
 
 #include "archive_cli/arguments.h"
 #include "archive_cli/command.h"
-#include "archive_cli/reasons.h"
+#include "archive_cli/kept_stderr.h"
 #include "archive_cli/text.h"
 #include "base/json.h"
 #include "platform/process.h"

@@ -7,7 +7,6 @@
 #include "archive/utils.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/reasons.h"
 #include "base/json.h"
 
 namespace kova::archive_cli {
@@ -29,7 +28,6 @@ void RequireUnused(const Json::Value& info, const std::string& id) {
   if (!services.empty()) {
     throw Failure{"certificate [" + id + "] has services: " + Joined(ServiceTitles(info, id))};
   }
-  const Reasons unheard;  // a default certificate that is gone is not what this is about
   if (id == cert_archive::DefaultCertificateId()) {
     throw Failure{"certificate [" + id + "] is the default certificate"};
   }
@@ -39,28 +37,26 @@ void RequireUnused(const Json::Value& info, const std::string& id) {
   }
 }
 
-void TakeOut(const cert_archive::IndexLock& lock, const Reasons& reasons, const std::string& id) {
-  const bool done = cert_archive::EditIndex(lock, [&](Json::Value& info) {
+void TakeOut(const cert_archive::IndexLock& lock, const std::string& id) {
+  Require(cert_archive::EditIndex(lock, [&](Json::Value& info) {
     RequireUnused(info, id);
     info.removeMember(id);
     return IndexEdit::kWrite;
-  });
-  if (!done) throw Failure{reasons.First()};
+  }));
 }
 
 void DeleteFolder(const std::string& folder) {
-  const Reasons reasons;
-  if (!FolderExists(folder) || cert_archive::RemoveDirectory(folder)) return;
-  throw Failure{"out of the index, but its folder is still there: " + reasons.First()};
+  if (!FolderExists(folder)) return;
+  Require(cert_archive::RemoveDirectory(folder),
+          "out of the index, but its folder is still there: ");
 }
 
 Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
-  const Reasons reasons;
   // Held until the folder is gone, so that nobody enters or uses it meanwhile.
   const cert_archive::IndexLock lock(cert_archive::kUpdateTimeout);
-  TakeOut(lock, reasons, id);
+  TakeOut(lock, id);
   DeleteFolder(cert_archive::CertificateFolder(id));
   Reply reply;
   reply.text = id + " is removed.\n";

@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "archive_cli/command.h"
-#include "archive_cli/reasons.h"
 #include "self_signed/default_set.h"
 
 namespace kova::archive_cli {
@@ -20,8 +19,7 @@ std::string Absolute(const std::string& folder) {
 
 Reply Run(const Arguments& arguments) {
   const std::string folder = Absolute(arguments.operands[0]);
-  const Reasons reasons;
-  if (mkcert::GenerateDefaultSet(folder) != 0) throw Failure{reasons.First()};
+  Require(mkcert::GenerateDefaultSet(folder));
   Reply reply;
   reply.text = "A certificate set was generated into " + folder + ".\n";
   reply.document["folder"] = folder;

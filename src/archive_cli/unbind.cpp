@@ -6,7 +6,6 @@
 #include "archive/service_object.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/reasons.h"
 #include "archive_cli/service_lock.h"
 
 namespace kova::archive_cli {
@@ -24,7 +23,7 @@ Json::Value RequireListed(const Json::Value& info, const std::string& id,
   return listed;
 }
 
-bool TakeOff(const std::string& id, const Json::Value& service) {
+Status TakeOff(const std::string& id, const Json::Value& service) {
   return cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
     RequireListed(info, id, service);
     UpdateServiceList(info[id]["services"], service, cert_archive::ListUpdate::kRemove);
@@ -43,11 +42,9 @@ Reply Run(const Arguments& arguments) {
   const std::string heir = cert_archive::DefaultCertificateId();
   Json::Value services(Json::arrayValue);
   services.append(listed);
-  const Reasons reasons;
-  const bool done = heir.empty()
-                        ? TakeOff(id, named)
-                        : cert_archive::HandToDefault(services, cert_archive::kActionMove, id);
-  if (!done) throw Failure{title + " could not be taken from [" + id + "]: " + reasons.First()};
+  Require(heir.empty() ? TakeOff(id, named)
+                       : cert_archive::HandToDefault(services, cert_archive::kActionMove, id),
+          title + " could not be taken from [" + id + "]: ");
   // The default certificate hands its own service to nobody.
   const bool handed = !heir.empty() && heir != id;
   Reply reply;

@@ -12,6 +12,7 @@ FileLock::FileLock(const char* tag, std::string path, std::chrono::seconds timeo
   const int seconds = static_cast<int>(timeout.count());
   if (KLIBCFileLockTimeByFile(path_, /*exclusive=*/1, seconds, &handle_) < 0) {
     LogError(tag_, "Lock list file [%s] failed", path_.c_str());
+    outcome_ = Status::FailedCall("cannot lock", "[" + path_ + "]");
   }
 }
 

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <string>
 
+#include "base/status.h"
+
 namespace kova {
 
 class FileLock {
@@ -16,11 +18,14 @@ class FileLock {
   FileLock& operator=(const FileLock&) = delete;
 
   [[nodiscard]] bool Held() const { return handle_ >= 0; }
+  // Done when the lock is held, else why it could not be had.
+  [[nodiscard]] const Status& Outcome() const { return outcome_; }
 
  private:
   const char* tag_;
   std::string path_;
   int handle_ = -1;
+  Status outcome_;
 };
 
 }  // namespace kova

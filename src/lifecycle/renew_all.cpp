@@ -3,8 +3,8 @@
 #include <string>
 
 #include "archive/deploy.h"
+#include "archive/integrity.h"
 #include "archive/service_object.h"
-#include "archive/services.h"
 #include "base/log.h"
 #include "lifecycle/due.h"
 #include "lifecycle/failure.h"
@@ -23,7 +23,7 @@ bool Redeploy(const ArchivedCertificate& certificate) {
     throw Error(code::kAccountKey, kTag, "Cant get  certid: " + certificate.folder);
   }
   Json::Value services;
-  if (!cert_archive::GetServices(certificate.id, services)) {
+  if (!cert_archive::EnsureServices(certificate.id, services)) {
     throw Error(code::kAccountKey, kTag, "Cant get  service list: " + certificate.id);
   }
   if (!cert_archive::RegisterAndDeploy(certificate.id, services, "",

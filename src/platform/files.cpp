@@ -123,11 +123,10 @@ int KLIBCFileUTF8BomStrip(const std::string& path) {
   if (error != 0) return Failed(error);
   if (!content.starts_with(kByteOrderMark)) return 0;  // replaced meanwhile
   // A link stays a link: its target is what gets replaced.
-  const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr),
-                                                           &std::free);
-  if (target == nullptr) return Failed(errno);
+  const std::string target = kova::platform::CanonicalPath(path);
+  if (target.empty()) return Failed(errno);
   const kova::platform::FileOwner owner{status.st_uid, status.st_gid};
-  error = kova::platform::ReplaceFile(target.get(),
+  error = kova::platform::ReplaceFile(target,
                                       std::string_view(content).substr(kByteOrderMark.size()),
                                       status.st_mode & kPermissionBits, &owner);
   return error == 0 ? 0 : Failed(error);
@@ -145,6 +144,12 @@ int KOVAFSMkdirP(const std::string& path, int, int, int, int, mode_t mode) {
 }
 
 namespace kova::platform {
+
+std::string CanonicalPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> text(realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return text == nullptr ? std::string() : text.get();
+}
 
 bool ReadWholeFile(const std::string& path, std::string& content) {
   content.clear();

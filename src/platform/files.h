@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "platform/fd.h"
@@ -29,6 +30,10 @@ int KLIBCFileUTF8BomStrip(const std::string& path);
 int KOVAFSMkdirP(const std::string& path, int, int, int, int, mode_t mode);
 
 namespace kova::platform {
+
+// realpath(3): the path without links, "..", doubled or trailing "/". Empty when it cannot be
+// resolved; errno says why.
+std::string CanonicalPath(const std::string& path);
 
 // The whole content of a regular file. False when it cannot be read; errno says why.
 [[nodiscard]] bool ReadWholeFile(const std::string& path, std::string& content);

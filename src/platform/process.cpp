@@ -59,7 +59,7 @@ std::string LastLine(int fd) {
 }
 
 // Keeps the child's standard error and tells its last line when the child fails.
-int RunTool(const std::vector<std::string>& argv) {
+int RunTool(const std::vector<std::string>& argv, std::string* complaint) {
   const Fd errors = AboveStandard(Fd(memfd_create("stderr", MFD_CLOEXEC)));
   const ChildSignalGuard guard;
   pid_t child = -1;
@@ -68,8 +68,9 @@ int RunTool(const std::vector<std::string>& argv) {
   const int result = WaitFor(child);
   if (result == 0 || !errors) return result;
   const int reason = errno;
-  PlatformLog(LOG_ERR, kTag, __LINE__, "%s failed [%d]: %s", argv[0].c_str(), result,
-              LastLine(errors.Get()).c_str());
+  const std::string line = LastLine(errors.Get());
+  PlatformLog(LOG_ERR, kTag, __LINE__, "%s failed [%d]: %s", argv[0].c_str(), result, line.c_str());
+  if (complaint != nullptr) *complaint = line;
   errno = reason;
   return result;
 }
@@ -168,11 +169,12 @@ int KLIBCExec(const std::string& program, const KovaArgs& args) {
   return RunInheriting(Vector(program, args));
 }
 
-int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args) {
+int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args,
+               std::string* complaint) {
   const std::vector<std::string> argv = Vector(program, args);
-  return option == kKovaExecTool ? RunTool(argv) : RunInheriting(argv);
+  return option == kKovaExecTool ? RunTool(argv, complaint) : RunInheriting(argv);
 }
 
-int KLIBCExecv(const KovaArgs& argv, int flag) {
-  return flag == 1 ? RunTool(argv) : RunInheriting(argv);
+int KLIBCExecv(const KovaArgs& argv, int flag, std::string* complaint) {
+  return flag == 1 ? RunTool(argv, complaint) : RunInheriting(argv);
 }

@@ -20,10 +20,12 @@ int KLIBCExec(const std::string& program, const KovaArgs& args);
 // is inherited.
 inline constexpr unsigned kKovaExecTool = 0xBB;
 inline constexpr unsigned kKovaExecScript = 0x1BB;
-int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args);
+// `complaint`, where it is given, receives that line (and is left alone with any other word).
+int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args,
+               std::string* complaint = nullptr);
 
 // A whole argument vector, argv[0] being the program. Flag 1: as kKovaExecTool.
-int KLIBCExecv(const KovaArgs& argv, int flag);
+int KLIBCExecv(const KovaArgs& argv, int flag, std::string* complaint = nullptr);
 
 namespace kova::platform {
 

@@ -5,21 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
-#include <utility>
 
 namespace kova::platform {
-namespace {
-
-SyslogListener& Listener() {
-  static SyslogListener listener;
-  return listener;
-}
-
-}  // namespace
-
-SyslogListener SetSyslogListener(SyslogListener listener) {
-  return std::exchange(Listener(), std::move(listener));
-}
 
 void SyslogLine(int priority, const char* tag, int line, const char* format, std::va_list args) {
   const int saved = errno;
@@ -31,7 +18,6 @@ void SyslogLine(int priority, const char* tag, int line, const char* format, std
   errno = saved;
   if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, args);
   syslog(priority, "%s:%d %s", tag, line, text.c_str());
-  if (Listener()) Listener()(priority, text);
   errno = saved;
 }
 

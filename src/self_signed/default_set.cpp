@@ -7,7 +7,6 @@
 #include "base/log.h"
 #include "platform/files.h"
 #include "platform/process.h"
-#include "self_signed/log_tag.h"
 #include "self_signed/mkcert.h"
 #include "self_signed/serial_file.h"
 
@@ -47,7 +46,7 @@ struct SetPaths {
   std::string marker;
 };
 
-int SignCa(const SetPaths& paths) {
+Status SignCa(const SetPaths& paths) {
   SigningOrder order;
   order.extension_file = kCaExtensionFile;
   order.request = kCaRequest;
@@ -58,8 +57,10 @@ int SignCa(const SetPaths& paths) {
   return SignCertificate(order);
 }
 
-int SignServer(const SetPaths& paths) {
-  if (!HasSerialFile() && CreateSerialFile() != 0) return -1;
+Status SignServer(const SetPaths& paths) {
+  if (!HasSerialFile()) {
+    if (Status created = CreateSerialFile(); !created) return created;
+  }
   SigningOrder order;
   order.extension_file = kServerExtensionFile;
   order.request = kServerRequest;
@@ -72,61 +73,83 @@ int SignServer(const SetPaths& paths) {
   return SignCertificate(order);
 }
 
-int Fail(const char* reason, Site site = kTag) {
-  LogError(site, "%s", reason);
-  return -1;
+// Logs the step that failed and passes its cause on.
+Status Fail(Status cause, const char* message, Site site = kTag) {
+  LogError(site, "%s", message);
+  return cause;
 }
 
-int GenerateCa(const SetPaths& paths) {
+Status RequireMatch(const std::string& certificate, const std::string& key, const char* message) {
+  bool matches = false;
+  Status compared = MatchKey(certificate, key, matches);
+  if (compared && matches) return {};
+  return Fail(compared ? Status::Failed(message) : compared, message);
+}
+
+Status GenerateCa(const SetPaths& paths) {
   const Subject subject = DefaultSubject("Kova Inc. CA");
-  if (GenerateKey(paths.ca_key, kKeyBits) != 0) return Fail("genCAKey() failed");
-  if (GenerateRequest(kCaRequestConfig, paths.ca_key, kCaRequest, &subject) != 0) {
-    return Fail("genCACsr() failed");
+  if (Status done = GenerateKey(paths.ca_key, kKeyBits); !done) {
+    return Fail(done, "genCAKey() failed");
   }
-  if (SignCa(paths) != 0) return Fail("genCACrt() failed");
-  if (MatchKey(paths.ca_certificate, paths.ca_key) != 0) {
-    return Fail("Root certificate and key is not matching");
+  if (Status done = GenerateRequest(kCaRequestConfig, paths.ca_key, kCaRequest, &subject); !done) {
+    return Fail(done, "genCACsr() failed");
   }
-  return 0;
+  if (Status done = SignCa(paths); !done) return Fail(done, "genCACrt() failed");
+  return RequireMatch(paths.ca_certificate, paths.ca_key,
+                      "Root certificate and key is not matching");
 }
 
-int RefuseEmptyFolder() {
+Status RefuseEmptyFolder() {
   LogError(kTag, "Invalid paramter []");
-  return Fail(kNoCa);
+  return Fail(Status::Failed("Invalid paramter []"), kNoCa);
 }
 
-int GenerateServer(const SetPaths& paths) {
+// The server's certificate alone, on purpose: a CA of this kind is of no use to a client.
+Status CopyChain(const SetPaths& paths) {
+  if (KLIBCExec("/bin/cp", {"-f", paths.certificate, paths.full_chain}) == 0) return {};
+  const char* message = "Failed to copy crt to chain crt.";
+  return Fail(Status::Failed(message), message);
+}
+
+Status GenerateServer(const SetPaths& paths) {
   const Subject subject = DefaultSubject(kServerName);
   // From here on an older chain would stand beside a newer key, and the folder would look complete.
   (void)unlink(paths.full_chain.c_str());
-  if (GenerateKey(paths.key, kKeyBits) != 0) return Fail("Failed to generate key");
-  if (GenerateRequest(kServerRequestConfig, paths.key, kServerRequest, &subject) != 0) {
-    return Fail("Failed to generate csr");
+  if (Status done = GenerateKey(paths.key, kKeyBits); !done) {
+    return Fail(done, "Failed to generate key");
   }
-  if (SignServer(paths) != 0) return Fail("Failed to generate cert");
-  if (MatchKey(paths.certificate, paths.key) != 0) return Fail("cert and key is not matching.");
-  // The server's certificate alone, on purpose: a CA of this kind is of no use to a client.
-  if (KLIBCExec("/bin/cp", {"-f", paths.certificate, paths.full_chain}) != 0) {
-    return Fail("Failed to copy crt to chain crt.");
+  if (Status done = GenerateRequest(kServerRequestConfig, paths.key, kServerRequest, &subject);
+      !done) {
+    return Fail(done, "Failed to generate csr");
   }
-  return 0;
+  if (Status done = SignServer(paths); !done) return Fail(done, "Failed to generate cert");
+  if (Status fit = RequireMatch(paths.certificate, paths.key, "cert and key is not matching.");
+      !fit) {
+    return fit;
+  }
+  return CopyChain(paths);
+}
+
+Status MarkDefault(const SetPaths& paths) {
+  if (KLIBCFileTouch(paths.marker) == 0) return {};
+  LogError(kTag, "Failed to touch default cert");
+  return Status::FailedCall("Failed to touch", paths.marker);
 }
 
 }  // namespace
 
 GenerationLock::GenerationLock() : FileLock(kTag, kLockPath, kLockTimeout) {}
 
-int GenerateDefaultSet(const std::string& folder, const GenerationLock& lock) {
+Status GenerateDefaultSet(const std::string& folder, const GenerationLock& lock) {
   if (folder.empty()) return RefuseEmptyFolder();
-  if (!lock.Held()) return -1;
+  if (!lock.Held()) return lock.Outcome();
   const SetPaths paths(folder);
-  if (GenerateCa(paths) != 0) return Fail(kNoCa);
-  if (GenerateServer(paths) != 0) return Fail("Failed to generate cert set");
-  if (KLIBCFileTouch(paths.marker) != 0) return Fail("Failed to touch default cert");
-  return 0;
+  if (Status made = GenerateCa(paths); !made) return Fail(made, kNoCa);
+  if (Status made = GenerateServer(paths); !made) return Fail(made, "Failed to generate cert set");
+  return MarkDefault(paths);
 }
 
-int GenerateDefaultSet(const std::string& folder) {
+Status GenerateDefaultSet(const std::string& folder) {
   if (folder.empty()) return RefuseEmptyFolder();  // at once, so before the lock
   const GenerationLock lock;
   return GenerateDefaultSet(folder, lock);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/file_lock.h"
+#include "base/status.h"
 
 namespace kova::mkcert {
 
@@ -17,11 +18,11 @@ class GenerationLock : public FileLock {
 
 // Fills `folder` (created when missing) with kova-ca-privkey.pem, kova-ca-cert.pem, privkey.pem,
 // cert.pem, fullchain.pem and the marker is_default_cert, replacing what is there. fullchain.pem is
-// the last certificate file to appear, so a folder that holds all files is a finished one. 0, or -1
-// after messages; what was made by then stays.
-[[nodiscard]] int GenerateDefaultSet(const std::string& folder);
+// the last certificate file to appear, so a folder that holds all files is a finished one. What was
+// made before a failure, which is logged, stays.
+Status GenerateDefaultSet(const std::string& folder);
 
 // The same for a caller that holds the lock for longer.
-[[nodiscard]] int GenerateDefaultSet(const std::string& folder, const GenerationLock& lock);
+Status GenerateDefaultSet(const std::string& folder, const GenerationLock& lock);
 
 }  // namespace kova::mkcert

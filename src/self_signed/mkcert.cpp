@@ -4,14 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <sstream>
 
 #include "base/log.h"
 #include "platform/files.h"
 #include "platform/process.h"
 #include "platform/scoped_umask.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::mkcert {
 namespace {
@@ -36,10 +34,22 @@ std::string ReadableRandomFiles() {
   return readable;
 }
 
-int MakeOwnerOnly(const std::string& file) {
-  if (chmod(file.c_str(), S_IRUSR) == 0) return 0;
-  LogError(kTag, "Failed to chmod %s (%s)", file.c_str(), std::strerror(errno));
-  return -1;
+Status MakeOwnerOnly(const std::string& file) {
+  if (chmod(file.c_str(), S_IRUSR) == 0) return {};
+  const std::string why = ErrorWords(errno);
+  LogError(kTag, "Failed to chmod %s (%s)", file.c_str(), why.c_str());
+  return Status::Failed("Failed to chmod", file, why);
+}
+
+// What the tool complained about is the cause.
+Status ToolFailed(const char* message, const std::string& complaint) {
+  LogError(kTag, "%s", message);
+  return Status::Failed(message, kOpenssl, complaint);
+}
+
+Status Refuse(const char* message) {
+  LogError(kTag, "%s", message);
+  return Status::Failed(message);
 }
 
 // The outcome does not matter on purpose: what failed is logged, and signing goes on with whatever
@@ -66,24 +76,13 @@ bool HasValidParameters(const SigningOrder& order) {
          !order.key.empty() && order.days > 0;
 }
 
-// False after a message.
-bool CanBeSigned(const SigningOrder& order) {
-  if (!HasValidParameters(order)) {
-    LogError(kTag, "genCrt params invalid");
-  } else if (!KLIBCFileExist(order.request)) {
-    LogError(kTag, "Csr is not existed");
-  } else if (!KLIBCFileExist(order.key)) {
-    LogError(kTag, "Key is not existed");
-  } else if (order.self_signed) {
-    return true;
-  } else if (order.serial_file.empty() || order.output.empty()) {
-    LogError(kTag, "genCrt params invalid");
-  } else if (!KLIBCFileExist(order.serial_file)) {
-    LogError(kTag, "Serial file is not existed");
-  } else {
-    return true;
-  }
-  return false;
+Status CheckOrder(const SigningOrder& order) {
+  if (!HasValidParameters(order)) return Refuse("genCrt params invalid");
+  if (!KLIBCFileExist(order.request)) return Refuse("Csr is not existed");
+  if (!KLIBCFileExist(order.key)) return Refuse("Key is not existed");
+  if (order.self_signed) return {};
+  if (order.serial_file.empty() || order.output.empty()) return Refuse("genCrt params invalid");
+  return KLIBCFileExist(order.serial_file) ? Status() : Refuse("Serial file is not existed");
 }
 
 KovaArgs SigningCommand(const SigningOrder& order, const std::string& output) {
@@ -103,14 +102,11 @@ KovaArgs SigningCommand(const SigningOrder& order, const std::string& output) {
 
 }  // namespace
 
-int GenerateKey(const std::string& key, int bits) {
-  if (key.empty() || bits == 0) {
-    LogError(kTag, "Failed to genKey with invalid parameters");
-    return -1;
-  }
-  if (MakeParentDirectory(key) != 0) {
+Status GenerateKey(const std::string& key, int bits) {
+  if (key.empty() || bits == 0) return Refuse("Failed to genKey with invalid parameters");
+  if (Status made = MakeParentDirectory(key); !made) {
     LogError(kTag, "Failed to generate directory for %s", key.c_str());
-    return -1;
+    return made;
   }
   KovaArgs args = {"genrsa"};
   if (const std::string files = ReadableRandomFiles(); !files.empty()) {
@@ -120,53 +116,48 @@ int GenerateKey(const std::string& key, int bits) {
   const ScopedUmask only_owner(kPrivateUmask);
   // A key that is overwritten keeps the mode of the old file, which nobody vouches for.
   (void)chmod(key.c_str(), S_IRUSR);
-  if (KLIBCExecl(kOpenssl, kKovaExecTool, args) != 0) {
-    LogError(kTag, "Error when execute");
-    return -1;
+  std::string complaint;
+  if (KLIBCExecl(kOpenssl, kKovaExecTool, args, &complaint) != 0) {
+    return ToolFailed("Error when execute", complaint);
   }
   return MakeOwnerOnly(key);
 }
 
-int GenerateRequest(const std::string& config, const std::string& key, const std::string& request,
-                    const Subject* subject) {
+Status GenerateRequest(const std::string& config, const std::string& key,
+                       const std::string& request, const Subject* subject) {
   if (config.empty() || key.empty() || request.empty() || subject == nullptr) {
-    LogError(kTag, "Failed to generate csr with invalid paramters");
-    return -1;
+    return Refuse("Failed to generate csr with invalid paramters");
   }
-  if (!KLIBCFileExist(key)) {
-    LogError(kTag, "Key is not existed");
-    return -1;
-  }
-  if (MakeParentDirectory(request) != 0) {
+  if (!KLIBCFileExist(key)) return Refuse("Key is not existed");
+  if (Status made = MakeParentDirectory(request); !made) {
     LogError(kTag, "Failed to generate directory for %s", request.c_str());
-    return -1;
+    return made;
   }
-  if (WriteRequestConfig(config, subject) != 0) {
+  if (Status written = WriteRequestConfig(config, subject); !written) {
     LogError(kTag, "Failed to generate csr config file");
-    return -1;
+    return written;
   }
+  const KovaArgs args = {"req", "-config", config, "-new", "-sha256", "-key", key, "-out", request};
   const ScopedUmask only_owner(kPrivateUmask);
-  if (KLIBCExecl(kOpenssl, kKovaExecTool,
-                 {"req", "-config", config, "-new", "-sha256", "-key", key, "-out", request}) !=
-      0) {
-    LogError(kTag, "Create CSR failed, command");
-    return -1;
+  std::string complaint;
+  if (KLIBCExecl(kOpenssl, kKovaExecTool, args, &complaint) != 0) {
+    return ToolFailed("Create CSR failed, command", complaint);
   }
   return MakeOwnerOnly(request);
 }
 
-int SignCertificate(const SigningOrder& order) {
-  if (!CanBeSigned(order)) return -1;
+Status SignCertificate(const SigningOrder& order) {
+  if (Status possible = CheckOrder(order); !possible) return possible;
   PrepareExtensions(order);
   const std::string& output = order.self_signed ? order.certificate : order.output;
-  if (MakeParentDirectory(output) != 0) {
+  if (Status made = MakeParentDirectory(output); !made) {
     LogError(kTag, "generate directory failed");
-    return -1;
+    return made;
   }
   const ScopedUmask only_owner(kPrivateUmask);
-  if (KLIBCExecv(SigningCommand(order, output), 1) != 0) {
-    LogError(kTag, "Error when execute");
-    return -1;
+  std::string complaint;
+  if (KLIBCExecv(SigningCommand(order, output), 1, &complaint) != 0) {
+    return ToolFailed("Error when execute", complaint);
   }
   return MakeOwnerOnly(output);
 }

@@ -1,5 +1,5 @@
 // Keys, requests and certificates made by the system's openssl tool. What it makes is open to its
-// owner alone, from the first byte on. Every call returns 0, or -1 after a message.
+// owner alone, from the first byte on. What fails is logged.
 #pragma once
 
 #include <string>
@@ -12,11 +12,11 @@ inline constexpr char kOpenssl[] = "/usr/bin/openssl";
 inline constexpr char kCaRequest[] = "/usr/kova/etc/ssl/ssl.csr/ca.csr";
 inline constexpr char kServerRequest[] = "/usr/kova/etc/ssl/.gen/server.csr";
 
-[[nodiscard]] int GenerateKey(const std::string& key, int bits);
+Status GenerateKey(const std::string& key, int bits);
 
 // Writes `config` for the subject and makes a request for the key.
-[[nodiscard]] int GenerateRequest(const std::string& config, const std::string& key,
-                                  const std::string& request, const Subject* subject);
+Status GenerateRequest(const std::string& config, const std::string& key,
+                       const std::string& request, const Subject* subject);
 
 struct SigningOrder {
   std::string extension_file;  // written anew by the call
@@ -30,10 +30,10 @@ struct SigningOrder {
   std::string aliases;  // separated by ";"; unused when self-signed
 };
 
-[[nodiscard]] int SignCertificate(const SigningOrder& order);
+Status SignCertificate(const SigningOrder& order);
 
-// 0 when the certificate is for that private key, 1 when it is not, -1 when that cannot be told.
-// Both files lose a leading byte-order mark.
-[[nodiscard]] int MatchKey(const std::string& certificate, const std::string& key);
+// Whether the certificate is for that private key; fails when that cannot be told. Both files lose
+// a leading byte-order mark.
+Status MatchKey(const std::string& certificate, const std::string& key, bool& matches);
 
 }  // namespace kova::mkcert

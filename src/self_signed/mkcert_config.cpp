@@ -7,7 +7,6 @@
 #include "platform/file_writer.h"
 #include "platform/process.h"
 #include "platform/scoped_umask.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::mkcert {
 namespace {
@@ -60,16 +59,14 @@ bool Write(const std::string& path, const std::string& content) {
   return error == 0;
 }
 
-int WriteExtensions(const std::string& path, const std::string& content) {
-  if (MakeParentDirectory(path) != 0) {
+Status WriteExtensions(const std::string& path, const std::string& content) {
+  if (Status made = MakeParentDirectory(path); !made) {
     LogError(kTag, "generate directory failed");
-    return -1;
+    return made;
   }
-  if (!Write(path, content)) {
-    LogError(kTag, "fopen %s failed%s", path.c_str(), ErrorTriple().c_str());
-    return -1;
-  }
-  return 0;
+  if (Write(path, content)) return {};
+  LogError(kTag, "fopen %s failed%s", path.c_str(), ErrorTriple().c_str());
+  return Status::FailedCall("Failed to write", path);
 }
 
 // A second subjectAltName below the first one, on purpose; the tool uses the last. Empty when there
@@ -98,54 +95,50 @@ std::string SubjectLines(const Subject& subject) {
 
 }  // namespace
 
-int MakeParentDirectory(const std::string& path) {
+Status MakeParentDirectory(const std::string& path) {
   if (path.empty()) {
     LogError(kTag, "Failed to generate directory with invalid parameters");
-    return -1;
+    return Status::Failed("Failed to generate directory with invalid parameters");
   }
   const std::filesystem::path parent = std::filesystem::path(path).parent_path();
   const ScopedUmask open_folders(kFolderUmask);
-  if (KLIBCExec("/bin/mkdir", {"-p", parent.empty() ? "." : parent.string()}) != 0) {
-    LogError(kTag, "Exec mkdir failed");
-    return -1;
-  }
-  return 0;
+  if (KLIBCExec("/bin/mkdir", {"-p", parent.empty() ? "." : parent.string()}) == 0) return {};
+  LogError(kTag, "Exec mkdir failed");
+  return Status::Failed("Exec mkdir failed");
 }
 
-int WriteCaExtensionFile(const std::string& path) {
+Status WriteCaExtensionFile(const std::string& path) {
   if (path.empty()) {
     LogError(kTag, "CA CNF name is null or empty.%s", ErrorTriple().c_str());
-    return -1;
+    return Status::FailedCall("CA CNF name is null or empty", "");
   }
   return WriteExtensions(path, kCaExtensions);
 }
 
-int WriteServerExtensionFile(const std::string& path, const KOVA_SZ_LIST* aliases) {
+Status WriteServerExtensionFile(const std::string& path, const KOVA_SZ_LIST* aliases) {
   if (path.empty()) {
     LogError(kTag, "Server CNF name is null or empty.%s", ErrorTriple().c_str());
-    return -1;
+    return Status::FailedCall("Server CNF name is null or empty", "");
   }
   if (aliases == nullptr) {
     LogError(kTag, "alias list is null");
-    return -1;
+    return Status::Failed("alias list is null");
   }
   return WriteExtensions(path, kServerExtensions + AliasLine(*aliases));
 }
 
-int WriteRequestConfig(const std::string& path, const Subject* subject) {
+Status WriteRequestConfig(const std::string& path, const Subject* subject) {
   if (path.empty() || subject == nullptr) {
     LogError(kTag, "modifyCsrCfg sanity failed.%s", ErrorTriple().c_str());
-    return -1;
+    return Status::FailedCall("modifyCsrCfg sanity failed", "");
   }
-  if (MakeParentDirectory(path) != 0) {
+  if (Status made = MakeParentDirectory(path); !made) {
     LogError(kTag, "generate directory failed");
-    return -1;
+    return made;
   }
-  if (!Write(path, kRequestHead + SubjectLines(*subject))) {
-    LogError(kTag, "Open %s failed%s", path.c_str(), ErrorTriple().c_str());
-    return -1;
-  }
-  return 0;
+  if (Write(path, kRequestHead + SubjectLines(*subject))) return {};
+  LogError(kTag, "Open %s failed%s", path.c_str(), ErrorTriple().c_str());
+  return Status::FailedCall("Failed to write", path);
 }
 
 }  // namespace kova::mkcert

@@ -1,11 +1,16 @@
-// The configuration files that the openssl tool reads. Every call returns 0, or -1 after a message.
+// The configuration files that the openssl tool reads. What fails is logged.
 #pragma once
 
 #include <string>
 
+#include "base/status.h"
 #include "platform/strings.h"
 
 namespace kova::mkcert {
+
+// What stands in front of this module's log lines. It is interface (people filter the system log by
+// it) and older than the present files, hence it names none of them.
+inline constexpr char kTag[] = "mkcert.cpp";
 
 inline constexpr char kCaRequestConfig[] = "/usr/kova/etc/ssl/cfg.d/ca.cfg";
 inline constexpr char kCaExtensionFile[] = "/usr/kova/etc/ssl/cfg.d/ca.crt.cfg";
@@ -24,13 +29,13 @@ struct Subject {
 };
 
 // Creates the folder that `path` lies in, parents included.
-[[nodiscard]] int MakeParentDirectory(const std::string& path);
+Status MakeParentDirectory(const std::string& path);
 
-[[nodiscard]] int WriteCaExtensionFile(const std::string& path);
+Status WriteCaExtensionFile(const std::string& path);
 
 // `aliases` are host names and IP addresses; empty ones are passed over.
-[[nodiscard]] int WriteServerExtensionFile(const std::string& path, const KOVA_SZ_LIST* aliases);
+Status WriteServerExtensionFile(const std::string& path, const KOVA_SZ_LIST* aliases);
 
-[[nodiscard]] int WriteRequestConfig(const std::string& path, const Subject* subject);
+Status WriteRequestConfig(const std::string& path, const Subject* subject);
 
 }  // namespace kova::mkcert

@@ -12,7 +12,6 @@
 #include "platform/device.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
-#include "self_signed/log_tag.h"
 #include "self_signed/mkcert_config.h"
 
 namespace kova::mkcert {
@@ -52,15 +51,18 @@ std::string FirstSerial(std::int64_t now, const std::string& mac) {
   return serial;
 }
 
-int CreateSerialFile() {
+Status CreateSerialFile() {
   const std::optional<std::string> mac = MacText();
-  if (!mac) return -1;
-  if (MakeParentDirectory(kSerialFile) != 0 ||
-      platform::ReplaceFile(kSerialFile, FirstSerial(std::time(nullptr), *mac), kSerialMode) != 0) {
+  if (!mac) return Status::Failed("no MAC address to begin serial numbers with");
+  if (Status made = MakeParentDirectory(kSerialFile); !made) {
     LogError(kTag, "Open %s failed", kSerialFile);
-    return -1;
+    return made;
   }
-  return 0;
+  const int error =
+      platform::ReplaceFile(kSerialFile, FirstSerial(std::time(nullptr), *mac), kSerialMode);
+  if (error == 0) return {};
+  LogError(kTag, "Open %s failed", kSerialFile);
+  return Status::Failed("Failed to write", kSerialFile, ErrorWords(error));
 }
 
 bool HasSerialFile() {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "base/status.h"
+
 namespace kova::mkcert {
 
 inline constexpr char kSerialFile[] = "/usr/kova/etc/ssl/.mkcert.serial";
@@ -14,8 +16,8 @@ inline constexpr char kMacAddressFile[] = "/proc/sys/kernel/kova_mac_address1";
 [[nodiscard]] std::string FirstSerial(std::int64_t now, const std::string& mac);
 
 // Writes the first serial number. The tool advances it from then on, so call this only as long as
-// there is none. 0, or -1 after a message.
-[[nodiscard]] int CreateSerialFile();
+// there is none. A failure is logged.
+Status CreateSerialFile();
 
 // True when the file is there and has content. A tool that was killed while it advanced the number
 // leaves the file empty, and would refuse it for ever.

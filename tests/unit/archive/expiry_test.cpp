@@ -1,11 +1,10 @@
-#include "archive/expiry.h"
-
 #include <syslog.h>
 
 #include <ctime>
 #include <limits>
 #include <regex>
 
+#include "archive/integrity.h"
 #include "archive_fixture.h"
 #include "test_certificates.h"
 

@@ -5,9 +5,8 @@
 
 #include <filesystem>
 
-#include "archive/services.h"
 #include "archive_fixture.h"
-#include "self_signed/mkcert.h"
+#include "test_certificates.h"
 
 namespace kova::cert_archive {
 namespace {
@@ -19,6 +18,7 @@ using test::kBadInfo;
 using test::kInfo;
 using test::kNoInfo;
 using test::List;
+using test::MatchOf;
 using test::Names;
 using test::Read;
 using test::ReplacedTool;
@@ -42,7 +42,7 @@ class IntegrityTest : public ArchiveTest {
                              "kova-ca-privkey.pem", "is_default_cert"}) {
       EXPECT_TRUE(Exists(folder + "/" + name)) << name;
     }
-    EXPECT_EQ(mkcert::MatchKey(folder + "/cert.pem", folder + "/privkey.pem"), 0);
+    EXPECT_EQ(MatchOf(folder + "/cert.pem", folder + "/privkey.pem"), "yes");
     EXPECT_EQ(Read(folder + "/cert_info"), "{\n   \"is_broken\" : true\n}\n");
   }
   static std::string Notified() {
@@ -52,8 +52,8 @@ class IntegrityTest : public ArchiveTest {
 
 TEST_F(IntegrityTest, ACompleteCertificateIsUsable) {
   AddCertificate("abc");
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kUsable);
-  EXPECT_TRUE(IsUsable("abc"));
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUsable);
+  EXPECT_TRUE(EnsureUsable("abc"));
   EXPECT_THAT(Names(Folder("abc")), ElementsAre("cert.pem", "fullchain.pem", "privkey.pem"));
   EXPECT_THAT(Log(), IsEmpty());
 }
@@ -61,13 +61,13 @@ TEST_F(IntegrityTest, ACompleteCertificateIsUsable) {
 TEST_F(IntegrityTest, DoesNotLookAtTheServices) {
   Write(kInfo, R"({"abc": {}})");
   AddFolder("abc");
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kUsable);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUsable);
 }
 
 TEST_F(IntegrityTest, NothingIsRecoveredWithoutAnIndex) {
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kUnusable);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUnusable);
   Write(kInfo, "{ broken");
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kUnusable);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUnusable);
   EXPECT_FALSE(Exists(Folder("abc")));
   EXPECT_THAT(Log(), ElementsAre(kNoInfo, kBadInfo));
 }
@@ -78,7 +78,7 @@ TEST_F(IntegrityTest, AnIdOutsideTheIndexIsInvalidEvenWithAFolder) {
   for (const char* info : {"{}", "[]", R"({"abc": 1})", R"({"abc": []})", R"({"abc": null})"}) {
     syslog_.Clear();
     Write(kInfo, info);
-    EXPECT_EQ(TestIntegrity("abc"), Integrity::kUnusable) << info;
+    EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUnusable) << info;
     EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Invalid cert id: [abc]")) << info;
   }
   EXPECT_FALSE(Exists(Folder("abc/cert.pem")));
@@ -90,7 +90,7 @@ TEST_F(IntegrityTest, AnIdThatLeadsElsewhereIsInvalid) {
     Json::Value info;
     info[id]["services"] = List({});
     test::WriteInfo(info);
-    EXPECT_EQ(TestIntegrity(id), Integrity::kUnusable) << id;
+    EXPECT_EQ(TestIntegrity(id).integrity, Integrity::kUnusable) << id;
     EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Invalid cert id: [" + std::string(id) + "]"));
   }
   EXPECT_THAT(Names("/usr/kova/etc/certificate"), ElementsAre("_archive"));
@@ -104,21 +104,21 @@ TEST_F(IntegrityTest, RefillsAnIncompleteFolder) {
     const std::string index = Read(kInfo);
     std::filesystem::remove(Folder("abc/") + missing);
     syslog_.Clear();
-    EXPECT_EQ(TestIntegrity("abc"), Integrity::kRecovered) << missing;
+    EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kRecovered) << missing;
     ExpectDefaultSet(Folder("abc"));
     EXPECT_EQ(Notified(), "certificate_broken\n");
     EXPECT_EQ(Read(kInfo), index);
     EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Lack of necessary files in cert dir "
                                    "[/usr/kova/etc/certificate/_archive/abc]",
                                    kRecovering));
-    EXPECT_EQ(TestIntegrity("abc"), Integrity::kUsable);
+    EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUsable);
   }
 }
 
 TEST_F(IntegrityTest, RefillsAFolderThatIsMissing) {
   AddCertificate("abc");
   test::RemoveAll(Folder("abc"));
-  EXPECT_TRUE(IsUsable("abc"));
+  EXPECT_TRUE(EnsureUsable("abc"));
   ExpectDefaultSet(Folder("abc"));
   EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Folder not exits "
                                  "[/usr/kova/etc/certificate/_archive/abc]",
@@ -129,7 +129,7 @@ TEST_F(IntegrityTest, TreatsALinkedFolderAsMissingAndRefillsItInPlace) {
   AddCertificate("abc");
   std::filesystem::rename(Folder("abc"), "/usr/kova/elsewhere");
   ASSERT_EQ(symlink("/usr/kova/elsewhere", Folder("abc").c_str()), 0);
-  EXPECT_TRUE(IsUsable("abc"));
+  EXPECT_TRUE(EnsureUsable("abc"));
   ExpectDefaultSet("/usr/kova/elsewhere");
   EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Path not match, maybe bugs or attacked",
                                  "utils.cpp:# Folder not exits "
@@ -141,7 +141,7 @@ TEST_F(IntegrityTest, FailsWhenNoDefaultSetCanBeMade) {
   AddCertificate("abc");
   std::filesystem::remove(Folder("abc/cert.pem"));
   const ReplacedTool openssl("openssl", "exit 1");
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kUnusable);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUnusable);
   EXPECT_THAT(Log(), Contains("utils.cpp:# Failed to generate default certificate to recover for "
                               "[abc]"));
   EXPECT_FALSE(Exists(Folder("abc/cert_info")));
@@ -152,7 +152,7 @@ TEST_F(IntegrityTest, FailsWhenTheMarkerCannotBeWritten) {
   AddCertificate("abc");
   std::filesystem::remove(Folder("abc/cert.pem"));
   test::MakeFolder(Folder("abc/cert_info/occupied"));
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kUnusable);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUnusable);
   EXPECT_THAT(Log(), Contains("utils.cpp:# Failed to write cert info [21]"));
   EXPECT_EQ(Notified(), "");
 }
@@ -161,7 +161,7 @@ TEST_F(IntegrityTest, OnlyLogsANotificationThatFails) {
   AddCertificate("abc");
   std::filesystem::remove(Folder("abc/cert.pem"));
   AddHook("notify", "exit 1");
-  EXPECT_EQ(TestIntegrity("abc"), Integrity::kRecovered);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kRecovered);
   EXPECT_THAT(Log(), Contains("utils.cpp:# Failed to send notification for certificate broken"));
 }
 
@@ -171,7 +171,7 @@ TEST_F(IntegrityTest, SeveralProcessesRepairACertificateOnce) {
   std::vector<pid_t> tests;
   for (int i = 0; i < 4; ++i) {
     const pid_t test = fork();
-    if (test == 0) _exit(IsUsable("abc") ? 0 : 1);
+    if (test == 0) _exit(EnsureUsable("abc") ? 0 : 1);
     tests.push_back(test);
   }
   for (const pid_t test : tests) {
@@ -183,41 +183,41 @@ TEST_F(IntegrityTest, SeveralProcessesRepairACertificateOnce) {
   EXPECT_EQ(Notified(), "certificate_broken\n");
 }
 
-class GetServicesTest : public IntegrityTest {};
+class EnsureServicesTest : public IntegrityTest {};
 
-TEST_F(GetServicesTest, CopiesTheListOut) {
+TEST_F(EnsureServicesTest, CopiesTheListOut) {
   AddCertificate("abc", List({ServiceObject("mail", "smtp"), Json::Value("odd")}));
   Json::Value services;
-  EXPECT_TRUE(GetServices("abc", services));
+  EXPECT_TRUE(EnsureServices("abc", services));
   EXPECT_EQ(services, List({ServiceObject("mail", "smtp"), Json::Value("odd")}));
   EXPECT_THAT(Log(), IsEmpty());
 }
 
-TEST_F(GetServicesTest, RepairsTheCertificateFirst) {
+TEST_F(EnsureServicesTest, RepairsTheCertificateFirst) {
   AddCertificate("abc");
   std::filesystem::remove(Folder("abc/fullchain.pem"));
   Json::Value services;
-  EXPECT_TRUE(GetServices("abc", services));
+  EXPECT_TRUE(EnsureServices("abc", services));
   ExpectDefaultSet(Folder("abc"));
 }
 
-TEST_F(GetServicesTest, LogsAListThatIsNone) {
+TEST_F(EnsureServicesTest, LogsAListThatIsNone) {
   AddFolder("abc");
   for (const char* info : {R"({"abc": {}})", R"({"abc": {"services": {}}})",
                            R"({"abc": {"services": null}})", R"({"abc": {"services": "x"}})"}) {
     syslog_.Clear();
     Write(kInfo, info);
     Json::Value services = "untouched";
-    EXPECT_FALSE(GetServices("abc", services)) << info;
+    EXPECT_FALSE(EnsureServices("abc", services)) << info;
     EXPECT_EQ(services, "untouched");
     EXPECT_THAT(Log(), ElementsAre(StartsWith("utils.cpp:# Broken "
                                               "[/usr/kova/etc/certificate/_archive/INFO].[0x")));
   }
 }
 
-TEST_F(GetServicesTest, LogsAnUnusableCertificate) {
+TEST_F(EnsureServicesTest, LogsAnUnusableCertificate) {
   Json::Value services;
-  EXPECT_FALSE(GetServices("abc", services));
+  EXPECT_FALSE(EnsureServices("abc", services));
   EXPECT_THAT(Log(), ElementsAre(kNoInfo, kNoInfo));
 }
 

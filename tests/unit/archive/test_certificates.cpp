@@ -5,6 +5,7 @@
 #include <openssl/x509.h>
 
 #include "crypto/openssl_ptr.h"
+#include "self_signed/mkcert.h"
 
 namespace kova::test {
 namespace {
@@ -36,6 +37,12 @@ PemPair MakePemPair(long seconds, const std::string& issuer_organization) {
   PEM_write_bio_X509(certificate_text.get(), certificate.get());
   PEM_write_bio_PrivateKey(key_text.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
   return {Content(certificate_text.get()), Content(key_text.get())};
+}
+
+std::string MatchOf(const std::string& certificate, const std::string& key) {
+  bool matches = false;
+  if (!mkcert::MatchKey(certificate, key, matches)) return "unknown";
+  return matches ? "yes" : "no";
 }
 
 }  // namespace kova::test

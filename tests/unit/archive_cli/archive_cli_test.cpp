@@ -9,10 +9,10 @@
 #include "../archive/test_certificates.h"
 #include "archive_cli/arguments.h"
 #include "archive_cli/facts.h"
-#include "archive_cli/reasons.h"
+#include "archive_cli/kept_stderr.h"
 #include "archive_cli/table.h"
 #include "archive_cli/text.h"
-#include "base/log.h"
+#include "base/status.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -81,29 +81,19 @@ TEST(TableTest, ShowsNoControlCharacters) {
   EXPECT_EQ(RenderTable({{"X"}}, {{{"\033[2J"}}}, {}), "X\n?[2J\n");
 }
 
-TEST(ReasonsTest, SaysErrorTriplesInWords) {
-  EXPECT_EQ(InWords("Broken [/x].[0x0002 files.cpp:57]"), "Broken [/x]: No such file or directory");
-  EXPECT_EQ(InWords("fopen /x failed[0x0015 a.cpp:1]"), "fopen /x failed: Is a directory");
-  EXPECT_EQ(InWords("Broken [/x].[0x0000 :0]"), "Broken [/x]");
-  EXPECT_EQ(InWords("Failed to remove /x [39]"), "Failed to remove /x [39]");
-}
-
-TEST(ReasonsTest, RemembersTheFirstError) {
-  EXPECT_EQ(Reasons().First(), "see the system log");
-  const Reasons outer;
-  {
-    const Reasons reasons;
-    LogDebugPriority("tag", "no error");
-    LogError("tag", "first [%s]", "100%s");
-    LogError("tag", "second");
-    EXPECT_EQ(reasons.First(), "first [100%s]");
+TEST(RequireTest, ThrowsWhatAStatusSays) {
+  Require(Status());
+  // A long text with brackets, as an index that cannot be written once was part of a message.
+  const std::string text = "[0x" + std::string(200000, 'A') + " [0x0002";
+  try {
+    Require(Status::Failed("Failed to write", text, "No space left on device"), "context: ");
+    ADD_FAILURE() << "no failure";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.message, "context: Failed to write " + text + ": No space left on device");
   }
-  EXPECT_FALSE(outer.Any()) << "what an inner one heard";
-  LogError("tag", "third");
-  EXPECT_EQ(outer.First(), "third");
 }
 
-TEST(ReasonsTest, KeepsStandardError) {
+TEST(KeptStderrTest, KeepsStandardError) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const int saved = dup(STDERR_FILENO);
@@ -125,7 +115,7 @@ TEST(ReasonsTest, KeepsStandardError) {
   close(ends[1]);
 }
 
-TEST(ReasonsTest, WhatLivesOnCannotPileUpItsStandardError) {
+TEST(KeptStderrTest, WhatLivesOnCannotPileUpItsStandardError) {
   int late = -1;
   {
     const KeptStderr keeper;
@@ -135,7 +125,7 @@ TEST(ReasonsTest, WhatLivesOnCannotPileUpItsStandardError) {
   close(late);
 }
 
-TEST(ReasonsTest, FindsTheLastLine) {
+TEST(KeptStderrTest, FindsTheLastLine) {
   EXPECT_EQ(LastLine(""), "");
   EXPECT_EQ(LastLine(" \n\n"), "");
   EXPECT_EQ(LastLine("one"), "one");

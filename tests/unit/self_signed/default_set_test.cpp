@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "../archive/archive_fixture.h"
+#include "../archive/test_certificates.h"
 #include "platform/process.h"
 #include "self_signed/mkcert.h"
 #include "self_signed/serial_file.h"
@@ -13,6 +14,7 @@ namespace {
 
 using test::ArchiveTest;
 using test::Exists;
+using test::MatchOf;
 using test::Mode;
 using test::Names;
 using test::Read;
@@ -50,7 +52,7 @@ class DefaultSetTest : public ArchiveTest {
 };
 
 TEST_F(DefaultSetTest, IsACaAndAServerCertificate) {
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_THAT(Names(kSet), ElementsAre("cert.pem", "fullchain.pem", "is_default_cert",
                                        "kova-ca-cert.pem", "kova-ca-privkey.pem", "privkey.pem"));
   EXPECT_THAT(Log(), IsEmpty());
@@ -58,16 +60,16 @@ TEST_F(DefaultSetTest, IsACaAndAServerCertificate) {
       KLIBCExec("/usr/bin/openssl", {"verify", "-CAfile", File("kova-ca-cert.pem"), "-purpose",
                                      "sslserver", "-verify_hostname", "kova", File("cert.pem")}),
       0);
-  EXPECT_EQ(MatchKey(File("cert.pem"), File("privkey.pem")), 0);
-  EXPECT_EQ(MatchKey(File("kova-ca-cert.pem"), File("kova-ca-privkey.pem")), 0);
-  EXPECT_EQ(MatchKey(File("cert.pem"), File("kova-ca-privkey.pem")), 1);
+  EXPECT_EQ(MatchOf(File("cert.pem"), File("privkey.pem")), "yes");
+  EXPECT_EQ(MatchOf(File("kova-ca-cert.pem"), File("kova-ca-privkey.pem")), "yes");
+  EXPECT_EQ(MatchOf(File("cert.pem"), File("kova-ca-privkey.pem")), "no");
   EXPECT_EQ(Read(File("fullchain.pem")), Read(File("cert.pem")));
   EXPECT_EQ(Read(File("is_default_cert")), "");
 }
 
 TEST_F(DefaultSetTest, ShowsItsFilesToTheirOwnerAlone) {
   umask(0);
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   umask(022);
   for (const char* name :
        {"cert.pem", "fullchain.pem", "kova-ca-cert.pem", "kova-ca-privkey.pem", "privkey.pem"}) {
@@ -79,7 +81,7 @@ TEST_F(DefaultSetTest, ShowsItsFilesToTheirOwnerAlone) {
 }
 
 TEST_F(DefaultSetTest, HasTheFixedSubjectsNamesAndTimes) {
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_EQ(Openssl({"x509", "-noout", "-subject", "-issuer", "-in", File("cert.pem")}),
             "subject=C = ZZ, L = Tarvel, O = Kova Inc., CN = kova\n"
             "issuer=C = ZZ, L = Tarvel, O = Kova Inc., CN = Kova Inc. CA\n");
@@ -102,7 +104,7 @@ TEST_F(DefaultSetTest, HasTheFixedSubjectsNamesAndTimes) {
 }
 
 TEST_F(DefaultSetTest, LeavesItsWorkingFiles) {
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_THAT(Names("/usr/kova/etc/ssl"),
               ElementsAre(".gen", ".mkcert.serial", "cfg.d", "ssl.csr"));
   EXPECT_THAT(Names("/usr/kova/etc/ssl/cfg.d"),
@@ -116,11 +118,11 @@ TEST_F(DefaultSetTest, LeavesItsWorkingFiles) {
 
 TEST_F(DefaultSetTest, ASecondRunReplacesTheSetUnderTheNextSerial) {
   Write(kSerialFile, "1700000000abcd");
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_EQ(Serial(), "serial=1700000000ABCE\n");
   const std::string key = Read(File("privkey.pem"));
   const std::string ca = Read(File("kova-ca-cert.pem"));
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_EQ(Serial(), "serial=1700000000ABCF\n");
   EXPECT_NE(Read(File("privkey.pem")), key);
   EXPECT_NE(Read(File("kova-ca-cert.pem")), ca);
@@ -130,17 +132,17 @@ TEST_F(DefaultSetTest, ASecondRunReplacesTheSetUnderTheNextSerial) {
 
 TEST_F(DefaultSetTest, StartsASerialFileOfItsOwn) {
   Write("/usr/kova/etc/device.json", R"({"mac_address": "0011325a6b7c"})");
-  ASSERT_EQ(GenerateDefaultSet(kSet), 0);
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_THAT(Read(kSerialFile), testing::MatchesRegex("[0-9]{10}6[bB]7[dD]\n?"));
 }
 
 TEST_F(DefaultSetTest, RecoversFromAnEmptySerialFile) {
   Write(kSerialFile, "");
-  EXPECT_EQ(GenerateDefaultSet(kSet), 0);
+  EXPECT_TRUE(GenerateDefaultSet(kSet));
 }
 
 TEST_F(DefaultSetTest, RefusesAnEmptyFolderAtOnce) {
-  EXPECT_EQ(GenerateDefaultSet(""), -1);
+  EXPECT_FALSE(GenerateDefaultSet(""));
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Invalid paramter []",
                                  "mkcert.cpp:# Generate CA key & crt failed"));
   EXPECT_FALSE(Exists("/usr/kova/etc/ssl"));
@@ -151,8 +153,8 @@ TEST_F(DefaultSetTest, RefusesAnEmptyFolderAtOnce) {
 TEST_F(DefaultSetTest, RefusesAnEmptyFolderWithoutWaitingForTheLock) {
   const GenerationLock held;
   ASSERT_TRUE(held.Held());
-  EXPECT_EQ(GenerateDefaultSet(""), -1);
-  EXPECT_EQ(GenerateDefaultSet("", held), -1);
+  EXPECT_FALSE(GenerateDefaultSet(""));
+  EXPECT_FALSE(GenerateDefaultSet("", held));
   EXPECT_THAT(
       Log(),
       ElementsAre("mkcert.cpp:# Invalid paramter []", "mkcert.cpp:# Generate CA key & crt failed",
@@ -176,7 +178,7 @@ TEST_P(DefaultSetFailureTest, EndsWithItsMessages) {
     const ReplacedTool tool(GetParam().tool, "case \"$*\" in *" + std::string(GetParam().argument) +
                                                  "*) " + GetParam().harm +
                                                  ";; esac\nexec $REAL \"$@\"");
-    EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+    EXPECT_FALSE(GenerateDefaultSet(kSet));
   }
   std::vector<std::string> expected;
   for (const std::string& message : GetParam().messages) {
@@ -248,21 +250,21 @@ TEST_F(DefaultSetTest, AFailedRunLeavesNoSetThatLooksComplete) {
   for (const char* name : {"cert.pem", "privkey.pem", "fullchain.pem"}) Write(File(name), "old");
   const ReplacedTool openssl("openssl",
                              "case \"$*\" in *-CAserial*) exit 1;; esac\nexec $REAL \"$@\"");
-  EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  EXPECT_FALSE(GenerateDefaultSet(kSet));
   EXPECT_NE(Read(File("privkey.pem")), "old");
   EXPECT_FALSE(Exists(File("fullchain.pem")));
 }
 
 TEST_F(DefaultSetTest, FailsWithoutASerialFile) {
   test::MakeFolder(kSerialFile);  // neither to be read nor to be replaced
-  EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  EXPECT_FALSE(GenerateDefaultSet(kSet));
   EXPECT_THAT(Reasons(), testing::Contains("mkcert.cpp:# Failed to generate cert"));
 }
 
 TEST_F(DefaultSetTest, FailsWithoutItsMarker) {
   test::MakeFolder(kSet);
   ASSERT_EQ(symlink("/usr/kova/none/none", File("is_default_cert").c_str()), 0);
-  EXPECT_EQ(GenerateDefaultSet(kSet), -1);
+  EXPECT_FALSE(GenerateDefaultSet(kSet));
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Failed to touch default cert"));
 }
 

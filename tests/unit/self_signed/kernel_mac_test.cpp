@@ -27,25 +27,25 @@ class KernelMacTest : public test::ArchiveTest {
 TEST_F(KernelMacTest, IsPreferredToTheHostsOwn) {
   Write("/usr/kova/etc/device.json", R"({"mac_address": "00:11:32:5a:6b:7c"})");
   Write(kMacAddressFile, "001132ffeedd\n");
-  EXPECT_EQ(CreateSerialFile(), 0);
+  EXPECT_TRUE(CreateSerialFile());
   EXPECT_THAT(Read(kSerialFile), MatchesRegex("[0-9]{10}eedd"));
 }
 
 TEST_F(KernelMacTest, OnlyItsFirstWordCounts) {
   Write(kMacAddressFile, "  001132ffeedd1 more\n");
-  EXPECT_EQ(CreateSerialFile(), 0);
+  EXPECT_TRUE(CreateSerialFile());
   EXPECT_THAT(Read(kSerialFile), MatchesRegex("[0-9]{10}eedd11"));
 }
 
 TEST_F(KernelMacTest, OnlyItsFirstThirtyOneCharactersCount) {
   Write(kMacAddressFile, "00000000" + std::string(20, 'b') + "cdef0123");
-  EXPECT_EQ(CreateSerialFile(), 0);
+  EXPECT_TRUE(CreateSerialFile());
   EXPECT_THAT(Read(kSerialFile), MatchesRegex("[0-9]{10}b{20}c1"));
 }
 
 TEST_F(KernelMacTest, AnEmptyEntryIsAFailure) {
   Write(kMacAddressFile, " \n");
-  EXPECT_EQ(CreateSerialFile(), -1);
+  EXPECT_FALSE(CreateSerialFile());
   EXPECT_FALSE(HasSerialFile());
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Fetch /proc/sys/kernel/kova_mac_address1 failed"));
 }
@@ -55,7 +55,7 @@ TEST_F(KernelMacTest, AHostWithoutAnyMacIsAFailure) {
   const std::string id = "/etc/machine-id";
   const std::string saved = test::Exists(id) ? Read(id) : "";
   test::RemoveAll(id);
-  EXPECT_EQ(CreateSerialFile(), -1);
+  EXPECT_FALSE(CreateSerialFile());
   Write(id, saved, 0444);
   EXPECT_FALSE(HasSerialFile());
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Open /proc/sys/kernel/kova_mac_address1 failed"));
@@ -68,7 +68,7 @@ TEST_F(KernelMacTest, AnEntryThatCannotBeOpenedIsAFailure) {
   address.sun_family = AF_UNIX;
   std::strcpy(address.sun_path, kMacAddressFile);
   ASSERT_EQ(bind(socket_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(CreateSerialFile(), -1);
+  EXPECT_FALSE(CreateSerialFile());
   close(socket_fd);
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Open /proc/sys/kernel/kova_mac_address1 failed"));
 }

@@ -32,7 +32,7 @@ class MkcertConfigTest : public ArchiveTest {
   static std::string WithAliases(const std::string& aliases) {
     const KovaSzListPtr list = KLIBCSzListAlloc(512);
     EXPECT_GE(KLIBCStrSep(aliases, ";", *list), 0);
-    EXPECT_EQ(WriteServerExtensionFile(kPath, list.get()), 0);
+    EXPECT_TRUE(WriteServerExtensionFile(kPath, list.get()));
     return Read(kPath);
   }
 };
@@ -45,17 +45,17 @@ TEST_F(MkcertConfigTest, KeepsTheAgreedPlaces) {
 }
 
 TEST_F(MkcertConfigTest, MakesParentFolders) {
-  EXPECT_EQ(MakeParentDirectory("/usr/kova/a/b/c.pem"), 0);
+  EXPECT_TRUE(MakeParentDirectory("/usr/kova/a/b/c.pem"));
   EXPECT_EQ(Mode("/usr/kova/a/b"), 0755U);
   EXPECT_FALSE(Exists("/usr/kova/a/b/c.pem"));
-  EXPECT_EQ(MakeParentDirectory("/usr/kova/a/b/c.pem"), 0);
+  EXPECT_TRUE(MakeParentDirectory("/usr/kova/a/b/c.pem"));
   EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(MkcertConfigTest, LogsParentFoldersThatItCannotMake) {
-  EXPECT_EQ(MakeParentDirectory(""), -1);
+  EXPECT_FALSE(MakeParentDirectory(""));
   Write("/usr/kova/a", "a file");
-  EXPECT_EQ(MakeParentDirectory("/usr/kova/a/b.pem"), -1);
+  EXPECT_FALSE(MakeParentDirectory("/usr/kova/a/b.pem"));
   EXPECT_THAT(Log(),
               ElementsAre("mkcert.cpp:# Failed to generate directory with invalid parameters",
                           "mkcert.cpp:# Exec mkdir failed"));
@@ -64,7 +64,7 @@ TEST_F(MkcertConfigTest, LogsParentFoldersThatItCannotMake) {
 TEST_F(MkcertConfigTest, WritesTheCaExtensions) {
   Write(kPath,
         "something older that is longer than what follows it, by far. " + std::string(1000, 'x'));
-  EXPECT_EQ(WriteCaExtensionFile(kPath), 0);
+  EXPECT_TRUE(WriteCaExtensionFile(kPath));
   EXPECT_EQ(Read(kPath),
             "extensions = x509v3\n"
             "[ x509v3 ]\n"
@@ -76,11 +76,11 @@ TEST_F(MkcertConfigTest, WritesTheCaExtensions) {
 }
 
 TEST_F(MkcertConfigTest, LogsCaExtensionsThatItCannotWrite) {
-  EXPECT_EQ(WriteCaExtensionFile(""), -1);
+  EXPECT_FALSE(WriteCaExtensionFile(""));
   Write("/usr/kova/a", "a file");
-  EXPECT_EQ(WriteCaExtensionFile("/usr/kova/a/b"), -1);
+  EXPECT_FALSE(WriteCaExtensionFile("/usr/kova/a/b"));
   test::MakeFolder(kPath);
-  EXPECT_EQ(WriteCaExtensionFile(kPath), -1);
+  EXPECT_FALSE(WriteCaExtensionFile(kPath));
   EXPECT_THAT(
       Log(),
       ElementsAre(MatchesRegex("mkcert.cpp:# CA CNF name is null or empty." + std::string(kTriple)),
@@ -104,12 +104,12 @@ TEST_F(MkcertConfigTest, HasOneAlternativeNameLineWithoutAliases) {
 
 TEST_F(MkcertConfigTest, LogsServerExtensionsThatItCannotWrite) {
   const KovaSzListPtr list = KLIBCSzListAlloc(1);
-  EXPECT_EQ(WriteServerExtensionFile("", nullptr), -1);
-  EXPECT_EQ(WriteServerExtensionFile(kPath, nullptr), -1);
+  EXPECT_FALSE(WriteServerExtensionFile("", nullptr));
+  EXPECT_FALSE(WriteServerExtensionFile(kPath, nullptr));
   Write("/usr/kova/a", "a file");
-  EXPECT_EQ(WriteServerExtensionFile("/usr/kova/a/b", list.get()), -1);
+  EXPECT_FALSE(WriteServerExtensionFile("/usr/kova/a/b", list.get()));
   test::MakeFolder(kPath);
-  EXPECT_EQ(WriteServerExtensionFile(kPath, list.get()), -1);
+  EXPECT_FALSE(WriteServerExtensionFile(kPath, list.get()));
   EXPECT_THAT(Log(),
               ElementsAre(MatchesRegex("mkcert.cpp:# Server CNF name is null or empty." +
                                        std::string(kTriple)),
@@ -121,7 +121,7 @@ TEST_F(MkcertConfigTest, LogsServerExtensionsThatItCannotWrite) {
 
 TEST_F(MkcertConfigTest, WritesEverySubjectField) {
   const Subject subject{"ZZ", "State", "Tarvel", "Kova Inc.", "Unit", "kova", "a@b.example"};
-  EXPECT_EQ(WriteRequestConfig(kPath, &subject), 0);
+  EXPECT_TRUE(WriteRequestConfig(kPath, &subject));
   EXPECT_EQ(Read(kPath),
             "[ req ]\n"
             "default_bits                    = 1024\n"
@@ -140,7 +140,7 @@ TEST_F(MkcertConfigTest, WritesEverySubjectField) {
 TEST_F(MkcertConfigTest, LeavesEmptySubjectFieldsOut) {
   Subject subject;
   subject.common_name = "kova";
-  EXPECT_EQ(WriteRequestConfig(kPath, &subject), 0);
+  EXPECT_TRUE(WriteRequestConfig(kPath, &subject));
   EXPECT_EQ(Read(kPath),
             "[ req ]\n"
             "default_bits                    = 1024\n"
@@ -152,12 +152,12 @@ TEST_F(MkcertConfigTest, LeavesEmptySubjectFieldsOut) {
 
 TEST_F(MkcertConfigTest, LogsRequestConfigurationsThatItCannotWrite) {
   const Subject subject;
-  EXPECT_EQ(WriteRequestConfig("", &subject), -1);
-  EXPECT_EQ(WriteRequestConfig(kPath, nullptr), -1);
+  EXPECT_FALSE(WriteRequestConfig("", &subject));
+  EXPECT_FALSE(WriteRequestConfig(kPath, nullptr));
   Write("/usr/kova/a", "a file");
-  EXPECT_EQ(WriteRequestConfig("/usr/kova/a/b", &subject), -1);
+  EXPECT_FALSE(WriteRequestConfig("/usr/kova/a/b", &subject));
   test::MakeFolder(kPath);
-  EXPECT_EQ(WriteRequestConfig(kPath, &subject), -1);
+  EXPECT_FALSE(WriteRequestConfig(kPath, &subject));
   const std::string insane = "mkcert.cpp:# modifyCsrCfg sanity failed." + std::string(kTriple);
   EXPECT_THAT(
       Log(), ElementsAre(MatchesRegex(insane), MatchesRegex(insane),
@@ -191,7 +191,7 @@ TEST_F(SerialFileTest, StaysWithinItsBuffer) {
 TEST_F(SerialFileTest, IsMadeFromTheDeviceRecordOnAStockHost) {
   EXPECT_FALSE(HasSerialFile());
   Write("/usr/kova/etc/device.json", R"({"mac_address": "00:11:32:5a:6b:7c"})");
-  EXPECT_EQ(CreateSerialFile(), 0);
+  EXPECT_TRUE(CreateSerialFile());
   EXPECT_THAT(Read(kSerialFile), MatchesRegex("[0-9]{10}6b7c"));
   EXPECT_TRUE(HasSerialFile());
   EXPECT_THAT(Log(), IsEmpty());
@@ -204,7 +204,7 @@ TEST_F(SerialFileTest, AnEmptyFileDoesNotCount) {
 
 TEST_F(SerialFileTest, LogsAFileThatItCannotWrite) {
   test::MakeFolder(kSerialFile);
-  EXPECT_EQ(CreateSerialFile(), -1);
+  EXPECT_FALSE(CreateSerialFile());
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Open /usr/kova/etc/ssl/.mkcert.serial failed"));
 }
 

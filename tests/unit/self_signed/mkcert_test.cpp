@@ -1,5 +1,6 @@
 #include "self_signed/mkcert.h"
 
+#include <openssl/err.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -41,6 +42,7 @@ namespace {
 using test::ArchiveTest;
 using test::Exists;
 using test::MakePemPair;
+using test::MatchOf;
 using test::Mode;
 using test::Read;
 using test::ReplacedTool;
@@ -92,7 +94,7 @@ class GenerateKeyTest : public MkcertTest {
 
 TEST_F(GenerateKeyTest, MakesAKeyForItsOwnerAlone) {
   umask(0);
-  EXPECT_EQ(GenerateKey(kKey, 2048), 0);
+  EXPECT_TRUE(GenerateKey(kKey, 2048));
   EXPECT_EQ(umask(022), 0U);
   EXPECT_EQ(Mode(kKey), 0400U);
   EXPECT_THAT(Read(kKey), StartsWith("-----BEGIN "));
@@ -105,9 +107,9 @@ TEST_F(GenerateKeyTest, TheToolNeverOpensTheKeyToOthers) {
   const ReplacedTool openssl(
       "openssl", "$REAL \"$@\" && stat -c %a " + std::string(kKey) + " >> /usr/kova/modes");
   umask(0);
-  EXPECT_EQ(GenerateKey(kKey, 2048), 0);
+  EXPECT_TRUE(GenerateKey(kKey, 2048));
   chmod(kKey, 0666);
-  EXPECT_EQ(GenerateKey(kKey, 2048), 0);
+  EXPECT_TRUE(GenerateKey(kKey, 2048));
   umask(022);
   EXPECT_EQ(Read("/usr/kova/modes"), "600\n400\n");
   EXPECT_EQ(Mode(kKey), 0400U);
@@ -116,14 +118,14 @@ TEST_F(GenerateKeyTest, TheToolNeverOpensTheKeyToOthers) {
 TEST_F(GenerateKeyTest, NamesOnlyTheRandomFilesThatCanBeRead) {
   const ReplacedTool openssl("openssl", kRecorder);
   Write("/var/log/system.log", "x");
-  EXPECT_EQ(GenerateKey(kKey, 1234), 0);
+  EXPECT_TRUE(GenerateKey(kKey, 1234));
   EXPECT_THAT(Args(), ElementsAre("genrsa", "-rand",
                                   "/var/log/system.log:/etc/hosts:/etc/group:"
                                   "/etc/resolv.conf:/bin/ls",
                                   "-out", kKey, "1234"));
   Write("/var/log/messages", "x");
   Write("/run/dmesg.boot", "x");
-  EXPECT_EQ(GenerateKey(kKey, 2048), 0);
+  EXPECT_TRUE(GenerateKey(kKey, 2048));
   EXPECT_THAT(Args(), ElementsAre("genrsa", "-rand",
                                   "/var/log/messages:/var/run/dmesg.boot:/var/log/system.log:"
                                   "/etc/hosts:/etc/group:/etc/resolv.conf:/bin/ls",
@@ -138,23 +140,23 @@ TEST_F(GenerateKeyTest, NamesNoRandomFilesWhenThereAreNone) {
   for (const std::string& file : files) {
     ASSERT_EQ(KLIBCExec("/bin/mv", {file, file + ".away"}), 0) << file;
   }
-  EXPECT_EQ(GenerateKey(kKey, 2048), 0);
+  EXPECT_TRUE(GenerateKey(kKey, 2048));
   for (const std::string& file : files) KLIBCExec("/bin/mv", {file + ".away", file});
   EXPECT_THAT(Args(), ElementsAre("genrsa", "-out", kKey, "2048"));
 }
 
 TEST_F(GenerateKeyTest, LogsItsFailures) {
-  EXPECT_EQ(GenerateKey("", 2048), -1);
-  EXPECT_EQ(GenerateKey(kKey, 0), -1);
+  EXPECT_FALSE(GenerateKey("", 2048));
+  EXPECT_FALSE(GenerateKey(kKey, 0));
   Write("/usr/kova/a", "a file");
-  EXPECT_EQ(GenerateKey("/usr/kova/a/key.pem", 2048), -1);
+  EXPECT_FALSE(GenerateKey("/usr/kova/a/key.pem", 2048));
   {
     const ReplacedTool openssl("openssl", "exit 1");
-    EXPECT_EQ(GenerateKey(kKey, 2048), -1);
+    EXPECT_FALSE(GenerateKey(kKey, 2048));
   }
   {
     const ReplacedTool openssl("openssl", "exit 0");
-    EXPECT_EQ(GenerateKey(kKey, 2048), -1);
+    EXPECT_FALSE(GenerateKey(kKey, 2048));
   }
   EXPECT_THAT(Log(),
               ElementsAre("mkcert.cpp:# Failed to genKey with invalid parameters",
@@ -174,7 +176,7 @@ class GenerateRequestTest : public MkcertTest {
 };
 
 TEST_F(GenerateRequestTest, MakesARequest) {
-  EXPECT_EQ(GenerateRequest(kConfig, kKey, kRequest, &subject_), 0);
+  EXPECT_TRUE(GenerateRequest(kConfig, kKey, kRequest, &subject_));
   EXPECT_EQ(Mode(kRequest), 0400U);
   EXPECT_EQ(KLIBCExec("/usr/bin/openssl", {"req", "-verify", "-noout", "-in", kRequest}), 0);
   EXPECT_THAT(Log(), IsEmpty());
@@ -182,17 +184,17 @@ TEST_F(GenerateRequestTest, MakesARequest) {
 
 TEST_F(GenerateRequestTest, RunsTheToolWithTheseArguments) {
   const ReplacedTool openssl("openssl", kRecorder);
-  EXPECT_EQ(GenerateRequest(kConfig, kKey, kRequest, &subject_), 0);
+  EXPECT_TRUE(GenerateRequest(kConfig, kKey, kRequest, &subject_));
   EXPECT_THAT(Args(), ElementsAre("req", "-config", kConfig, "-new", "-sha256", "-key", kKey,
                                   "-out", kRequest));
 }
 
 TEST_F(GenerateRequestTest, LogsMissingInput) {
-  EXPECT_EQ(GenerateRequest("", kKey, kRequest, &subject_), -1);
-  EXPECT_EQ(GenerateRequest(kConfig, "", kRequest, &subject_), -1);
-  EXPECT_EQ(GenerateRequest(kConfig, kKey, "", &subject_), -1);
-  EXPECT_EQ(GenerateRequest(kConfig, kKey, kRequest, nullptr), -1);
-  EXPECT_EQ(GenerateRequest(kConfig, "/usr/kova/none", kRequest, &subject_), -1);
+  EXPECT_FALSE(GenerateRequest("", kKey, kRequest, &subject_));
+  EXPECT_FALSE(GenerateRequest(kConfig, "", kRequest, &subject_));
+  EXPECT_FALSE(GenerateRequest(kConfig, kKey, "", &subject_));
+  EXPECT_FALSE(GenerateRequest(kConfig, kKey, kRequest, nullptr));
+  EXPECT_FALSE(GenerateRequest(kConfig, "/usr/kova/none", kRequest, &subject_));
   const std::string invalid = "mkcert.cpp:# Failed to generate csr with invalid paramters";
   EXPECT_THAT(Log(),
               ElementsAre(invalid, invalid, invalid, invalid, "mkcert.cpp:# Key is not existed"));
@@ -201,15 +203,15 @@ TEST_F(GenerateRequestTest, LogsMissingInput) {
 
 TEST_F(GenerateRequestTest, LogsWhatCannotBeMade) {
   Write("/usr/kova/a", "a file");
-  EXPECT_EQ(GenerateRequest(kConfig, kKey, "/usr/kova/a/x.csr", &subject_), -1);
-  EXPECT_EQ(GenerateRequest("/usr/kova/a/x.cfg", kKey, kRequest, &subject_), -1);
+  EXPECT_FALSE(GenerateRequest(kConfig, kKey, "/usr/kova/a/x.csr", &subject_));
+  EXPECT_FALSE(GenerateRequest("/usr/kova/a/x.cfg", kKey, kRequest, &subject_));
   {
     const ReplacedTool openssl("openssl", "exit 1");
-    EXPECT_EQ(GenerateRequest(kConfig, kKey, kRequest, &subject_), -1);
+    EXPECT_FALSE(GenerateRequest(kConfig, kKey, kRequest, &subject_));
   }
   {
     const ReplacedTool openssl("openssl", "exit 0");
-    EXPECT_EQ(GenerateRequest(kConfig, kKey, kRequest, &subject_), -1);
+    EXPECT_FALSE(GenerateRequest(kConfig, kKey, kRequest, &subject_));
   }
   EXPECT_THAT(
       Log(), ElementsAre("mkcert.cpp:# Exec mkdir failed",
@@ -247,7 +249,7 @@ class SignTest : public MkcertTest {
 
 TEST_F(SignTest, SignsForItselfWithTheseArguments) {
   const ReplacedTool openssl("openssl", kRecorder);
-  EXPECT_EQ(SignCertificate(ca_), 0);
+  EXPECT_TRUE(SignCertificate(ca_));
   EXPECT_THAT(Args(),
               ElementsAre("x509", "-extfile", kConfig, "-days", "366", "-in", kRequest, "-req",
                           "-sha256", "-out", "/usr/kova/o/ca.pem", "-signkey", kKey));
@@ -258,7 +260,7 @@ TEST_F(SignTest, SignsForItselfWithTheseArguments) {
 
 TEST_F(SignTest, SignsForOthersWithTheseArguments) {
   const ReplacedTool openssl("openssl", kRecorder);
-  EXPECT_EQ(SignCertificate(server_), 0);
+  EXPECT_TRUE(SignCertificate(server_));
   EXPECT_THAT(Args(), ElementsAre("x509", "-extfile", kConfig, "-days", "366", "-in", kRequest,
                                   "-req", "-sha256", "-out", "/usr/kova/o/cert.pem", "-CAserial",
                                   kSerialFile, "-CA", "/usr/kova/o/ca.pem", "-CAkey", kKey));
@@ -272,7 +274,7 @@ TEST_F(SignTest, LogsMissingInput) {
     SigningOrder order = self_signed ? ca_ : server_;
     change(order);
     syslog_.Clear();
-    EXPECT_EQ(SignCertificate(order), -1);
+    EXPECT_FALSE(SignCertificate(order));
     EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# " + message));
   };
   const ReplacedTool openssl("openssl", kRecorder);
@@ -297,7 +299,7 @@ TEST_F(SignTest, GoesOnWithTheExtensionsOnDiskWhenTheAliasesAreTooMany) {
   const ReplacedTool openssl("openssl", kRecorder);
   Write(kConfig, "as it was");
   server_.aliases = std::string(600, ';');
-  EXPECT_EQ(SignCertificate(server_), 0);
+  EXPECT_TRUE(SignCertificate(server_));
   EXPECT_EQ(Read(kConfig), "as it was");
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# String separate failed."));
 }
@@ -306,7 +308,7 @@ TEST_F(SignTest, GoesOnWithTheExtensionsOnDiskWhenThereIsNoMemoryForTheAliases) 
   const ReplacedTool openssl("openssl", kRecorder);
   Write(kConfig, "as it was");
   list_fails = true;
-  EXPECT_EQ(SignCertificate(server_), 0);
+  EXPECT_TRUE(SignCertificate(server_));
   list_fails = false;
   EXPECT_EQ(Read(kConfig), "as it was");
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Out of memory!! size=512"));
@@ -315,8 +317,8 @@ TEST_F(SignTest, GoesOnWithTheExtensionsOnDiskWhenThereIsNoMemoryForTheAliases) 
 TEST_F(SignTest, GoesOnWhenTheExtensionsCannotBeWritten) {
   const ReplacedTool openssl("openssl", kRecorder);
   test::MakeFolder(kConfig);
-  EXPECT_EQ(SignCertificate(ca_), 0);
-  EXPECT_EQ(SignCertificate(server_), 0);
+  EXPECT_TRUE(SignCertificate(ca_));
+  EXPECT_TRUE(SignCertificate(server_));
   EXPECT_THAT(Log(),
               ElementsAre(StartsWith("mkcert.cpp:# fopen "), StartsWith("mkcert.cpp:# fopen ")));
 }
@@ -324,14 +326,14 @@ TEST_F(SignTest, GoesOnWhenTheExtensionsCannotBeWritten) {
 TEST_F(SignTest, LogsWhatCannotBeMade) {
   Write("/usr/kova/a", "a file");
   server_.output = "/usr/kova/a/cert.pem";
-  EXPECT_EQ(SignCertificate(server_), -1);
+  EXPECT_FALSE(SignCertificate(server_));
   {
     const ReplacedTool openssl("openssl", "exit 1");
-    EXPECT_EQ(SignCertificate(ca_), -1);
+    EXPECT_FALSE(SignCertificate(ca_));
   }
   {
     const ReplacedTool openssl("openssl", "exit 0");
-    EXPECT_EQ(SignCertificate(ca_), -1);
+    EXPECT_FALSE(SignCertificate(ca_));
   }
   EXPECT_THAT(
       Log(), ElementsAre("mkcert.cpp:# Exec mkdir failed", "mkcert.cpp:# generate directory failed",
@@ -352,17 +354,17 @@ class MatchKeyTest : public MkcertTest {
 };
 
 TEST_F(MatchKeyTest, TellsWhetherTheyBelongTogether) {
-  EXPECT_EQ(MatchKey(kCert, kKey), 0);
+  EXPECT_EQ(MatchOf(kCert, kKey), "yes");
   Write(kKey, MakePemPair(60).key);
-  EXPECT_EQ(MatchKey(kCert, kKey), 1);
-  EXPECT_EQ(MatchKey(kCert, kKey), 1) << "errors of the first comparison are in the way";
+  EXPECT_EQ(MatchOf(kCert, kKey), "no");
+  EXPECT_EQ(ERR_peek_error(), 0U) << "the mismatch's reason is left for whoever asks next";
   EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(MatchKeyTest, StripsAByteOrderMark) {
   Write(kCert, "\xEF\xBB\xBF" + pair_.certificate, 0400);
   Write(kKey, "\xEF\xBB\xBF" + pair_.key, 0400);
-  EXPECT_EQ(MatchKey(kCert, kKey), 0);
+  EXPECT_EQ(MatchOf(kCert, kKey), "yes");
   EXPECT_EQ(Read(kCert), pair_.certificate);
   EXPECT_EQ(Read(kKey), pair_.key);
   EXPECT_EQ(Mode(kKey), 0400U);
@@ -372,20 +374,20 @@ TEST_F(MatchKeyTest, CannotTellWhenAFileCannotBeOpened) {
   for (const std::string& path : {std::string(kCert), std::string(kKey)}) {
     syslog_.Clear();
     unopenable = path;
-    EXPECT_EQ(MatchKey(kCert, kKey), -1);
+    EXPECT_EQ(MatchOf(kCert, kKey), "unknown");
     EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Failed to BIO_new_file. [" + path + "]"));
   }
   unopenable.clear();
 }
 
 TEST_F(MatchKeyTest, CannotTellWithoutBoth) {
-  EXPECT_EQ(MatchKey("/usr/kova/none", kKey), -1);
-  EXPECT_EQ(MatchKey(kCert, "/usr/kova/none"), -1);
+  EXPECT_EQ(MatchOf("/usr/kova/none", kKey), "unknown");
+  EXPECT_EQ(MatchOf(kCert, "/usr/kova/none"), "unknown");
   Write(kCert, "nonsense");
-  EXPECT_EQ(MatchKey(kCert, kKey), -1);
+  EXPECT_EQ(MatchOf(kCert, kKey), "unknown");
   Write(kCert, pair_.certificate);
   Write(kKey, "nonsense");
-  EXPECT_EQ(MatchKey(kCert, kKey), -1);
+  EXPECT_EQ(MatchOf(kCert, kKey), "unknown");
   EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Failed to strip utf8 BOM",
                                  "mkcert.cpp:# Failed to strip utf8 BOM",
                                  "mkcert.cpp:# Failed to read cert from /usr/kova/k/cert.pem",
@@ -399,7 +401,7 @@ TEST_F(MatchKeyTest, AsksNobodyForAPassPhrase) {
             0);
   int terminal = -1;
   const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (child == 0) _exit(MatchKey(kCert, "/usr/kova/k/enc.pem") == -1 ? 0 : 1);
+  if (child == 0) _exit(MatchOf(kCert, "/usr/kova/k/enc.pem") == "unknown" ? 0 : 1);
   char question[64] = {};
   const ssize_t asked = read(terminal, question, sizeof question - 1);  // ends with the child
   close(terminal);

@@ -1,35 +1,12 @@
-#include "archive_cli/reasons.h"
+#include "archive_cli/kept_stderr.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
-#include <regex>
-#include <utility>
 
 namespace kova::archive_cli {
-
-std::string InWords(const std::string& message) {
-  static const std::regex triple(R"(\.?\[0x([0-9A-F]{4}) [^\]]*:\d+\]$)");
-  std::smatch match;
-  if (!std::regex_search(message, match, triple)) return message;
-  const int error = std::stoi(match[1].str(), nullptr, 16);
-  const std::string text = match.prefix();
-  return error == 0 ? text : text + ": " + std::strerror(error);
-}
-
-Reasons::Reasons() {
-  previous_ = platform::SetSyslogListener([this](int priority, const std::string& text) {
-    if (priority <= LOG_ERR && first_.empty()) first_ = InWords(text);
-  });
-}
-
-Reasons::~Reasons() { platform::SetSyslogListener(std::move(previous_)); }
-
-std::string Reasons::First() const { return Any() ? first_ : "see the system log"; }
 
 KeptStderr::KeptStderr()
     : real_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),

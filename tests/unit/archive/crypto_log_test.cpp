@@ -1,9 +1,8 @@
-#include "self_signed/crypto_log.h"
-
 #include <openssl/bio.h>
 #include <openssl/err.h>
 
 #include "../archive/archive_fixture.h"
+#include "archive/utils.h"
 
 // The linker sends the product's calls of BIO_new here.
 namespace {

@@ -3,8 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "../archive/archive_fixture.h"
 #include "archive/deploy.h"
+#include "archive_fixture.h"
 #include "platform/clock.h"
 
 namespace kova::cert_archive {
@@ -46,7 +46,7 @@ class KilledToolTest : public ArchiveTest, public testing::WithParamInterface<co
     Write(Folder("one/chain.pem"), "one chain.pem\n");
   }
 
-  static bool Deploy(const std::string& id) {
+  static Status Deploy(const std::string& id) {
     platform::SetSleeper([](std::chrono::seconds) {});
     return RegisterAndDeploy(id, List({ServiceObject("mail", "smtp")}), "", kActionRedeploy);
   }

@@ -1,8 +1,7 @@
-#include "self_signed/crypto_log.h"
-
+#include "archive/paths.h"
+#include "archive/utils.h"
 #include "base/log.h"
 #include "crypto/openssl_ptr.h"
-#include "self_signed/log_tag.h"
 
 namespace kova::cert_archive {
 
