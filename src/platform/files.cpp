@@ -126,9 +126,9 @@ int KLIBCFileUTF8BomStrip(const std::string& path) {
   const std::string target = kova::platform::CanonicalPath(path);
   if (target.empty()) return Failed(errno);
   const kova::platform::FileOwner owner{status.st_uid, status.st_gid};
-  error = kova::platform::ReplaceFile(target,
-                                      std::string_view(content).substr(kByteOrderMark.size()),
-                                      status.st_mode & kPermissionBits, &owner);
+  error =
+      kova::platform::ReplaceFile(target, std::string_view(content).substr(kByteOrderMark.size()),
+                                  status.st_mode & kPermissionBits, &owner);
   return error == 0 ? 0 : Failed(error);
 }
 

@@ -490,8 +490,28 @@ def test_bind_says_why_a_service_could_not_be_served(cli):
     cli.host.write("/usr/kova/etc/certificate/nginx", "a file is in the way")
     result = cli.bind("abc")
     failed(result, "bind: nginx/web could not be served with [abc]: "
-                   "Failed to create /usr/kova/etc/certificate/nginx/web")
+                   "Failed to create /usr/kova/etc/certificate/nginx/web: Not a directory")
     assert "utils.cpp:# Failed to set cert [abc] for [nginx][web]." in result.errors
+
+
+def test_bind_names_what_failed_and_not_what_was_put_right(cli):
+    folder = cli.certificate("abc")
+    remove(folder + "/fullchain.pem")
+    cli.host.write("/usr/kova/etc/certificate/nginx", "a file is in the way")
+    result = cli.bind("abc")
+    failed(result, "bind: nginx/web could not be served with [abc]: "
+                   "Failed to create /usr/kova/etc/certificate/nginx/web: Not a directory")
+    assert f"utils.cpp:# Lack of necessary files in cert dir [{folder}]" in result.errors
+    assert json.loads(expect.read(folder + "/cert_info")) == {"is_broken": True}
+
+
+def test_a_long_message_with_brackets_is_told_as_it_is(cli):
+    # Of more than a hundred thousand characters the expression that took messages apart died.
+    name = "[0x" + "A" * 120000
+    cli.write_index({})
+    result = cli.run("check", name)
+    assert result.status == 1
+    assert result.stderr == f"kova-archive: check: {name}: Invalid cert id: [{name}]\n"
 
 
 def test_bind_fails_when_the_reload_script_cannot_run(cli):
