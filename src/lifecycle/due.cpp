@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "archive/expiry.h"
+#include "archive/integrity.h"
 #include "base/debug.h"
 #include "base/log.h"
 #include "crypto/certificate.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "acme/issued_folder.h"
-#include "archive/expiry.h"
+#include "archive/integrity.h"
 #include "crypto/certificate.h"
 #include "crypto/pem.h"
 #include "host_files.h"
