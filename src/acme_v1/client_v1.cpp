@@ -18,7 +18,10 @@ constexpr char kTag[] = "client_v1";
 }  // namespace
 
 AcmeV1Client::AcmeV1Client(std::string directory_url, const Settings& settings)
-    : directory_url_(std::move(directory_url)), skip_dns01_(settings.skip_dns01), nonces_(kTag) {}
+    : http_(HttpOptionsOf(settings)),
+      directory_url_(std::move(directory_url)),
+      skip_dns01_(settings.skip_dns01),
+      nonces_(kTag) {}
 
 void AcmeV1Client::FetchDirectory() {
   DebugStep("setup acme url %s", directory_url_.c_str());
@@ -31,7 +34,7 @@ void AcmeV1Client::FetchDirectory() {
 std::string AcmeV1Client::Resource(const char* name) const { return TextMember(directory_, name); }
 
 HttpResponse AcmeV1Client::Fetch(const std::string& url) {
-  HttpResponse response = HttpGet(url);
+  HttpResponse response = http_.Get(url);
   nonces_.Keep(response);
   return response;
 }
@@ -56,7 +59,7 @@ HttpResponse AcmeV1Client::PostJws(const std::string& url, const Json::Value& pa
   body["protected"] = encoded_header;
   body["payload"] = encoded_payload;
   body["signature"] = key.Sign(encoded_header + "." + encoded_payload);
-  HttpResponse response = HttpPost(url, body);
+  HttpResponse response = http_.Post(url, body);
   nonces_.Keep(response);
   return response;
 }

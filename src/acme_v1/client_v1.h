@@ -97,11 +97,11 @@ class AcmeV1Client {
   HttpResponse RequestCertificate(const std::string& request_pem);
   std::string FetchIssuer(const HttpResponse& issued);
 
+  HttpClient http_;
   std::unique_ptr<RsaKey> key_;
   std::string directory_url_;
   bool skip_dns01_;
   std::string account_folder_;
-  HttpGlobal http_;
   Json::Value directory_;
   bool retryWithPortMap_ = true;  // the one retry behind port forwarding is still to be had
   NoncePool nonces_;

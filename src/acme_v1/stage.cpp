@@ -24,7 +24,7 @@ void LogFailedDns(const std::string& reason) {
 bool AcmeV1Client::DnsChallenge(const std::string& domain) {
   if (skip_dns01_) return false;
   try {
-    KovaDns01Challenge challenge;
+    KovaDns01Challenge challenge(http_);
     DoChallenge(NewAuthz(domain), challenge);
     DebugStep("DNS challenge success %s", domain.c_str());
     return true;

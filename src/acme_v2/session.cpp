@@ -19,11 +19,14 @@ constexpr std::chrono::seconds kDefaultRetryDelay{2};
 }  // namespace
 
 Session::Session(std::string directory_url, const Settings& settings)
-    : directory_url_(std::move(directory_url)), settings_(settings), nonces_(kTag) {}
+    : http_(HttpOptionsOf(settings)),
+      directory_url_(std::move(directory_url)),
+      settings_(settings),
+      nonces_(kTag) {}
 
 void Session::SetupDirectory() {
   DebugStep("setup acme url %s", directory_url_.c_str());
-  const HttpResponse response = HttpGet(directory_url_);
+  const HttpResponse response = http_.Get(directory_url_);
   if (response.status != 200) {
     throw Error(code::kProtocol, kTag, "Failed to init directory map");
   }
@@ -33,7 +36,7 @@ void Session::SetupDirectory() {
 
 std::string Session::Resource(const char* name) const { return TextMember(directory_, name); }
 
-void Session::NewNonce() { nonces_.Keep(HttpGet(Resource("newNonce"))); }
+void Session::NewNonce() { nonces_.Keep(http_.Get(Resource("newNonce"))); }
 
 void Session::Use(Account account) { account_ = std::move(account); }
 
@@ -102,7 +105,7 @@ HttpResponse Session::SendSigned(const std::string& url, const std::string& enco
     DebugDetail("Post JWS value: %s", JsonStyledText(*payload).c_str());
   }
   last_reply_ = HttpResponse();  // when none comes, an older one says nothing about this request
-  HttpResponse response = HttpPost(url, body);
+  HttpResponse response = http_.Post(url, body);
   nonces_.Keep(response);
   last_reply_ = response;
   last_reply_.body.clear();

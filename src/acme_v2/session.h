@@ -52,6 +52,7 @@ class Session {
   [[nodiscard]] const std::string& DirectoryUrl() const { return directory_url_; }
   [[nodiscard]] const std::string& AccountFolder() const { return account_.folder; }
   [[nodiscard]] const RsaKey& Key() const;  // throws SLError 201 when there is no account yet
+  [[nodiscard]] HttpClient& Http() { return http_; }  // for other servers, while this one lives
   [[nodiscard]] const Settings& settings() const { return settings_; }
 
  private:
@@ -60,7 +61,7 @@ class Session {
   HttpResponse SendSigned(const std::string& url, const std::string& encoded_payload,
                           const Json::Value* payload);
 
-  HttpGlobal http_;
+  HttpClient http_;
   std::string directory_url_;
   Settings settings_;
   Json::Value directory_;

@@ -56,6 +56,8 @@ Settings Settings::Read() {
   file.TakeCount("orderattempts", settings.order_attempts);
   file.Take("noncerefill", settings.nonce_refill);
   file.Take("unpaddedretry", settings.unpadded_retry);
+  file.Take("keepconnections", settings.keep_connections);
+  file.TakeCount("transfertimeout", settings.transfer_timeout);
   return settings;
 }
 

@@ -29,6 +29,8 @@ struct Settings {
   int order_attempts = 0;                       // orderattempts; 0: no bound and no wait
   bool nonce_refill = false;                    // noncerefill
   bool unpadded_retry = false;                  // unpaddedretry
+  bool keep_connections = false;                // keepconnections
+  int transfer_timeout = 0;                     // transfertimeout, seconds; 0: no limit
 };
 
 // `debuglog`: messages to syslog, and the debug level forced to 2 when it is not zero.

@@ -9,6 +9,8 @@
 
 namespace kova {
 
+class HttpClient;
+
 class LeChallenge {
  public:
   // Puts the response in place; true on success.
@@ -54,6 +56,8 @@ class Http01Challenge final : public LeChallenge {
 // host's own DDNS name.
 class KovaDns01Challenge final : public LeChallenge {
  public:
+  // The service is asked through `http`, which outlives the challenge.
+  explicit KovaDns01Challenge(HttpClient& http) : http_(http) {}
   ~KovaDns01Challenge();
   bool setup() override;
   void teardown() override;
@@ -70,10 +74,12 @@ class KovaDns01Challenge final : public LeChallenge {
   char serial_[36] = {};
   KOVA_TOLU_ACCOUNT account_ = {};
   std::string txtValue_;
+  HttpClient& http_;
   bool isSetup_ = false;  // the service accepted the create request
 };
 
-// "http-01" or "dns-01", exactly; anything else throws SLError 204 "Unknown challenge type.".
-std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type);
+// "http-01" or "dns-01", exactly; anything else throws SLError 204 "Unknown challenge type.". What
+// a challenge asks of other servers goes through `http`.
+std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, HttpClient& http);
 
 }  // namespace kova

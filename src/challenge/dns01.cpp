@@ -60,7 +60,7 @@ bool KovaDns01Challenge::setup() {
 bool KovaDns01Challenge::CreateRecord() {
   const std::string url = BuildDdnsUrl(true, domain);
   if (url.empty()) return false;
-  const HttpResponse response = HttpGet(url);
+  const HttpResponse response = http_.Get(url);
   if (response.status != 200) {
     DebugStep("Failed to setup challenge by dns01 with [%ld]", response.status);
     return false;
@@ -85,7 +85,7 @@ void KovaDns01Challenge::teardown() {
   isSetup_ = false;
   const std::string url = BuildDdnsUrl(false, domain);
   if (url.empty()) return;
-  const HttpResponse response = HttpGet(url);
+  const HttpResponse response = http_.Get(url);
   DebugStep("Dns01 challenge: Teardown [%s].", response.body.c_str());
 }
 

@@ -6,6 +6,7 @@
 
 #include "base/debug.h"
 #include "base/json.h"
+#include "base/settings.h"
 #include "base/sl_error.h"
 #include "net/connections.h"
 #include "net/curl_request.h"
@@ -16,6 +17,15 @@ namespace {
 constexpr char kTag[] = "client_network";
 
 }  // namespace
+
+HttpOptions HttpOptionsOf(const Settings& settings) {
+  HttpOptions options;
+  options.keep_connections = settings.keep_connections;
+  if (settings.transfer_timeout > 0) {
+    options.transfer_timeout = std::chrono::seconds(settings.transfer_timeout);
+  }
+  return options;
+}
 
 HttpGlobal::HttpGlobal() { curl_global_init(CURL_GLOBAL_ALL); }
 HttpGlobal::~HttpGlobal() { curl_global_cleanup(); }
@@ -45,12 +55,6 @@ HttpResponse HttpClient::Post(const std::string& url, const Json::Value& json) {
   if (DebugLevel() >= 2) DebugDetail("Post value: %s", JsonStyledText(json).c_str());
   request.SetPost(std::move(text));
   return Perform(request);
-}
-
-HttpResponse HttpGet(const std::string& url) { return HttpClient().Get(url); }
-
-HttpResponse HttpPost(const std::string& url, const Json::Value& json) {
-  return HttpClient().Post(url, json);
 }
 
 std::string TrustStorePath() {

@@ -16,6 +16,7 @@ namespace kova {
 
 class Connections;
 class CurlRequest;
+struct Settings;
 
 struct HttpResponse {
   bool ok = false;     // a transfer completed
@@ -32,6 +33,9 @@ struct HttpOptions {
   // it. Without it a transfer may block as long as libcurl lets it.
   std::optional<std::chrono::seconds> transfer_timeout = std::nullopt;
 };
+
+// `keepconnections` and `transfertimeout`.
+HttpOptions HttpOptionsOf(const Settings& settings);
 
 // libcurl initialised for the life of the object.
 class HttpGlobal {
@@ -65,10 +69,6 @@ class HttpClient {
   HttpOptions options_;
   std::unique_ptr<Connections> kept_;  // none: each request has its own
 };
-
-// One request of a client with no options.
-HttpResponse HttpGet(const std::string& url);
-HttpResponse HttpPost(const std::string& url, const Json::Value& json);
 
 // The file of authorities that peers are verified with; empty when libcurl knows of none.
 std::string TrustStorePath();

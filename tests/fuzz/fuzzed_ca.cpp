@@ -91,13 +91,18 @@ void CheckIssuance(const std::function<void()>& issue) {
 
 // The linker sends the clients' requests here.
 #define TEXT_SYMBOL "RKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
-kova::HttpResponse FuzzedGet(const std::string& url) __asm__(
-    "__wrap__ZN4kova7HttpGetE" TEXT_SYMBOL);
-kova::HttpResponse FuzzedPost(const std::string& url, const Json::Value& json) __asm__(
-    "__wrap__ZN4kova8HttpPostE" TEXT_SYMBOL "RKN4Json5ValueE");
+kova::HttpResponse FuzzedGet(kova::HttpClient* self, const std::string& url) __asm__(
+    "__wrap__ZN4kova10HttpClient3GetE" TEXT_SYMBOL);
+kova::HttpResponse FuzzedPost(
+    kova::HttpClient* self, const std::string& url,
+    const Json::Value& json) __asm__("__wrap__ZN4kova10HttpClient4PostE" TEXT_SYMBOL
+                                     "RKN4Json5ValueE");
 
-kova::HttpResponse FuzzedGet(const std::string& url) { return kova::fuzz::current->Answer(url); }
+kova::HttpResponse FuzzedGet(kova::HttpClient* /*self*/, const std::string& url) {
+  return kova::fuzz::current->Answer(url);
+}
 
-kova::HttpResponse FuzzedPost(const std::string& url, const Json::Value& /*json*/) {
+kova::HttpResponse FuzzedPost(kova::HttpClient* /*self*/, const std::string& url,
+                              const Json::Value& /*json*/) {
   return kova::fuzz::current->Answer(url);
 }

@@ -44,7 +44,8 @@ TEST_F(SettingsFile, LivesAtItsPath) {
 constexpr char kAll[] = R"({
   "debuglog": 7, "server": "http://ca/", "renew_before_expire_days": 10, "skipdns01": true,
   "kovaddns": "http://ddns/", "asyncfinalize": true, "orderattempts": 3, "noncerefill": true,
-  "unpaddedretry": true, "another": "one"})";
+  "unpaddedretry": true, "keepconnections": true, "transfertimeout": 90,
+  "another": "one"})";
 
 // All values in one text.
 std::string Shown(const Settings& settings) {
@@ -53,13 +54,14 @@ std::string Shown(const Settings& settings) {
         << ", renew " << settings.renew_before_expire_days.value_or(-99) << ", skip "
         << settings.skip_dns01 << ", ddns " << settings.kova_ddns.value_or("none") << ", async "
         << settings.async_finalize << ", attempts " << settings.order_attempts << ", refill "
-        << settings.nonce_refill << ", unpadded " << settings.unpadded_retry;
+        << settings.nonce_refill << ", unpadded " << settings.unpadded_retry << ", keep "
+        << settings.keep_connections << ", limit " << settings.transfer_timeout;
   return shown.str();
 }
 
 const std::string kDefaults =
     "debug_log -99, server https://acme-v02.api.letsencrypt.org/directory, renew -99, skip 0, "
-    "ddns none, async 0, attempts 0, refill 0, unpadded 0";
+    "ddns none, async 0, attempts 0, refill 0, unpadded 0, keep 0, limit 0";
 
 Settings ReadOf(const std::string& content) {
   fs::create_directories(fs::path(kSettingsPath).parent_path());
@@ -91,7 +93,7 @@ TEST_F(SettingsFile, GivesValuesOfTheRightType) {
   EXPECT_EQ(settings.read_error, 0);
   EXPECT_EQ(Shown(settings),
             "debug_log 7, server http://ca/, renew 10, skip 1, ddns http://ddns/, async 1, "
-            "attempts 3, refill 1, unpadded 1");
+            "attempts 3, refill 1, unpadded 1, keep 1, limit 90");
 }
 
 TEST_F(SettingsFile, TakesAnEmptyObject) {
@@ -112,6 +114,8 @@ TEST_F(SettingsFile, TakesNothingOfAnotherType) {
       {"orderattempts", {"0", "-1", "\"3\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
       {"noncerefill", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
       {"unpaddedretry", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"keepconnections", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"transfertimeout", {"0", "-1", "\"3\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
   };
   for (const auto& [key, values] : wrong) {
     for (const std::string& value : values) {

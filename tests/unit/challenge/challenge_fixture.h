@@ -11,6 +11,7 @@
 #include "host_files.h"
 #include "jws_reader.h"
 #include "loopback_server.h"
+#include "net/client_network.h"
 #include "output_capture.h"
 #include "sleep_counter.h"
 #include "syslog_capture.h"
@@ -25,6 +26,7 @@ class ChallengeTest : public ::testing::Test {
   ChallengeTest() { ResetHost(); }
 
   SyslogCapture syslog_;
+  HttpClient http_;
 };
 
 inline constexpr char kDomain[] = "x.box.ddns.example";
@@ -46,8 +48,8 @@ class DdnsTest : public ChallengeTest {
   }
 
   // Sets a challenge up and tears it down by its destruction; true when the set-up succeeded.
-  static bool Run(const std::string& domain = kDomain) {
-    KovaDns01Challenge challenge;
+  bool Run(const std::string& domain = kDomain) {
+    KovaDns01Challenge challenge(http_);
     challenge.Set(domain, "token", kKeyAuthorization);
     return challenge.setup();
   }

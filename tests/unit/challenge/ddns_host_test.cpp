@@ -48,7 +48,7 @@ TEST_F(DdnsHost, ThatDoesNotFitTheBufferServesNoName) {
 }
 
 TEST_F(DdnsHost, DecidesWhatDns01Serves) {
-  KovaDns01Challenge challenge;
+  KovaDns01Challenge challenge(http_);
   EXPECT_TRUE(challenge.isSupport("X.box.ddns.example"));
   EXPECT_FALSE(challenge.isSupport("a.example"));
   EXPECT_EQ(challenge.type(), "dns-01");

@@ -117,7 +117,7 @@ TEST_F(DdnsUpdate, FailsSilentlyWithoutUsableSettings) {
 
 TEST_F(DdnsUpdate, DeletesNothingWhenTheSettingsAreGoneByThen) {
   {
-    KovaDns01Challenge challenge;
+    KovaDns01Challenge challenge(http_);
     challenge.Set(kDomain, "token", kKeyAuthorization);
     EXPECT_TRUE(challenge.setup());
     WriteFile(kSettingsFile, "{");
@@ -159,7 +159,7 @@ TEST_F(DdnsUpdate, SaysThatAReplyIsNotJson) {
   for (const std::string& body : {std::string(), std::string("<html>good</html>"),
                                   std::string(R"({"code": "good")"), std::string(100000, '[')}) {
     Answer(HttpReply::Text(200, body));
-    EXPECT_EQ(ErrorOf([] { Run(); }), "200 client_network: body is not json.")
+    EXPECT_EQ(ErrorOf([this] { Run(); }), "200 client_network: body is not json.")
         << body.substr(0, 40);
   }
   EXPECT_EQ(Queries().size(), 4U);  // and nothing is deleted
@@ -167,13 +167,13 @@ TEST_F(DdnsUpdate, SaysThatAReplyIsNotJson) {
 
 TEST_F(DdnsUpdate, LetsAFailedTransferOut) {
   Answer(HttpReply::Drop());
-  EXPECT_EQ(ErrorOf([] { Run(); }), "100 client_network: Server is not reachable.");
+  EXPECT_EQ(ErrorOf([this] { Run(); }), "100 client_network: Server is not reachable.");
   EXPECT_THAT(Queries(), ElementsAre(Query("create")));
 }
 
 TEST_F(DdnsUpdate, AsksForTheDeletionOnlyOnce) {
   {
-    KovaDns01Challenge challenge;
+    KovaDns01Challenge challenge(http_);
     challenge.Set(kDomain, "token", kKeyAuthorization);
     EXPECT_TRUE(challenge.setup());
     challenge.teardown();
@@ -196,7 +196,7 @@ TEST_F(DdnsUpdate, SurvivesADestructionWhenTheServiceIsGone) {
   service_.Reset("GET /main.php");
   service_.On("GET /main.php", HttpReply::Json(200, R"({"code": "good"})"));
   service_.On("GET /main.php", HttpReply::Drop());
-  EXPECT_EQ(ErrorOf([] { EXPECT_TRUE(Run()); }), "nothing");
+  EXPECT_EQ(ErrorOf([this] { EXPECT_TRUE(Run()); }), "nothing");
   EXPECT_EQ(Queries().size(), 2U);
   EXPECT_THAT(syslog_.Texts(), IsEmpty());
 }
@@ -205,8 +205,8 @@ TEST_F(DdnsUpdate, SurvivesADestructionDuringAnotherFailure) {
   service_.Reset("GET /main.php");
   service_.On("GET /main.php", HttpReply::Json(200, R"({"code": "good"})"));
   service_.On("GET /main.php", HttpReply::Drop());
-  EXPECT_EQ(ErrorOf([] {
-              const auto challenge = ChallengeFactory("dns-01");
+  EXPECT_EQ(ErrorOf([this] {
+              const auto challenge = ChallengeFactory("dns-01", http_);
               challenge->Set(kDomain, "token", kKeyAuthorization);
               EXPECT_TRUE(challenge->setup());
               throw SLError(109, "the CA said no", "client_v2", 1);
@@ -216,7 +216,7 @@ TEST_F(DdnsUpdate, SurvivesADestructionDuringAnotherFailure) {
 }
 
 TEST_F(DdnsUpdate, SendsNothingWithoutASetup) {
-  { KovaDns01Challenge challenge; }
+  { KovaDns01Challenge challenge(http_); }
   EXPECT_THAT(Queries(), IsEmpty());
 }
 

@@ -20,7 +20,7 @@ TEST_F(DdnsUrl, PutsTheCredentialsInUnescaped) {
 }
 
 TEST_F(DdnsUrl, UsesTheBuiltInEndpointUnlessTheSettingsNameOne) {
-  KovaDns01Challenge challenge;
+  KovaDns01Challenge challenge(http_);
   const std::string rest = "hostname=h&tolu_id=&auth_key=&serial=&txt=";
   for (const char* settings : {"{}", R"({"kovaddns": 5})", R"({"kovaddns": ["x"]})"}) {
     WriteFile(kSettingsFile, settings);
@@ -35,7 +35,7 @@ TEST_F(DdnsUrl, UsesTheBuiltInEndpointUnlessTheSettingsNameOne) {
 }
 
 TEST_F(DdnsUrl, HasNoUrlWithoutUsableSettings) {
-  KovaDns01Challenge challenge;
+  KovaDns01Challenge challenge(http_);
   WriteFile(kSettingsFile, "not JSON");
   EXPECT_EQ(challenge.BuildDdnsUrl(true, "h"), "");
   ResetHost();

@@ -9,26 +9,27 @@ namespace {
 using Factory = ChallengeTest;
 
 TEST_F(Factory, MakesTheChallengeOfAType) {
-  EXPECT_EQ(ChallengeFactory("http-01")->type(), "http-01");
-  EXPECT_EQ(ChallengeFactory("dns-01")->type(), "dns-01");
+  EXPECT_EQ(ChallengeFactory("http-01", http_)->type(), "http-01");
+  EXPECT_EQ(ChallengeFactory("dns-01", http_)->type(), "dns-01");
 }
 
 TEST_F(Factory, KnowsNoOtherSpelling) {
   for (const char* type : {"HTTP-01", "DNS-01", "Http-01", "http-01 ", "", "tls-alpn-01", "%s"}) {
-    EXPECT_EQ(ErrorOf([type] { ChallengeFactory(type); }), "204 challenge: Unknown challenge type.")
+    EXPECT_EQ(ErrorOf([&] { ChallengeFactory(type, http_); }),
+              "204 challenge: Unknown challenge type.")
         << type;
   }
 }
 
 TEST_F(Factory, GivesAChallengeThatHoldsNothing) {
-  const auto challenge = ChallengeFactory("http-01");
+  const auto challenge = ChallengeFactory("http-01", http_);
   EXPECT_EQ(challenge->domain, "");
   EXPECT_EQ(challenge->token, "");
   EXPECT_EQ(challenge->keyAuthorization, "");
 }
 
 TEST_F(Factory, GivesAnOwnerThatRunsTheConcreteDestructor) {
-  auto challenge = ChallengeFactory("http-01");
+  auto challenge = ChallengeFactory("http-01", http_);
   challenge->Set("a.example", "token", "token.thumbprint");
   ASSERT_TRUE(challenge->setup());
   const auto second_owner = std::make_unique<std::shared_ptr<LeChallenge>>(challenge);

@@ -126,7 +126,7 @@ TEST_F(TxtProbe, RestoresTheResolverOnEveryWayOut) {
 // The whole set-up, seen from the record's side.
 TEST_F(TxtProbe, EndsTheWaitOfASetupWithTheFirstMatch) {
   int queries = 0;
-  KovaDns01Challenge challenge;
+  KovaDns01Challenge challenge(http_);
   challenge.Set(kDomain, "token", "token.thumbprint");
   const DnsServer server([&](const DnsQuery& query) {
     return DnsReply(query, {{kName, TxtData({++queries < 3 ? "not yet" : Txt()})}});

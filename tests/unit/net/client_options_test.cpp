@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "base/settings.h"
 #include "base/sl_error.h"
 #include "curl_watch.h"
 #include "kept_server.h"
@@ -160,6 +161,16 @@ TEST(TransferTimeout, AServerThatDoesNotLetUsInIsNotWaitedForLonger) {
   EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1500));
   close(only);
   close(listener);
+}
+
+TEST(HttpOptions, AreTheSettings) {
+  Settings settings;
+  EXPECT_FALSE(HttpOptionsOf(settings).keep_connections);
+  EXPECT_EQ(HttpOptionsOf(settings).transfer_timeout, std::nullopt);
+  settings.keep_connections = true;
+  settings.transfer_timeout = 90;
+  EXPECT_TRUE(HttpOptionsOf(settings).keep_connections);
+  EXPECT_EQ(HttpOptionsOf(settings).transfer_timeout, std::chrono::seconds(90));
 }
 
 TEST(HttpClient, HoldsTheLibraryInitialised) {
