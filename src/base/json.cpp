@@ -35,7 +35,7 @@ std::string JsonStyledText(const Json::Value& value) { return Json::StyledWriter
 
 std::string JsonToString(const Json::Value& value) {
   std::string text = JsonFastText(value);
-  if (!text.empty() && text.back() == '\n') text.pop_back();
+  text.pop_back();  // the line feed
   return text;
 }
 

@@ -10,9 +10,9 @@ namespace kova {
 namespace {
 
 // Takes members of the right type out of the file; what has another keeps its default.
-class Reader {
+class Members {
  public:
-  explicit Reader(const Json::Value& file) : file_(file) {}
+  explicit Members(const Json::Value& file) : file_(file) {}
 
   void Take(const char* key, bool& member) const {
     if (const Json::Value& value = Member(file_, key); value.isBool()) member = value.asBool();
@@ -46,7 +46,7 @@ Settings Settings::Read() {
   errno = 0;
   settings.usable = platform::ReadJsonObject(kSettingsPath, document);
   if (!settings.usable) settings.read_error = errno;
-  const Reader file(document);
+  const Members file(document);
   file.Take("debuglog", settings.debug_log);
   file.TakeText("server", settings.server);
   file.Take("renew_before_expire_days", settings.renew_before_expire_days);

@@ -22,11 +22,13 @@ class LeChallenge {
   // Whether this type can serve that name.
   virtual bool isSupport(const std::string& domain) = 0;
 
-  void Set(const std::string& domain_, const std::string& token_,
-           const std::string& key_authorization) {
-    domain = domain_;
-    token = token_;
-    keyAuthorization = key_authorization;
+  LeChallenge(const LeChallenge&) = delete;
+  LeChallenge& operator=(const LeChallenge&) = delete;
+
+  void Set(const std::string& name, const std::string& sent, const std::string& proof) {
+    domain = name;
+    token = sent;
+    keyAuthorization = proof;
   }
 
   std::string domain;            // the identifier; a wildcard's base name
@@ -35,8 +37,6 @@ class LeChallenge {
 
  protected:
   LeChallenge() = default;
-  LeChallenge(const LeChallenge&) = delete;
-  LeChallenge& operator=(const LeChallenge&) = delete;
   // Not virtual on purpose: objects are destroyed as their concrete type, whose destructor tears
   // down first. Hold one by value or by the factory's shared owner.
   ~LeChallenge() = default;
@@ -65,7 +65,7 @@ class KovaDns01Challenge final : public LeChallenge {
   bool isSupport(const std::string& domain) override;
 
   // The update request, or an empty string when the settings file cannot be used.
-  std::string BuildDdnsUrl(bool create, const std::string& hostname) const;
+  [[nodiscard]] std::string BuildDdnsUrl(bool create, const std::string& hostname) const;
 
  private:
   bool CreateRecord();

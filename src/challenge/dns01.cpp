@@ -97,10 +97,10 @@ std::string KovaDns01Challenge::BuildDdnsUrl(bool create, const std::string& hos
   const Settings settings = Settings::Read();
   if (!settings.usable) return {};
   // The values go in as they are; the service expects them so.
-  const std::string url = settings.kova_ddns.value_or(kBuiltInEndpoint) + "?_=letsencrypt%2F" +
-                          (create ? "create" : "delete") + "&hostname=" + hostname +
-                          "&tolu_id=" + account_.id + "&auth_key=" + account_.auth_key +
-                          "&serial=" + serial_ + "&txt=" + txtValue_;
+  std::string url = settings.kova_ddns.value_or(kBuiltInEndpoint) + "?_=letsencrypt%2F" +
+                    (create ? "create" : "delete") + "&hostname=" + hostname +
+                    "&tolu_id=" + account_.id + "&auth_key=" + account_.auth_key +
+                    "&serial=" + serial_ + "&txt=" + txtValue_;
   DebugStep("DDNS Curl: [%s]", url.c_str());  // credentials included, on purpose
   return url;
 }

@@ -2,7 +2,7 @@
 // CURLOPT_NOSIGNAL libcurl leaves SIGPIPE alone.
 #pragma once
 
-#include <signal.h>
+#include <csignal>
 
 namespace kova {
 

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <string>
 
+#include "platform/error.h"
+#include "platform/lock.h"
 #include "syslog_capture.h"
 
 namespace kova {
@@ -61,10 +63,24 @@ TEST(LogError, KeepsLongTextsWhole) {
 
 TEST(LogDebugPriority, IsBelowErrors) {
   SyslogCapture log;
-  LogDebugPriority("utils", "No kova DDNS.");
+  LogDebugPriority("utils", "No %s DDNS%c", "kova", '.');
   ASSERT_EQ(log.Messages().size(), 1U);
   EXPECT_EQ(log.Messages()[0].priority, LOG_DEBUG);
   EXPECT_EQ(log.Texts()[0], "utils:# No kova DDNS.");
+}
+
+TEST(OnOneLine, PutsABlankInThePlaceOfEachControl) {
+  EXPECT_EQ(OnOneLine("a\r\nb\tc\x1f \x7f~\xc3\xa9"), "a  b c   ~\xc3\xa9");
+  EXPECT_EQ(OnOneLine(std::string("\0x", 2)), " x");
+}
+
+TEST(ErrorTriple, NamesTheCodeAndThePlaceOfTheLastFailure) {
+  int handle = -1;
+  EXPECT_LT(KLIBCFileLockTimeByFile("/tmp", 1, 0, &handle), 0);
+  const std::string place =
+      std::string(KLIBCErrorGetFile()) + ":" + std::to_string(KLIBCErrorGetLine()) + "]";
+  EXPECT_EQ(KLIBCErrGet(), EINVAL);
+  EXPECT_EQ(ErrorTriple(), "[0x0016 " + place);
 }
 
 }  // namespace

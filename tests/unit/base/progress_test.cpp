@@ -36,6 +36,16 @@ TEST_F(Progress, ShowsNameAndStage) {
   EXPECT_EQ(terminal.Shown(), std::string(kWipe) + "placing the order");
 }
 
+TEST_F(Progress, TakesATerminalOfNoRoomForOneThatDoesNotKnowItsSize) {
+  const std::string name(100, 'x');
+  for (const auto& [columns, shown] : {std::pair{1, 78}, std::pair{2, 1}, std::pair{3, 2}}) {
+    Terminal terminal(static_cast<unsigned short>(columns));
+    const ProgressLine line;
+    ShowStage(name, "validating");
+    EXPECT_EQ(terminal.Shown(), kWipe + name.substr(0, static_cast<size_t>(shown)));
+  }
+}
+
 TEST_F(Progress, ShowsHowLongAStageHasWaited) {
   Terminal terminal;
   const ProgressLine line;
