@@ -45,7 +45,6 @@ void Draw() {
   const size_t room = width - std::min(width, waited.size());  // a long name loses its end first
   const std::string text = (line.stage.substr(0, room) + waited).substr(0, width);
   (void)std::fprintf(stderr, "%s%s", kRewrite, text.c_str());
-  (void)std::fflush(stderr);
 }
 
 }  // namespace
@@ -58,7 +57,6 @@ ProgressLine::~ProgressLine() {
 }
 
 void ShowStage(const std::string& name, const std::string& stage) {
-  if (!line.visible) return;
   const std::string text = Printable(name.empty() ? stage : name + ": " + stage);
   if (text != line.stage) line.waited = std::chrono::seconds(0);
   line.stage = text;
