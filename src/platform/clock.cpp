@@ -8,12 +8,15 @@
 namespace kova::platform {
 namespace {
 
-Sleeper replacement;
+Sleeper& Replacement() {
+  static Sleeper replacement;
+  return replacement;
+}
 
 }  // namespace
 
 void SleepFor(std::chrono::seconds duration) {
-  if (replacement) return replacement(duration);
+  if (Replacement()) return Replacement()(duration);
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + duration;
   // One sleep(3) of the whole duration; it is repeated only after a signal, and then not for what
@@ -26,6 +29,6 @@ void SleepFor(std::chrono::seconds duration) {
   }
 }
 
-Sleeper SetSleeper(Sleeper sleeper) { return std::exchange(replacement, std::move(sleeper)); }
+Sleeper SetSleeper(Sleeper sleeper) { return std::exchange(Replacement(), std::move(sleeper)); }
 
 }  // namespace kova::platform

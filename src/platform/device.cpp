@@ -37,7 +37,7 @@ Json::Value Record() {
   Json::Value record;
   if (ReadJsonObject(kDeviceRecordPath, record)) return record;
   if (errno != ENOENT) ReportOnce(errno);
-  return Json::Value(Json::objectValue);
+  return {Json::objectValue};
 }
 
 bool IsControl(unsigned char c) { return c < 0x20 || c == 0x7f; }
@@ -132,8 +132,8 @@ int KOVADDNSGetKovaHostname(char* buffer, int size) {
 int KOVATOLUAccountGet(KOVA_TOLU_ACCOUNT* account) {
   const Json::Value record = Record();
   const Json::Value& stored = record["account"];
-  if (!stored.isObject()) return Answer({}, nullptr, sizeof account->id);
   KOVA_TOLU_ACCOUNT found{};
+  if (!stored.isObject()) return Answer({}, found.id, sizeof found.id);
   if (Answer(TextOf(stored, "id"), found.id, sizeof found.id) != 0) return -1;
   if (Answer(TextOf(stored, "auth_key"), found.auth_key, sizeof found.auth_key) != 0) return -1;
   *account = found;

@@ -5,24 +5,29 @@
 
 namespace {
 
-thread_local int last_code = 0;
-thread_local const char* last_file = "";
-thread_local int last_line = 0;
+struct Triple {
+  int code = 0;
+  const char* file = "";
+  int line = 0;
+};
+
+Triple& Last() {
+  thread_local Triple last;
+  return last;
+}
 
 }  // namespace
 
-int KLIBCErrGet() { return last_code; }
-const char* KLIBCErrorGetFile() { return last_file; }
-int KLIBCErrorGetLine() { return last_line; }
+int KLIBCErrGet() { return Last().code; }
+const char* KLIBCErrorGetFile() { return Last().file; }
+int KLIBCErrorGetLine() { return Last().line; }
 
 namespace kova::platform {
 
 void RecordError(int code, const char* file, int line) {
   // Where the program was built is of no use to who reads the log.
   const char* slash = std::strrchr(file, '/');
-  last_code = code;
-  last_file = slash == nullptr ? file : slash + 1;
-  last_line = line;
+  Last() = {code, slash == nullptr ? file : slash + 1, line};
   errno = code;
 }
 

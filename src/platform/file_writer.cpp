@@ -28,6 +28,18 @@ std::string RandomSuffix() {
   return suffix;
 }
 
+// A new file beside `path`, and its name. Sets errno when it returns nothing.
+Fd OpenStaging(const std::string& path, std::string& staging) {
+  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+    const std::string suffix = RandomSuffix();
+    if (suffix.empty()) return {};
+    staging = path + suffix;
+    Fd file(open(staging.c_str(), kCreateAnew, S_IRUSR | S_IWUSR));
+    if (file || errno != EEXIST) return file;
+  }
+  return {};
+}
+
 int WriteAll(int fd, std::string_view content) {
   while (!content.empty()) {
     const ssize_t written = write(fd, content.data(), content.size());
@@ -66,19 +78,13 @@ std::string FolderOf(const std::string& path) {
 
 int ReplaceFile(const std::string& path, std::string_view content, mode_t mode,
                 const FileOwner* owner) {
-  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-    const std::string suffix = RandomSuffix();
-    if (suffix.empty()) return errno;
-    const std::string staging = path + suffix;
-    Fd file(open(staging.c_str(), kCreateAnew, S_IRUSR | S_IWUSR));
-    if (!file && errno == EEXIST) continue;
-    if (!file) return errno;
-    int error = FillOrRemove(std::move(file), staging, content, mode, owner);
-    if (error == 0) error = CommitStaged(staging, path);
-    if (error != 0) unlink(staging.c_str());
-    return error;
-  }
-  return EEXIST;
+  std::string staging;
+  Fd file = OpenStaging(path, staging);
+  if (!file) return errno;
+  int error = FillOrRemove(std::move(file), staging, content, mode, owner);
+  if (error == 0) error = CommitStaged(staging, path);
+  if (error != 0) unlink(staging.c_str());
+  return error;
 }
 
 int StageFile(const std::string& staging, std::string_view content, mode_t mode,

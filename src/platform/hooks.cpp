@@ -14,7 +14,7 @@ namespace kova::platform {
 namespace {
 
 constexpr char kTag[] = "hooks";
-constexpr size_t kLongestOutput = 64 * 1024;
+constexpr size_t kLongestOutput = 64U << 10;
 
 std::string PathOf(const std::string& name) { return std::string(kHookFolder) + "/" + name; }
 
