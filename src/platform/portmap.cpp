@@ -49,16 +49,21 @@ class Router {
   bool searched_ = false;
   std::unique_ptr<Gateway> gateway_;
 };
-Router router;
+
+// One search serves the whole run.
+Router& TheRouter() {
+  static Router router;
+  return router;
+}
 
 // 0, or the failure of the operation. A gateway that no longer answers is searched for once more:
 // after a restart it may be found at another address.
 int OnGateway(const std::function<int(const Gateway&)>& operation) {
-  const Gateway* gateway = router.Known();
+  const Gateway* gateway = TheRouter().Known();
   if (gateway == nullptr) return kGatewayUnreachable;
   const int result = operation(*gateway);
   if (result != kGatewayUnreachable) return result;
-  gateway = router.Search();
+  gateway = TheRouter().Search();
   return gateway == nullptr ? kGatewayUnreachable : operation(*gateway);
 }
 
@@ -111,7 +116,7 @@ using namespace kova::platform;
 
 int KLibKovaPortMapRouterDetect() {
   if (const auto hook = RunHook("router-detect", {})) return *hook;
-  return router.Search() != nullptr ? 0 : Failed(ENODEV);
+  return TheRouter().Search() != nullptr ? 0 : Failed(ENODEV);
 }
 
 int KLibKovaPortMapRulesSet(KOVA_RULE_SET_RESULT* results, int result_count, const char* name,

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "base/sl_error.h"
+#include "curl_watch.h"
 #include "loopback_server.h"
 #include "net/client_network.h"
 
@@ -109,6 +110,14 @@ TEST_F(Tls, DoesNotBelieveACertificateThatNobodyVouchesFor) {
 TEST_F(Tls, DoesNotBelieveACertificateOfAnotherName) {
   Trust();
   EXPECT_THROW(http_.Get(Url("127.0.0.1")), SLError);
+}
+
+TEST(TrustStore, IsTheFileThatVouches) { EXPECT_EQ(TrustStorePath(), kTrustStore); }
+
+TEST(TrustStore, IsUnknownWithoutAHandle) {
+  test::CurlWatch watch;
+  watch.GiveNoHandle();
+  EXPECT_EQ(TrustStorePath(), "");
 }
 
 }  // namespace
