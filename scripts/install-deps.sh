@@ -18,7 +18,7 @@ test=(
   clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
-  file man-db mandoc bash-completion debootstrap dpkg-dev lintian
+  systemd file man-db mandoc bash-completion debootstrap dpkg-dev lintian
 )
 
 packages=("${build[@]}" "${demo[@]}" "${test[@]}")
