@@ -1,9 +1,11 @@
 """A loopback HTTP server that behaves by default and can be told, per endpoint and call, to answer
-something else. Every request is recorded in order; every reply closes its connection."""
+something else. Every request is recorded in order; every reply closes its connection unless the
+test lets connections stay (see ScriptedServer.keep)."""
 
 import collections
 import http.server
 import json
+import select
 import socketserver
 import threading
 import time
@@ -22,6 +24,7 @@ class Reply:
     cut: int = None           # send only that many bytes of the body, then close
     drop: bool = False        # close the connection without any answer
     delay: float = 0          # seconds before the answer
+    drip: bool = False        # a byte a minute
     raw: bytes = None         # exactly these bytes instead of everything above
 
     def content(self):
@@ -29,12 +32,13 @@ class Reply:
             return self.body
         return (self.body if isinstance(self.body, str) else json.dumps(self.body)).encode()
 
-    def encode(self):
+    def encode(self, stays=False):
+        closing = {} if stays else {"Connection": "close"}
         if self.raw is not None:
             return self.raw
         content = self.content()
         lines = [f"HTTP/1.1 {self.status} {responses.get(self.status, 'Status')}"]
-        headers = {"Content-Length": str(len(content)), "Connection": "close", **self.headers}
+        headers = {"Content-Length": str(len(content)), **closing, **self.headers}
         for name, values in headers.items():
             name = name.lower() if self.lower_case else name
             for value in values if isinstance(values, list) else [values]:
@@ -54,6 +58,7 @@ class Request:
     jws: object = None        # ACME: the verified message (lib/jws.py)
     violation: str = None     # ACME: the rule that it broke
     reply: Reply = None       # what was answered
+    connection: int = 0       # the number of the connection that it came over, from 1
 
     @property
     def path(self):
@@ -97,6 +102,8 @@ class ScriptedServer:
 
     def __init__(self, port=0):
         self.requests = []
+        self.connections = 0
+        self.kept, self.drops = 0, False
         self._queues = collections.defaultdict(collections.deque)
         self._always = {}
         self._lock = threading.RLock()
@@ -118,6 +125,11 @@ class ScriptedServer:
     def always(self, endpoint, answer):
         """Every call of `endpoint` that has no queued answer gets this one; None ends that."""
         self._always[endpoint] = answer
+
+    def keep(self, replies=None, drop=False):
+        """From now on connections stay open: for ever, or for so many replies. Then they are closed
+        without a word: at once, or, with `drop`, when the next request has come."""
+        self.kept, self.drops = replies or float("inf"), drop
 
     # -- record ----------------------------------------------------------------------------------
 
@@ -174,18 +186,43 @@ class _Listener(socketserver.ThreadingTCPServer):
 
 
 class _Handler(http.server.BaseHTTPRequestHandler):
+    replies = 0
+
+    def setup(self):
+        super().setup()
+        self.owner = self.server.owner
+        self.owner.connections += 1
+        self.number = self.owner.connections
+
     def _serve(self):
         body = self.rfile.read(int(self.headers.get("Content-Length") or 0))
-        reply = self.server.owner.serve(Request(self.command, self.path, self.request_version,
-                                                list(self.headers.items()), body))
         self.close_connection = True
+        if self.owner.drops and self.replies >= self.owner.kept:
+            return
+        reply = self.owner.serve(Request(self.command, self.path, self.request_version,
+                                         list(self.headers.items()), body,
+                                         connection=self.number))
+        self.replies += 1
         if reply.drop:
             return
         time.sleep(reply.delay)
+        kept = self.owner.kept
+        self.close_connection = self.replies > kept if self.owner.drops else self.replies >= kept
         try:
-            self.wfile.write(reply.encode())
+            self._send(reply, reply.encode(stays=kept > 0))
         except OSError:
-            pass  # the client had enough
+            self.close_connection = True  # the client had enough
+
+    def _send(self, reply, content):
+        if not reply.drip:
+            self.wfile.write(content)
+            return
+        self.close_connection = True
+        for byte in content:
+            self.wfile.write(bytes([byte]))
+            # Readable: the client hung up.
+            if select.select([self.connection], [], [], 60)[0]:
+                return
 
     do_GET = do_POST = do_HEAD = _serve
 
