@@ -93,7 +93,7 @@ std::string CreateAccountFolder(const char* tag, const Json::Value& info, const 
   if (!MakeFolder(kProgramFolder)) Fail(tag, "Failed to create folder for let's encrypt");
   if (!MakeFolder(kStore)) Fail(tag, "Failed to create folder for account");
   std::array<char, 1024> folder{};
-  std::snprintf(folder.data(), folder.size(), "%s/XXXXXX", kStore);
+  (void)std::snprintf(folder.data(), folder.size(), "%s/XXXXXX", kStore);
   if (!MakeUniqueFolder(folder.data())) Fail(tag, "Failed to create folder for account item");
   // The key first: a folder is taken for an account as soon as it holds info.json, so one that a
   // crash left half written is passed over.

@@ -63,7 +63,7 @@ std::optional<CertificatePems> SplitChain(const std::string& full_chain) {
 std::string SaveCertificate(const char* tag, const std::string& certificate_id,
                             const std::optional<CertificatePems>& pems,
                             const std::string& private_key_pem, const RenewalRecord& record) {
-  const std::string folder = CertificateFolder(tag, certificate_id);
+  std::string folder = CertificateFolder(tag, certificate_id);
   try {
     if (!pems) throw Error(code::kLocal, tag, "The chain holds no second certificate");
     WriteFiles(folder, *pems, private_key_pem, record);

@@ -8,10 +8,13 @@
 
 namespace kova {
 
-int DebugLevel();  // 0 at first: no messages
+// Set by the command line (-v, -vv) and then by the settings; 0 at first: no messages.
+int DebugLevel();
 void SetDebugLevel(int level);
+
+// 0, as at first: standard output. Anything else: syslog.
 bool DebugToSyslog();
-void SetDebugToSyslog(int flag);  // 0: standard output; anything else: syslog
+void SetDebugToSyslog(int flag);
 
 [[gnu::format(printf, 1, 2)]] void DebugStep(const char* format, ...);    // level 1 and above
 [[gnu::format(printf, 1, 2)]] void DebugDetail(const char* format, ...);  // level 2 and above

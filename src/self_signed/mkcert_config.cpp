@@ -88,7 +88,7 @@ std::string SubjectLines(const Subject& subject) {
     if (value.empty()) continue;
     std::string name = field.name;
     name.resize(kValueColumn, ' ');
-    lines += name + "= '" + value + "'\n";
+    lines.append(name).append("= '").append(value).append("'\n");
   }
   return lines;
 }
