@@ -2,9 +2,10 @@
 # Installs what building and testing need, from Debian's packages (CONTRIBUTING.md says what each is
 # for). Does nothing when all of it is there. Services that come along are not started.
 #
-# usage: install-deps.sh [--build-only | --demo] [--list]
+# usage: install-deps.sh [--build-only | --demo | --bench] [--list]
 #   --build-only  what building and installing need
 #   --demo        that, and what scripts/demo.sh runs
+#   --bench       that, and what the benchmarks measure with and against
 #   --list        prints the names of the packages and installs nothing
 set -euo pipefail
 
@@ -14,6 +15,7 @@ build=(
   openssl ca-certificates
 )
 demo=(iproute2 util-linux hostname pebble nginx curl)
+bench=(libbenchmark-dev gnuplot-nox uacme lego certbot dehydrated python3 python3-cryptography)
 test=(
   clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
@@ -27,6 +29,7 @@ for option in "$@"; do
   case $option in
     --build-only) packages=("${build[@]}") ;;
     --demo) packages=("${build[@]}" "${demo[@]}") ;;
+    --bench) packages=("${build[@]}" "${demo[@]}" "${bench[@]}") ;;
     --list) list=true ;;
     *) sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
   esac

@@ -7,18 +7,19 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <string_view>
 #include <utility>
 
 #include "platform/device.h"
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
+#include "platform/job_moment.h"
 #include "platform/users.h"
 
 namespace KOVA::KOVACrond {
 namespace {
 
+using kova::platform::JobMoment;
 using kova::platform::RecordError;
 
 constexpr char kFolder[] = "/etc/cron.d/";
@@ -31,27 +32,10 @@ struct Job {
   std::string period;
 };
 
-// The time of a job on this host.
-struct Moment {
-  uint64_t minute;
-  uint64_t hour;
-  uint64_t weekday;
-};
-
-// FNV-1a with a finishing mix, so that ids that differ in one digit end far apart.
-uint64_t Hash(std::string_view text) {
-  uint64_t hash = 0xcbf29ce484222325;
-  for (const unsigned char c : text) hash = (hash ^ c) * 0x100000001b3;
-  hash = (hash ^ (hash >> 30)) * 0xbf58476d1ce4e5b9;
-  hash = (hash ^ (hash >> 27)) * 0x94d049bb133111eb;
-  return hash ^ (hash >> 31);
-}
-
-Moment MomentOf(const std::string& job) {
+JobMoment MomentOnThisHost(const std::string& job) {
   std::string host = kova::platform::MachineId();
   if (host.empty()) host = kova::platform::MacAddressText();
-  const uint64_t hash = Hash(host + "/" + job);
-  return {hash % 60, hash / 60 % 24, hash / 60 / 24 % 7};
+  return kova::platform::MomentOfJob(host, job);
 }
 
 // The fields day of month, month and weekday; empty for a period that is none.
@@ -106,7 +90,7 @@ bool IsFileName(const std::string& name) {
 }
 
 // Empty when the array holds anything that cannot be a job.
-std::string Render(const Json::Value& jobs, const Moment& moment) {
+std::string Render(const Json::Value& jobs, const JobMoment& moment) {
   if (!jobs.isArray()) return {};
   std::string text;
   for (const Json::Value& object : jobs) {
@@ -130,7 +114,8 @@ ConfigManager::ConfigManager(std::string name, bool) : name_(std::move(name)) {
 bool ConfigManager::Exist() const { return KLIBCFileExist(path_); }
 
 bool ConfigManager::Save(const Json::Value& jobs) const {
-  const std::string text = IsFileName(name_) ? Render(jobs, MomentOf(name_)) : std::string();
+  const std::string text =
+      IsFileName(name_) ? Render(jobs, MomentOnThisHost(name_)) : std::string();
   const int error = text.empty() ? EINVAL : kova::platform::ReplaceFile(path_, text, kMode);
   if (error == 0) return true;
   RecordError(error);

@@ -62,6 +62,10 @@ class RealCa:
         """From now on the CA is down."""
         self._host.end(self._process)
 
+    def request_count(self):
+        """How many requests it has seen."""
+        return self._host.output(self._process).count("-> calling handler()")
+
     def root(self):
         """The PEM of the root that its certificates lead to."""
         return self._manage("/roots/0").decode()
