@@ -86,6 +86,10 @@ class AcmeV2Client {
     return Issue(session_, order, certificate_id);
   }
   void RevokeCertificate(const std::string& folder) { Revoke(session_, folder); }
+  // The first half of it: for a caller with a lock to take before the record is removed.
+  std::string RevokeAtCa(const std::string& folder) {
+    return kova::RevokeAtCa(session_, folder);
+  }
 
  private:
   Session session_;

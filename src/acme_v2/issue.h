@@ -19,8 +19,15 @@ std::string Issue(Session& session, const Order& order, const std::string& certi
 // its time. Returns the CA's view of the order, finalized.
 Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr);
 
-// Revokes the certificate of an archive folder and removes its renewal record. Throws SLError 200,
-// and std::out_of_range when the folder's cert.pem holds no PEM block.
+// Revokes the certificate of an archive folder at the CA. Returns the text of the folder's cert.pem
+// as it was then. Throws SLError 200, and std::out_of_range when it holds no PEM block.
+std::string RevokeAtCa(Session& session, const std::string& folder);
+
+// Removes the renewal record of a folder, which is then no longer renewed; its certificate stays. A
+// failure is only told at debug level 1.
+void RemoveRenewalRecord(const std::string& folder);
+
+// Both.
 void Revoke(Session& session, const std::string& folder);
 
 }  // namespace kova

@@ -14,24 +14,29 @@ namespace {
 
 constexpr char kTag[] = "client_v2";
 
-// A folder without the record is no longer renewed. Its certificate stays.
-void RemoveRenewalRecord(const std::string& path) {
-  if (unlink(path.c_str()) != 0) DebugStep("Failed to unlink %s [%d]", path.c_str(), errno);
-}
-
 }  // namespace
 
-void Revoke(Session& session, const std::string& folder) {
+std::string RevokeAtCa(Session& session, const std::string& folder) {
   DebugStep("revoke certifiaction for %s.", folder.c_str());
-  const std::string certificate =
-      PemToBase64Url(ReadTextFile(folder + "/cert.pem"), kCertificateBegin, kCertificateEnd);
+  std::string text = ReadTextFile(folder + "/cert.pem");
+  const std::string certificate = PemToBase64Url(text, kCertificateBegin, kCertificateEnd);
   DebugStep("=========== certification info ===========");
   DebugStep("%s", certificate.c_str());
   DebugStep("==========================================");
   // One that was revoked before is as good as revoked now.
   (void)RequireRevoked(kTag,
                        session.PostDer(session.Resource("revokeCert"), "certificate", certificate));
-  RemoveRenewalRecord(RenewalRecordPath(folder));
+  return text;
+}
+
+void RemoveRenewalRecord(const std::string& folder) {
+  const std::string path = RenewalRecordPath(folder);
+  if (unlink(path.c_str()) != 0) DebugStep("Failed to unlink %s [%d]", path.c_str(), errno);
+}
+
+void Revoke(Session& session, const std::string& folder) {
+  (void)RevokeAtCa(session, folder);
+  RemoveRenewalRecord(folder);
 }
 
 }  // namespace kova

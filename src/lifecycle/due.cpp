@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "crypto/certificate.h"
 #include "lifecycle/acme_folders.h"
+#include "lifecycle/renewal_files.h"
 #include "platform/files.h"
 
 namespace kova {
@@ -51,15 +52,16 @@ bool IsDue(const std::string& folder, int lead_days) {
 
 }  // namespace
 
-std::vector<ArchivedCertificate> DueCertificates(const Settings& settings) {
+std::vector<DueCertificate> DueCertificates(const Settings& settings) {
   const std::vector<std::string> ids = ListCertificateIds(kTag);
   const int lead_days = LeadDays(settings);
-  std::vector<ArchivedCertificate> due;
+  std::vector<DueCertificate> due;
   for (const std::string& id : ids) {
     const ArchivedCertificate certificate = ArchivedCertificate::OfId(id);
-    if (HasFolder(certificate, kTag) && IsDue(certificate.folder, lead_days)) {
-      due.push_back(certificate);
-    }
+    if (!HasFolder(certificate, kTag)) continue;
+    FinishRenewal(certificate);
+    const bool to_renew = IsDue(certificate.folder, lead_days);
+    if (to_renew || IsRenewalNoted(certificate)) due.push_back({certificate, to_renew});
   }
   return due;
 }

@@ -8,8 +8,14 @@
 
 namespace kova {
 
+struct DueCertificate {
+  ArchivedCertificate certificate;
+  bool to_renew = true;  // else only to deploy: an earlier run was killed before it had done that
+};
+
 // The certificates of the index that are due, in the order of their ids. What stands in the way of
-// looking at one is logged, and that one left out.
-std::vector<ArchivedCertificate> DueCertificates(const Settings& settings);
+// looking at one is logged, and that one left out. A move of files that an earlier run was killed
+// in is finished first.
+std::vector<DueCertificate> DueCertificates(const Settings& settings);
 
 }  // namespace kova

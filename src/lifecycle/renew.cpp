@@ -40,7 +40,7 @@ bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& re
   options.server = settings.server;
   options.contact = TextMember(account, "contact");
   const std::string fresh = IssueWithAcmeV2(options, settings);
-  MoveRenewalFiles(fresh, certificate.folder);
+  PutInPlace(certificate, fresh);
   RemoveFolder(fresh);
   return true;
 }
@@ -60,7 +60,7 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
     const Order order = client.NewOrder(options.names);
     client.AuthorizeOrder(order);
     fresh = client.NewCertificate(order, options.certificate_id);
-    MoveRenewalFiles(fresh, certificate.folder);
+    PutInPlace(certificate, fresh);
     DebugStep("renew success. [%s].", certificate.folder.c_str());
   }
   RemoveFolder(fresh);
@@ -80,7 +80,8 @@ std::optional<RenewalRecord> UsableRecord(const std::string& folder) {
 
 }  // namespace
 
-RenewalOutcome Renew(const ArchivedCertificate& certificate, const Settings& settings) {
+RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate, const Settings& settings) {
+  FinishRenewal(certificate);
   const std::optional<RenewalRecord> record = UsableRecord(certificate.folder);
   if (!record) return {};
   RenewalOutcome outcome;
@@ -88,6 +89,13 @@ RenewalOutcome Renew(const ArchivedCertificate& certificate, const Settings& set
     outcome.renewed = record->version == 1 ? MigrateToV2(certificate, *record, settings)
                                            : RenewWithV2(certificate, *record, settings);
   });
+  return outcome;
+}
+
+RenewalOutcome Renew(const ArchivedCertificate& certificate, const Settings& settings) {
+  const bool still_to_be_deployed = IsRenewalNoted(certificate);
+  const RenewalOutcome outcome = RenewToDeploy(certificate, settings);
+  if (outcome.renewed && !still_to_be_deployed) ForgetRenewal(certificate);
   return outcome;
 }
 

@@ -19,4 +19,9 @@ struct RenewalOutcome {
 [[nodiscard]] RenewalOutcome Renew(const ArchivedCertificate& certificate,
                                    const Settings& settings);
 
+// The same for a caller that deploys the certificate afterwards: until it calls ForgetRenewal
+// (renewal_files.h) the certificate counts as one that its services may not have yet.
+[[nodiscard]] RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate,
+                                           const Settings& settings);
+
 }  // namespace kova

@@ -1,20 +1,25 @@
 #include "lifecycle/renew_all.h"
 
+#include <chrono>
 #include <string>
 
 #include "archive/deploy.h"
 #include "archive/integrity.h"
 #include "archive/service_object.h"
+#include "base/file_lock.h"
 #include "base/log.h"
 #include "lifecycle/due.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/renew.h"
+#include "lifecycle/renewal_files.h"
 #include "platform/service.h"
 
 namespace kova {
 namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
+constexpr char kRunLock[] = "/run/kova-renew-all.lock";
+constexpr std::chrono::hours kRunTimeout{12};
 
 // True when the certificate serves the system's default service. Throws SLError 201.
 bool Redeploy(const ArchivedCertificate& certificate) {
@@ -41,15 +46,21 @@ void RestartWebFrontend() {
 }  // namespace
 
 void RenewAll(const Settings& settings, const FailureObserver& on_failure) {
+  // What is due is decided anew after another run. Without the lock it is done all the same: each
+  // certificate has one of its own.
+  const FileLock only_run(kTag, kRunLock, kRunTimeout);
   bool need_restart = false;
-  for (const ArchivedCertificate& certificate : DueCertificates(settings)) {
-    const RenewalOutcome outcome = Renew(certificate, settings);
-    if (outcome.failure) on_failure(*outcome.failure);
+  for (const DueCertificate& due : DueCertificates(settings)) {
+    if (due.to_renew) {
+      const RenewalOutcome outcome = RenewToDeploy(due.certificate, settings);
+      if (outcome.failure) on_failure(*outcome.failure);
+    }
     // Redeployed even when that failed.
-    const std::optional<SLError> failure = Capture([&certificate, &need_restart] {
-      if (Redeploy(certificate)) need_restart = true;
+    const std::optional<SLError> failure = Capture([&due, &need_restart] {
+      if (Redeploy(due.certificate)) need_restart = true;
     });
     if (failure) on_failure(*failure);
+    ForgetRenewal(due.certificate);
   }
   if (need_restart) RestartWebFrontend();
 }

@@ -8,27 +8,87 @@
 #include <vector>
 
 #include "acme/renewal_record.h"
+#include "archive/certificate_lock.h"
+#include "archive/noted_move.h"
 #include "base/files.h"
 #include "base/sl_error.h"
+#include "platform/error.h"
+#include "platform/files.h"
 
 namespace kova {
 namespace {
 
+using cert_archive::CertificateLock;
+
 constexpr char kTag[] = "utils";
 
-void MoveFile(const std::string& from, const std::string& to) {
-  if (std::rename(from.c_str(), to.c_str()) == 0) return;
-  const int reason = errno;
+SLError MoveError(const std::string& from, const std::string& to, int reason) {
   std::array<char, 1024> message{};
   std::snprintf(message.data(), message.size(), "Rename file failed. %s => %s [%d]", from.c_str(),
                 to.c_str(), reason);
-  throw Error(code::kLocal, kTag, message.data());
+  return Error(code::kLocal, kTag, message.data());
+}
+
+void MoveFile(const std::string& from, const std::string& to) {
+  if (std::rename(from.c_str(), to.c_str()) != 0) throw MoveError(from, to, errno);
+}
+
+// Told as the failure of the first file's move, which it prevents.
+SLError NotMoved(const std::string& fresh, const std::string& old, int reason) {
+  const std::string first = std::string("/") + kCertificateFiles[0];
+  return MoveError(fresh + first, old + first, reason);
+}
+
+// A note that cannot be written (it is logged) costs the renewal only when an earlier move is still
+// unfinished: going on would mix the two.
+void Note(const CertificateLock& lock, const std::string& fresh, const std::string& old) {
+  const std::vector<std::string> files(kCertificateFiles.begin(), kCertificateFiles.end());
+  if (cert_archive::NoteMove(lock, fresh, files)) return;
+  if (cert_archive::IsMoveNoted(lock.Id())) throw NotMoved(fresh, old, EBUSY);
+}
+
+bool IsWhole(const std::string& fresh) {
+  return KLIBCFileExist(fresh + "/" + kCertificateFiles[0]);
+}
+
+// An id that is no plain name has neither lock nor note.
+bool CanBeNoted(const ArchivedCertificate& certificate) {
+  return cert_archive::IsPlainName(certificate.id);
 }
 
 }  // namespace
 
 void MoveRenewalFiles(const std::string& fresh, const std::string& old) {
   for (const char* name : kCertificateFiles) MoveFile(fresh + "/" + name, old + "/" + name);
+}
+
+void PutInPlace(const ArchivedCertificate& certificate, const std::string& fresh) {
+  if (!CanBeNoted(certificate)) return MoveRenewalFiles(fresh, certificate.folder);
+  const CertificateLock lock(certificate.id);
+  if (!lock.Held()) throw NotMoved(fresh, certificate.folder, KLIBCErrGet());
+  Note(lock, fresh, certificate.folder);
+  try {
+    MoveRenewalFiles(fresh, certificate.folder);
+  } catch (...) {
+    if (IsWhole(fresh)) (void)cert_archive::ForgetMove(lock);
+    throw;
+  }
+  (void)cert_archive::FinishNotedMove(lock);
+}
+
+bool IsRenewalNoted(const ArchivedCertificate& certificate) {
+  return CanBeNoted(certificate) && cert_archive::IsMoveNoted(certificate.id);
+}
+
+void FinishRenewal(const ArchivedCertificate& certificate) {
+  if (CanBeNoted(certificate)) (void)cert_archive::FinishNotedMove(certificate.id);
+}
+
+void ForgetRenewal(const ArchivedCertificate& certificate) {
+  if (!IsRenewalNoted(certificate)) return;
+  const CertificateLock lock(certificate.id);
+  // Another process may have noted one since.
+  if (cert_archive::FinishNotedMove(lock)) (void)cert_archive::ForgetMove(lock);
 }
 
 void RemoveFolder(const std::string& folder) {
