@@ -106,7 +106,7 @@ def baseline(worker, room, programs):
         good, output = worker.test(room, programs)
     if not good:
         sys.exit(f"{room}: the tests fail without a mutant\n{output.decode(errors='replace')}")
-    return 10 + 8 * (time.monotonic() - began)
+    return 20 + 8 * (time.monotonic() - began)
 
 
 def judge_room(room, programs, mutants, workers):
