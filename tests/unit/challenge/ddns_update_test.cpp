@@ -181,6 +181,23 @@ TEST_F(DdnsUpdate, AsksForTheDeletionOnlyOnce) {
   EXPECT_THAT(Queries(), ElementsAre(Query("create"), Query("delete")));
 }
 
+TEST_F(DdnsUpdate, IsDeletedByTheTeardownItself) {
+  KovaDns01Challenge challenge;
+  challenge.Set(kDomain, "token", kKeyAuthorization);
+  ASSERT_TRUE(challenge.setup());
+  challenge.teardown();
+  EXPECT_THAT(Queries(), ElementsAre(Query("create"), Query("delete")));
+}
+
+TEST_F(DdnsUpdate, LetsATeardownsFailedTransferOut) {
+  KovaDns01Challenge challenge;
+  challenge.Set(kDomain, "token", kKeyAuthorization);
+  ASSERT_TRUE(challenge.setup());
+  Answer(HttpReply::Drop());
+  EXPECT_EQ(ErrorOf([&challenge] { challenge.teardown(); }),
+            "100 client_network: Server is not reachable.");
+}
+
 TEST_F(DdnsUpdate, DoesNotMindWhatTheDeletionIsAnswered) {
   for (const HttpReply& reply : {HttpReply::Text(500, "no"), HttpReply::Text(200, "not JSON")}) {
     service_.Reset("GET /main.php");

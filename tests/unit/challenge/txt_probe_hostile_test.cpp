@@ -65,7 +65,14 @@ TEST_F(HostileDns, SurvivesDamagedReplies) {
   // From the answer on, so that the resolver takes the reply for one to its question.
   const size_t answer = 12 + WireName(kName).size() + 4;
   const size_t end = answer + WireName(kName).size() + 10 + TxtData({kValue}).size();
-  for (position = answer; position < end; ++position) Check();
+  // Whatever a record's type, class or time to live, and with strings that overrun it, its printed
+  // form holds the text; an owner, a length or a text of its own is another matter.
+  const size_t type = answer + WireName(kName).size();
+  const size_t text_length = type + 10;
+  for (position = answer; position < end; ++position) {
+    const bool is_harmless = position >= type && position < type + 8;
+    EXPECT_EQ(Check(), is_harmless || position == text_length) << position;
+  }
   EXPECT_EQ(server.Queries().size(), end - answer);
   EXPECT_TRUE(Check());
 }

@@ -108,6 +108,16 @@ TEST_F(TxtProbe, AsksTheBuiltInNameServerUnlessTheRecordNamesOne) {
   EXPECT_TRUE(Check());
 }
 
+TEST_F(TxtProbe, AsksNoOtherServerWhenTheZonesOwnIsSilent) {
+  WriteFile("/etc/resolv.conf",
+            "nameserver 127.0.0.7\nnameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
+  res_init();
+  WriteFile(kDeviceRecord, R"({"ddns_name_server": "127.0.0.2"})");  // nobody listens there
+  const DnsServer others = Serving({{kName, TxtData({kValue})}});
+  EXPECT_FALSE(Check());
+  EXPECT_THAT(others.Queries(), IsEmpty());
+}
+
 TEST_F(TxtProbe, RestoresTheResolverOnEveryWayOut) {
   EXPECT_EQ(NameServer(), "1 127.0.0.7");
   {
