@@ -40,6 +40,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/data/completion/kova-letsencrypt
               ${PROJECT_BINARY_DIR}/completion/kova-archive
         DESTINATION ${KOVA_COMPLETIONDIR})
 
+install(PROGRAMS packaging/examples/dns-txt-rfc2136 DESTINATION share/doc/${PROJECT_NAME}/examples)
+
 # Administrators edit the settings, so a later installation leaves them alone.
 install(CODE "set(kova_settings \"${PROJECT_SOURCE_DIR}/data/letsencrypt.default\")")
 install(CODE [[

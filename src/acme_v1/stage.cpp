@@ -24,8 +24,8 @@ void LogFailedDns(const std::string& reason) {
 bool AcmeV1Client::DnsChallenge(const std::string& domain) {
   if (skip_dns01_) return false;
   try {
-    KovaDns01Challenge challenge(http_);
-    DoChallenge(NewAuthz(domain), challenge);
+    const std::shared_ptr<LeChallenge> challenge = ChallengeFactory("dns-01", domain, http_);
+    DoChallenge(NewAuthz(domain), *challenge);
     DebugStep("DNS challenge success %s", domain.c_str());
     return true;
   } catch (const SLError& error) {

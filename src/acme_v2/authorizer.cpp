@@ -50,7 +50,7 @@ void Authorizer::DoAuthorization(Session& session, const std::string& url) {
   const std::string name = RequiredText(kTag, Member(authorization, "identifier"), "value");
   for (size_t index = 0; index < types_.size();) {
     const std::string type = types_[index];
-    const std::shared_ptr<LeChallenge> challenge = ChallengeFactory(type, session.Http());
+    const std::shared_ptr<LeChallenge> challenge = ChallengeFactory(type, name, session.Http());
     if (!challenge->isSupport(name)) {
       DebugStep("%s is not support for %s", type.c_str(), name.c_str());
       UseUp(type);  // for later authorizations too, on purpose

@@ -62,7 +62,8 @@ std::string WebRootFault() {
 
 bool CanUseDns01() {
   char name[1024] = {};
-  return KOVADDNSGetKovaHostname(name, sizeof name) == 0 && !Settings::Read().skip_dns01;
+  return !Settings::Read().skip_dns01 &&
+         (KOVADDNSGetKovaHostname(name, sizeof name) == 0 || HookDns01Challenge::IsAvailable());
 }
 
 bool HasCronDaemon() {

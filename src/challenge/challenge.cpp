@@ -11,4 +11,13 @@ std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, HttpClien
   throw Error(code::kNoNonce, "challenge", "Unknown challenge type.");
 }
 
+std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, const std::string& domain,
+                                              HttpClient& http) {
+  if (type == "dns-01") {
+    auto challenge = std::make_shared<HookDns01Challenge>();
+    if (challenge->isSupport(domain)) return challenge;
+  }
+  return ChallengeFactory(type, http);
+}
+
 }  // namespace kova

@@ -78,8 +78,35 @@ class KovaDns01Challenge final : public LeChallenge {
   bool isSetup_ = false;  // the service accepted the create request
 };
 
+// A TXT record placed by the hook "dns-txt", `add` or `remove` with the record's name and value;
+// serves every name that the vendor's service does not, wildcards included. Each value is its own:
+// several at one name come and go on their own.
+class HookDns01Challenge final : public LeChallenge {
+ public:
+  // Whether there is such a hook on this host. One that cannot be used is logged.
+  static bool IsAvailable();
+
+  ~HookDns01Challenge();
+  // True once the hook says that the zone's servers show the record.
+  bool setup() override;
+  // Also after a failed setup, which may have gone half way. A failure is one line in the log.
+  void teardown() override;
+  std::string type() override;
+  bool isSupport(const std::string& domain) override;
+
+ private:
+  [[nodiscard]] int Run(const char* action) const;
+
+  std::string txtValue_;
+  bool isSetup_ = false;  // the hook was asked to add the record
+};
+
 // "http-01" or "dns-01", exactly; anything else throws SLError 204 "Unknown challenge type.". What
 // a challenge asks of other servers goes through `http`.
 std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, HttpClient& http);
+
+// The same, for that name: dns-01 is the hook's where it serves the name.
+std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, const std::string& domain,
+                                              HttpClient& http);
 
 }  // namespace kova

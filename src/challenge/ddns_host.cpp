@@ -20,6 +20,13 @@ std::string Lower(std::string text) {
 
 }  // namespace
 
+bool IsHostName(const std::string& name) {
+  return std::all_of(name.begin(), name.end(), [](unsigned char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '-' || c == '_' || c == '*';
+  });
+}
+
 bool IsKovaDdnsHost(const std::string& name) {
   std::array<char, 1024> own{};
   if (KOVADDNSGetKovaHostname(own.data(), own.size()) < 0 || own[0] == '\0') {

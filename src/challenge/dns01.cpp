@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <chrono>
 
 #include "base/debug.h"
@@ -17,15 +16,6 @@ constexpr char kBuiltInEndpoint[] = "https://ddns.kova.example/main.php";
 constexpr int kReadinessTries = 7;
 constexpr std::chrono::seconds kReadinessPause{1};
 
-// The name reaches a URL as it is, and it comes from the CA: nothing in it may end the value. (A
-// wildcard's star ends nothing.)
-bool IsHostName(const std::string& name) {
-  return std::all_of(name.begin(), name.end(), [](unsigned char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '-' || c == '_' || c == '*';
-  });
-}
-
 }  // namespace
 
 KovaDns01Challenge::~KovaDns01Challenge() {
@@ -38,6 +28,8 @@ KovaDns01Challenge::~KovaDns01Challenge() {
 
 bool KovaDns01Challenge::setup() {
   LeChallenge& self = *this;
+  // The name reaches a URL as it is, and it comes from the CA: nothing in it may end the value. (A
+  // wildcard's star ends nothing.)
   if (!self.isSupport(domain) || !IsHostName(domain)) {
     DebugStep("[%s] is not subdomain of kova ddns", domain.c_str());
     return false;

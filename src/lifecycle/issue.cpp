@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
+#include "challenge/challenge.h"
 #include "challenge/vendor_zone.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/names.h"
@@ -43,9 +44,10 @@ class AttemptBound {
   int in_a_row_ = 0;
 };
 
-// A wildcard can only be proved by dns-01, which serves the vendor's zone alone.
+// A wildcard can only be proved by dns-01, which serves the vendor's zone, and with a hook any.
 void RequireProvable(const std::string& domain) {
   if (domain.front() != '*' || IsKovaDdnsHost(domain.substr(2))) return;
+  if (HookDns01Challenge::IsAvailable()) return;
   LogError(kTag, "Only Kova ddns suppport wildcard function");
   throw SLError(code::kNotKovaDdns, kTag, __LINE__, "%s is not Kova ddns", domain.c_str());
 }

@@ -42,14 +42,19 @@ std::string HookFault(const std::string& name) {
   return IsAbsent(errno) ? std::string() : std::strerror(errno);
 }
 
-std::optional<int> RunHook(const std::string& name, const KovaArgs& args, std::string* output) {
+bool HasHook(const std::string& name) {
   const std::string path = PathOf(name);
   struct stat status {};
-  if (!Look(path, status) && IsAbsent(errno)) return std::nullopt;
-  if (const std::string fault = HookFault(name); !fault.empty()) {
-    PlatformLog(LOG_ERR, kTag, __LINE__, "Ignored hook [%s]: %s", path.c_str(), fault.c_str());
-    return std::nullopt;
-  }
+  if (!Look(path, status) && IsAbsent(errno)) return false;
+  const std::string fault = HookFault(name);
+  if (fault.empty()) return true;
+  PlatformLog(LOG_ERR, kTag, __LINE__, "Ignored hook [%s]: %s", path.c_str(), fault.c_str());
+  return false;
+}
+
+std::optional<int> RunHook(const std::string& name, const KovaArgs& args, std::string* output) {
+  const std::string path = PathOf(name);
+  if (!HasHook(name)) return std::nullopt;
   if (output != nullptr) return RunAndCapture(path, args, kLongestOutput, *output);
   return KLIBCExec(path, args);
 }

@@ -1,5 +1,5 @@
-"""Debian's knot as the name server of the internet: the zone of the CA and of the home, and the
-vendor's zone, which takes signed updates."""
+"""Debian's knot as the name server of the internet: the zone of the CA and of the home, the vendor's
+zone, which takes signed updates, and a zone of the owner's, which takes some from the appliance."""
 
 import re
 import subprocess
@@ -15,6 +15,10 @@ CA_NAME = "acme.ca.example"
 VENDOR_ZONE = "ddns.example"
 VENDOR_SERVER = "ns1.ddns.example"
 
+OWN_ZONE = "garden.example"          # the owner's; the appliance may change proofs in it
+OWN_KEY_NAME = "appliance-key"
+OWN_KEY = "YW5vdGhlciBzZWNyZXQsIG9mIHRoZSBvd25lcidzIHpvbmU="  # base64, hmac-sha256
+
 KEY_NAME = "endpoint-key"
 KEY = "c2lnbmVkIHVwZGF0ZXMgb2YgdGhlIHZlbmRvcidzIHpvbmU="  # base64, hmac-sha256
 
@@ -28,12 +32,21 @@ update.ddns-service A {INTERNET}
 blog.home A {ROUTER}
 ddns NS ns1.ddns.example.
 ns1.ddns A {INTERNET}
+garden NS ns.garden.example.
+ns.garden A {INTERNET}
 """,
     VENDOR_ZONE: f"""
 @ SOA ns1.ddns.example. hostmaster.ddns.example. 1 3600 600 86400 1
 @ NS ns1.ddns.example.
 ns1 A {INTERNET}
 nas1 A {ROUTER}
+""",
+    OWN_ZONE: f"""
+@ SOA ns.garden.example. hostmaster.garden.example. 1 3600 600 86400 1
+@ NS ns.garden.example.
+@ A {ROUTER}
+ns A {INTERNET}
+_acme-challenge.alias CNAME alias.proofs.garden.example.
 """,
 }
 
@@ -58,10 +71,17 @@ key:
   - id: {KEY_NAME}
     algorithm: hmac-sha256
     secret: {KEY}
+  - id: {OWN_KEY_NAME}
+    algorithm: hmac-sha256
+    secret: {OWN_KEY}
 acl:
   - id: endpoint
     key: {KEY_NAME}
     action: update
+  - id: appliance
+    key: {OWN_KEY_NAME}
+    action: update
+    update-type: TXT
 template:
   - id: default
     storage: "{self._folder}"
@@ -73,6 +93,9 @@ zone:
   - domain: {VENDOR_ZONE}
     file: {VENDOR_ZONE}.zone
     acl: endpoint
+  - domain: {OWN_ZONE}
+    file: {OWN_ZONE}.zone
+    acl: appliance
 """)
         # Everybody in these networks asks this server.
         host.write("/etc/resolv.conf", f"nameserver {INTERNET}\noptions timeout:1 attempts:2\n")
@@ -92,10 +115,10 @@ zone:
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
         return [line.strip('"') for line in done.stdout.splitlines() if not line.startswith(";")]
 
-    def history(self):
-        """The TXT records that came into the vendor's zone and left it, in order, from the
-        server's own journal: ("+", name, text) and ("-", name, text)."""
-        done = subprocess.run(["kjournalprint", "-c", self._config, VENDOR_ZONE], text=True,
+    def history(self, zone=VENDOR_ZONE):
+        """The TXT records that came into the zone and left it, in order, from the server's own
+        journal: ("+", name, text) and ("-", name, text)."""
+        done = subprocess.run(["kjournalprint", "-c", self._config, zone], text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=True)
         plain = re.sub(r"\x1b\[[\d;]*m", "", done.stdout)
         events, sign = [], None

@@ -182,7 +182,7 @@ TEST_F(DdnsUpdate, AsksForTheDeletionOnlyOnce) {
 }
 
 TEST_F(DdnsUpdate, IsDeletedByTheTeardownItself) {
-  KovaDns01Challenge challenge;
+  KovaDns01Challenge challenge(http_);
   challenge.Set(kDomain, "token", kKeyAuthorization);
   ASSERT_TRUE(challenge.setup());
   challenge.teardown();
@@ -190,7 +190,7 @@ TEST_F(DdnsUpdate, IsDeletedByTheTeardownItself) {
 }
 
 TEST_F(DdnsUpdate, LetsATeardownsFailedTransferOut) {
-  KovaDns01Challenge challenge;
+  KovaDns01Challenge challenge(http_);
   challenge.Set(kDomain, "token", kKeyAuthorization);
   ASSERT_TRUE(challenge.setup());
   Answer(HttpReply::Drop());
