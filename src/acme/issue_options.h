@@ -1,10 +1,12 @@
 // The choices of one issuance, travelling as one value. Each kind of caller fills it in one place:
-// from the command line and the settings, or from a renewal record. The certificate's key type, the
-// CA's profile and the preferred chain will join it, absent unless chosen.
+// from the command line and the settings, or from a renewal record. The CA's profile and the
+// preferred chain will join it, absent unless chosen.
 #pragma once
 
 #include <string>
 #include <vector>
+
+#include "crypto/csr.h"
 
 namespace kova {
 
@@ -13,6 +15,9 @@ struct IssueOptions {
   std::vector<std::string> names;  // in request order, duplicates kept; the first is the subject's
   std::string contact;             // e-mail address, without "mailto:"
   std::string certificate_id;      // whose folder takes the certificate; empty for a new one
+
+  KeyType key_type = KeyType::kRsa2048;  // of the certificate's key
+  bool keeps_key_type = false;           // chosen for this certificate: its renewals keep it
 };
 
 }  // namespace kova

@@ -3,15 +3,14 @@
 #include "base/debug.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "crypto/csr.h"
 
 namespace kova {
 
-KeyAndRequest::KeyAndRequest(const char* tag, const std::vector<std::string>& names) {
+KeyAndRequest::KeyAndRequest(const char* tag, const std::vector<std::string>& names, KeyType type) {
   DebugStep("==> start new-cert.");
   DebugStep("generate csr & private key");
   ShowStage("", "generating the key and the request");
-  GenerateCsr(names, request_pem, private_key.text);
+  GenerateCsr(names, request_pem, private_key.text, type);
   if (request_pem.empty() || private_key.text.empty()) {
     throw Error(code::kLocal, tag, "Failed to genrate CSR.");
   }

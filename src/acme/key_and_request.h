@@ -4,15 +4,17 @@
 #include <string>
 #include <vector>
 
+#include "crypto/csr.h"
 #include "crypto/secret.h"
 
 namespace kova {
 
-// A fresh certificate key and the request for the names (crypto/csr.h), announced and, at debug
-// level 2, shown. What follows is the CA's answer. Failure is SLError 202 "Failed to genrate CSR."
-// with `tag` as the file.
+// A fresh certificate key of that type and the request for the names (crypto/csr.h), announced and,
+// at debug level 2, shown. What follows is the CA's answer. Failure is SLError 202 "Failed to
+// genrate CSR." with `tag` as the file.
 struct KeyAndRequest {
-  KeyAndRequest(const char* tag, const std::vector<std::string>& names);
+  KeyAndRequest(const char* tag, const std::vector<std::string>& names,
+                KeyType type = KeyType::kRsa2048);
 
   std::string request_pem;
   SecretText private_key;  // PEM

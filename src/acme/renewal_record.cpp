@@ -27,6 +27,7 @@ RecordProblem ReadRenewalRecord(const std::string& folder, RenewalRecord& record
   record.account = TextMember(document, "account");
   const Json::Value& version = Member(document, "version");
   record.version = version.isInt() ? version.asInt() : 0;
+  if (HasMember(document, "key_type")) record.key_type = TextMember(document, "key_type");
   return RecordProblem::kNone;
 }
 
@@ -36,6 +37,7 @@ void WriteRenewalRecord(const std::string& folder, const RenewalRecord& record) 
   document["server"] = record.server;
   document["account"] = record.account;
   document["domains"] = record.domains;
+  if (record.key_type) document["key_type"] = *record.key_type;
   WriteTextFile(RenewalRecordPath(folder), JsonStyledText(document), kMode);
 }
 

@@ -18,6 +18,9 @@ struct RenewalRecord {
   std::string domains;  // the names as one text, separated by ";"
   std::string account;  // folder of the account store
   int version = 0;      // of the protocol, 1 or 2; any other number is not to be used
+
+  // What was chosen for this certificate and holds for its renewals; none: nothing was.
+  std::optional<std::string> key_type{};  // as crypto/csr.h names them; "" when it is no text
 };
 
 enum class RecordProblem {

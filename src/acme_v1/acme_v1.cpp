@@ -10,7 +10,7 @@ std::string IssueWithAcmeV1(const IssueOptions& options, const Settings& setting
   client.FetchDirectory();
   client.UseOrRegister(options.contact);
   client.AuthorizeAll(options.names);
-  return client.NewCert(options.names, options.certificate_id);
+  return client.NewCert(options.names, options.certificate_id, options.key_type);
 }
 
 void RevokeWithAcmeV1(const std::string& server, const std::string& account_folder,

@@ -22,6 +22,7 @@
 #include "acme/nonce_pool.h"
 #include "base/settings.h"
 #include "challenge/challenge.h"
+#include "crypto/csr.h"
 #include "crypto/rsa.h"
 #include "net/client_network.h"
 
@@ -73,7 +74,8 @@ class AcmeV1Client {
   // --- Issuance and revocation (issue.cpp, revoke.cpp) ---
 
   // Key, request, certificate, its issuer, storage. The folder that holds the certificate now.
-  std::string NewCert(const std::vector<std::string>& domains, const std::string& certificate_id);
+  std::string NewCert(const std::vector<std::string>& domains, const std::string& certificate_id,
+                      KeyType key_type = KeyType::kRsa2048);
   // Revokes the certificate of an archive folder, which stays as it is, renewal record included.
   // Throws std::out_of_range when the folder's cert.pem holds no PEM block.
   void Revoke(const std::string& certificate_folder);

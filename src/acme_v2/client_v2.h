@@ -7,7 +7,7 @@
 //   client.SetupAccount(contact);          // or LoadAccount(folder)
 //   const Order order = client.NewOrder(names);
 //   client.AuthorizeOrder(order);
-//   folder = client.NewCertificate(order, certificate_id);
+//   folder = client.NewCertificate(order, options);
 //
 // Every failure is an SLError (file "client_v2" unless it comes from a layer below). Replies are
 // never trusted: a member of another type than the protocol's is SLError 200.
@@ -82,8 +82,8 @@ class AcmeV2Client {
 
   // --- Issuance and revocation (issue.h) ---
 
-  std::string NewCertificate(const Order& order, const std::string& certificate_id) {
-    return Issue(session_, order, certificate_id);
+  std::string NewCertificate(const Order& order, const IssueOptions& options) {
+    return Issue(session_, order, options);
   }
   void RevokeCertificate(const std::string& folder) { Revoke(session_, folder); }
   // The first half of it: for a caller with a lock to take before the record is removed.

@@ -33,8 +33,8 @@ std::string DownloadChain(Session& session, const Json::Value& order) {
 
 }  // namespace
 
-std::string Issue(Session& session, const Order& order, const std::string& certificate_id) {
-  const KeyAndRequest made(kTag, order.names);
+std::string Issue(Session& session, const Order& order, const IssueOptions& options) {
+  const KeyAndRequest made(kTag, order.names, options.key_type);
   const Json::Value finalized =
       FinalizeOrder(session, order, PemToBase64Url(made.request_pem, kRequestBegin, kRequestEnd));
   const std::string chain = DownloadChain(session, finalized);
@@ -46,7 +46,9 @@ std::string Issue(Session& session, const Order& order, const std::string& certi
   record.server = session.DirectoryUrl();
   record.account = session.AccountFolder();
   record.domains = JoinNames(order.names, ";");
-  return SaveCertificate(kTag, certificate_id, SplitChain(chain), made.private_key.text, record);
+  if (options.keeps_key_type) record.key_type = NameOf(options.key_type);
+  return SaveCertificate(kTag, options.certificate_id, SplitChain(chain), made.private_key.text,
+                         record);
 }
 
 }  // namespace kova

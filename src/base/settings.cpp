@@ -27,6 +27,11 @@ class Members {
     if (const Json::Value& value = Member(file_, key); value.isString()) member = value.asString();
   }
 
+  // For a key whose wrong values are told to somebody: one of another type is an empty text.
+  void TakeAnyText(const char* key, std::optional<std::string>& member) const {
+    if (HasMember(file_, key)) member = TextMember(file_, key);
+  }
+
   // A count, 1 or more.
   void TakeCount(const char* key, int& member) const {
     std::optional<int> count;
@@ -58,6 +63,7 @@ Settings Settings::Read() {
   file.Take("unpaddedretry", settings.unpadded_retry);
   file.Take("keepconnections", settings.keep_connections);
   file.TakeCount("transfertimeout", settings.transfer_timeout);
+  file.TakeAnyText("keytype", settings.key_type);
   return settings;
 }
 

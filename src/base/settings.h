@@ -31,6 +31,7 @@ struct Settings {
   bool unpadded_retry = false;                  // unpaddedretry
   bool keep_connections = false;                // keepconnections
   int transfer_timeout = 0;                     // transfertimeout, seconds; 0: no limit
+  std::optional<std::string> key_type;          // keytype, as written; "" when it is no text
 };
 
 // `debuglog`: messages to syslog, and the debug level forced to 2 when it is not zero.

@@ -11,18 +11,19 @@
 namespace kova {
 namespace {
 
-IssueOptions OptionsOf(const CommandOptions& given) {
+IssueOptions OptionsOf(const CommandOptions& given, const Settings& settings) {
   IssueOptions options;
   options.server = given.server;
   options.names = SplitDomainList(given.domains);
   options.contact = given.email;
   options.certificate_id = given.certificate_id;
+  ChooseKeyType(std::nullopt, settings, options);
   return options;
 }
 
 std::string IssueVisibly(const CommandOptions& given, const Settings& settings) {
   const ProgressLine progress;
-  return Issue(given.version, OptionsOf(given), settings);
+  return Issue(given.version, OptionsOf(given, settings), settings);
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
     try {
       const Order order = client.NewOrder(options.names);
       client.AuthorizeOrder(order);
-      return client.NewCertificate(order, options.certificate_id);
+      return client.NewCertificate(order, options);
     } catch (const SLError& error) {
       LogFailedAttempt(ErrorToLine(error));
       last_code = error.code;
@@ -84,6 +84,13 @@ std::string IssueWithEarlyProtocol(const IssueOptions& options, const Settings& 
   return IssueWithAcmeV1(options, settings);
 }
 
+std::optional<KeyType> KeyTypeOf(const std::optional<std::string>& name) {
+  if (!name) return std::nullopt;
+  const std::optional<KeyType> type = ParseKeyType(*name);
+  if (!type) LogError(kTag, "Ignored key type [%s]", OnOneLine(*name).c_str());
+  return type;
+}
+
 SLError IncorrectVersion(const std::string& version) {
   std::array<char, 1024> message{};
   std::snprintf(message.data(), message.size(), "Incorrect version specify [%s]", version.c_str());
@@ -91,6 +98,13 @@ SLError IncorrectVersion(const std::string& version) {
 }
 
 }  // namespace
+
+void ChooseKeyType(const std::optional<std::string>& chosen, const Settings& settings,
+                   IssueOptions& options) {
+  const std::optional<KeyType> kept = KeyTypeOf(chosen);
+  options.keeps_key_type = kept.has_value();
+  options.key_type = kept ? *kept : KeyTypeOf(settings.key_type).value_or(KeyType::kRsa2048);
+}
 
 std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& settings) {
   AnnounceAndValidate(options, RequireProvable);

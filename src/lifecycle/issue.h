@@ -1,12 +1,19 @@
 // Obtaining a certificate.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "acme/issue_options.h"
 #include "base/settings.h"
 
 namespace kova {
+
+// Fills in the key type: `chosen` for this certificate (by a command line, or in its record), else
+// the settings' one, else rsa2048. A text that names none is one line in the log and counts as
+// none.
+void ChooseKeyType(const std::optional<std::string>& chosen, const Settings& settings,
+                   IssueOptions& options);
 
 // Obtains a certificate through ACME v2 and returns the archive folder that holds it. Tries the
 // challenge types in turn. Throws SLError; a name of a single star throws std::out_of_range.

@@ -24,10 +24,11 @@ constexpr char kTag[] = "kova-letsencrypt";
 
 // Of a renewal the names and the server are settled; the certificate's own folder is filled when
 // all is there.
-IssueOptions OptionsOf(const RenewalRecord& record) {
+IssueOptions OptionsOf(const RenewalRecord& record, const Settings& settings) {
   IssueOptions options;
   options.server = record.server;
   options.names = SplitDomainList(record.domains);
+  ChooseKeyType(record.key_type, settings, options);
   return options;
 }
 
@@ -36,7 +37,7 @@ bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& re
                  const Settings& settings) {
   Json::Value account;
   if (!ReadAccountInfo(record.account, account)) return false;
-  IssueOptions options = OptionsOf(record);
+  IssueOptions options = OptionsOf(record, settings);
   options.server = settings.server;
   options.contact = TextMember(account, "contact");
   const std::string fresh = IssueWithAcmeV2(options, settings);
@@ -49,7 +50,7 @@ bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& re
 bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
                  const Settings& settings) {
   DebugStep("start to renew [%s].", certificate.folder.c_str());
-  const IssueOptions options = OptionsOf(record);
+  const IssueOptions options = OptionsOf(record, settings);
   if (options.names.empty()) return true;  // deliberately as good as renewed
   std::string fresh;
   {
@@ -59,7 +60,7 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
     client.NewNonce();
     const Order order = client.NewOrder(options.names);
     client.AuthorizeOrder(order);
-    fresh = client.NewCertificate(order, options.certificate_id);
+    fresh = client.NewCertificate(order, options);
     PutInPlace(certificate, fresh);
     DebugStep("renew success. [%s].", certificate.folder.c_str());
   }

@@ -161,6 +161,31 @@ def test_early_record_moves_to_the_ca_of_the_settings(host, real_ca, nginx, site
     assert (account["contact"], account["version"]) == ("early@host.example", 2)
 
 
+@pytest.mark.parametrize("key_type", ["rsa2048", "rsa3072", "rsa4096", "ec256", "ec384"])
+def test_every_kind_of_key_from_its_issue_to_its_revocation(host, real_ca, nginx, user, key_type):
+    host.settings(keytype=key_type)
+    folder = issue(host, real_ca)
+    identity = os.path.basename(folder)
+    assert expect.key_type(folder) == key_type
+    administer(host, "add", identity)
+    administer(host, "bind", identity, "--subscriber", "nginx", "--service", "web",
+               "--display-name", "Web site", "--owner", user.pw_name)
+    administer(host, "check", identity)
+    nginx.serve_https()
+    first = serial(folder + "/cert.pem")
+    nginx.serves(NAME, real_ca.root(), first)
+
+    assert run(host, "renew", "-c", identity).status == 0
+    assert expect.key_type(folder) == key_type
+    expect.certificate_folder(folder, [NAME])
+    administer(host, "deploy", identity)
+    second = serial(folder + "/cert.pem")
+    assert second != first
+    nginx.serves(NAME, real_ca.root(), second)
+    assert run(host, "revoke", "-c", identity).document == {"error": 0, "cert_path": folder}
+    assert (real_ca.status(first), real_ca.status(second)) == ("Valid", "Revoked")
+
+
 # -- revocation ------------------------------------------------------------------------------------
 
 

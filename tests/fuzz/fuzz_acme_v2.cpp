@@ -57,7 +57,7 @@ void Issue() {
   client.SetupAccount("me@mail.example");
   const kova::Order order = client.NewOrder({"a.example"});
   client.AuthorizeOrder(order);
-  (void)client.NewCertificate(order, "");
+  (void)client.NewCertificate(order, {});
 }
 
 }  // namespace

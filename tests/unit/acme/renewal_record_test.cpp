@@ -47,6 +47,21 @@ TEST_F(RenewalRecordTest, IsWrittenStyledForTheOwnerAlone) {
   EXPECT_EQ(ModeOf(kFolder + "/renew.json"), 0400U);
 }
 
+TEST_F(RenewalRecordTest, AKeyTypeIsThereWhenItWasChosen) {
+  RenewalRecord written{"s", "a", "f", 2};
+  written.key_type = "ec256";
+  WriteRenewalRecord(kFolder, written);
+  EXPECT_NE(ReadFile(kFolder + "/renew.json").find("   \"key_type\" : \"ec256\",\n"),
+            std::string::npos);
+  ASSERT_EQ(ReadRenewalRecord(kFolder, record_), RecordProblem::kNone);
+  EXPECT_EQ(record_.key_type, "ec256");
+  const std::string four = R"({"server":"s","domains":"a","account":"f","version":2)";
+  EXPECT_EQ(Read(four + "}"), RecordProblem::kNone);
+  EXPECT_EQ(record_.key_type, std::nullopt);
+  EXPECT_EQ(Read(four + R"(,"key_type":7})"), RecordProblem::kNone);
+  EXPECT_EQ(record_.key_type, "");
+}
+
 TEST_F(RenewalRecordTest, WhatIsNoObjectIsNotJson) {
   for (const char* text : {"", "{", "[]", "null", "3", "\"x\""}) {
     EXPECT_EQ(Read(text), RecordProblem::kNotJson) << text;

@@ -53,7 +53,7 @@ class HostileReply : public ClientTest, public ::testing::WithParamInterface<con
       client.SetupAccount("a@b.example");
       const Order order = client.NewOrder({"a.example"});
       client.AuthorizeOrder(order);
-      client.NewCertificate(order, "");
+      client.NewCertificate(order, {});
     });
   }
 };

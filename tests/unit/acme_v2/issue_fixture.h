@@ -17,9 +17,15 @@ class IssueTest : public ClientTest {
 
   std::string New(const std::vector<std::string>& names = {"a.example", "*.a.example"},
                   const std::string& id = {}) {
+    IssueOptions options;
+    options.certificate_id = id;
+    return NewWith(options, names);
+  }
+  std::string NewWith(const IssueOptions& options,
+                      const std::vector<std::string>& names = {"a.example"}) {
     Order order = order_;
     order.names = names;
-    return client_->NewCertificate(order, id);
+    return client_->NewCertificate(order, options);
   }
   std::string ErrorOfNew(const std::vector<std::string>& names = {"a.example", "*.a.example"}) {
     return ErrorOf([&] { New(names); });

@@ -44,7 +44,7 @@ TEST_F(SettingsFile, LivesAtItsPath) {
 constexpr char kAll[] = R"({
   "debuglog": 7, "server": "http://ca/", "renew_before_expire_days": 10, "skipdns01": true,
   "kovaddns": "http://ddns/", "asyncfinalize": true, "orderattempts": 3, "noncerefill": true,
-  "unpaddedretry": true, "keepconnections": true, "transfertimeout": 90,
+  "unpaddedretry": true, "keepconnections": true, "transfertimeout": 90, "keytype": "ec256",
   "another": "one"})";
 
 // All values in one text.
@@ -55,13 +55,14 @@ std::string Shown(const Settings& settings) {
         << settings.skip_dns01 << ", ddns " << settings.kova_ddns.value_or("none") << ", async "
         << settings.async_finalize << ", attempts " << settings.order_attempts << ", refill "
         << settings.nonce_refill << ", unpadded " << settings.unpadded_retry << ", keep "
-        << settings.keep_connections << ", limit " << settings.transfer_timeout;
+        << settings.keep_connections << ", limit " << settings.transfer_timeout << ", key "
+        << settings.key_type.value_or("none");
   return shown.str();
 }
 
 const std::string kDefaults =
     "debug_log -99, server https://acme-v02.api.letsencrypt.org/directory, renew -99, skip 0, "
-    "ddns none, async 0, attempts 0, refill 0, unpadded 0, keep 0, limit 0";
+    "ddns none, async 0, attempts 0, refill 0, unpadded 0, keep 0, limit 0, key none";
 
 Settings ReadOf(const std::string& content) {
   fs::create_directories(fs::path(kSettingsPath).parent_path());
@@ -93,7 +94,7 @@ TEST_F(SettingsFile, GivesValuesOfTheRightType) {
   EXPECT_EQ(settings.read_error, 0);
   EXPECT_EQ(Shown(settings),
             "debug_log 7, server http://ca/, renew 10, skip 1, ddns http://ddns/, async 1, "
-            "attempts 3, refill 1, unpadded 1, keep 1, limit 90");
+            "attempts 3, refill 1, unpadded 1, keep 1, limit 90, key ec256");
 }
 
 TEST_F(SettingsFile, TakesAnEmptyObject) {
@@ -121,6 +122,12 @@ TEST_F(SettingsFile, TakesNothingOfAnotherType) {
     for (const std::string& value : values) {
       EXPECT_EQ(Shown(ReadOf("{\"" + key + "\": " + value + "}")), kDefaults) << key << value;
     }
+  }
+}
+
+TEST_F(SettingsFile, KeepsAKeyTypeOfAnotherTypeAsAnEmptyOne) {
+  for (const char* value : {"256", "true", "null", "[]", "{}", "\"\""}) {
+    EXPECT_EQ(ReadOf(std::string("{\"keytype\": ") + value + "}").key_type, "") << value;
   }
 }
 

@@ -116,5 +116,35 @@ TEST_F(IssueLoop, AVersionThatIsNoneIsAFailureOfItsOwn) {
   EXPECT_THAT(ca_.Routes(), IsEmpty());
 }
 
+class KeyTypeChoice : public testing::Test {
+ protected:
+  // "NAME", with " kept" when the record is to hold it.
+  std::string Chosen(const std::optional<std::string>& chosen,
+                     const std::optional<std::string>& of_the_settings) {
+    Settings settings;
+    settings.key_type = of_the_settings;
+    IssueOptions options;
+    ChooseKeyType(chosen, settings, options);
+    return NameOf(options.key_type) + std::string(options.keeps_key_type ? " kept" : "");
+  }
+
+  SyslogCapture syslog_;
+};
+
+TEST_F(KeyTypeChoice, IsTheCertificatesOwnBeforeTheSettings) {
+  EXPECT_EQ(Chosen(std::nullopt, std::nullopt), "rsa2048");
+  EXPECT_EQ(Chosen(std::nullopt, "ec256"), "ec256");
+  EXPECT_EQ(Chosen("rsa4096", "ec256"), "rsa4096 kept");
+  EXPECT_EQ(Chosen("rsa2048", std::nullopt), "rsa2048 kept");
+  EXPECT_THAT(syslog_.Texts(), IsEmpty());
+}
+
+TEST_F(KeyTypeChoice, ATextThatNamesNoneIsOneLineAndCountsAsNone) {
+  EXPECT_EQ(Chosen(std::nullopt, "ec\n512"), "rsa2048");
+  EXPECT_EQ(Chosen("", "ec384"), "ec384");
+  EXPECT_THAT(syslog_.Texts(), ElementsAre("kova-letsencrypt:# Ignored key type [ec 512]",
+                                           "kova-letsencrypt:# Ignored key type []"));
+}
+
 }  // namespace
 }  // namespace kova::test
