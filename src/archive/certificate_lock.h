@@ -1,9 +1,8 @@
 // One lock a certificate, against the other processes of this program.
 //
 // Held while a certificate's folder changes, is copied from or is healed, and never while a reload
-// script, a hook or a CA is waited for. ARCHITECTURE.md says in which order locks are taken: this
-// one before any other of the archive's. One process must not take it twice for one certificate,
-// and no process holds it for two.
+// script, a hook or a CA is waited for. ARCHITECTURE.md says in which order locks are taken. One
+// process must not take it twice for one certificate, and no process holds it for two.
 #pragma once
 
 #include <chrono>
@@ -26,6 +25,7 @@ class CertificateLock {
   explicit CertificateLock(const std::string& id);
 
   [[nodiscard]] bool Held() const { return lock_.Held(); }
+  [[nodiscard]] const Status& Outcome() const { return lock_.Outcome(); }
   [[nodiscard]] const std::string& Id() const { return id_; }
 
  private:

@@ -1,9 +1,14 @@
 #include "archive/deploy.h"
 
 #include <chrono>
+#include <functional>
+#include <utility>
+#include <vector>
 
+#include "archive/certificate_lock.h"
 #include "archive/index.h"
 #include "archive/integrity.h"
+#include "archive/noted_move.h"
 #include "archive/paths.h"
 #include "archive/service_files.h"
 #include "archive/service_object.h"
@@ -19,17 +24,21 @@
 namespace kova::cert_archive {
 namespace {
 
-// Keeps two of this program's processes from working on one service's folder at a time. It is held
-// for the copying of one service only, and never together with the index lock.
+// Keeps two of this program's processes from working on the services' folders at a time. It is held
+// while one service gets its files and its place in the index, and never while anything is
+// reloaded.
 constexpr char kFilesLockPath[] = "/run/kova-certificate-deploy.lock";
-constexpr std::chrono::seconds kFilesTimeout{60};
+constexpr std::chrono::seconds kFilesTimeout{180};  // its holder may wait for a certificate's lock
 
 constexpr char kRelayDaemon[] = "kovarelayd";
 
 struct Move {
   const std::string& target;
-  const std::string& source;
-  const CRTActionInfo& action;
+  std::vector<std::string> sources;  // that it is taken from, as the action says
+  const CRTActionInfo* action;
+
+  // As the log has it.
+  [[nodiscard]] std::string Source() const { return sources.empty() ? "" : sources.front(); }
 };
 
 // Replaces the object wherever the index lists the service.
@@ -54,17 +63,34 @@ void UpdateCertificate(Json::Value& info, const std::string& id, const Json::Val
   }
 }
 
-Status UpdateIndex(const Move& move, const Json::Value& object) {
-  const bool add = move.action.skip_add == 0;
-  const bool remove = move.action.skip_remove == 0;
+// A test that heals is told about later: no hook may run while locks are held.
+Status RequireUsable(const std::string& id, std::vector<Verdict>& verdicts) {
+  verdicts.push_back(TestWithoutReport(id));
+  return verdicts.back().integrity == Integrity::kUnusable ? verdicts.back().reason : Status();
+}
+
+// In this order: the target before the sources.
+Status RequireUsable(const Move& move, bool add, bool remove, std::vector<Verdict>& verdicts) {
+  Status usable = add ? RequireUsable(move.target, verdicts) : Status();
+  if (!remove) return usable;
+  for (const std::string& source : move.sources) {
+    if (usable) usable = RequireUsable(source, verdicts);
+  }
+  return usable;
+}
+
+Status UpdateIndex(const Move& move, const Json::Value& object, std::vector<Verdict>& verdicts) {
+  const bool add = move.action->skip_add == 0;
+  const bool remove = move.action->skip_remove == 0;
   if (!add && !remove) return {};
-  Status usable = add ? EnsureUsable(move.target) : Status();
-  if (usable && remove) usable = EnsureUsable(move.source);
-  if (!usable) return usable;
+  if (Status usable = RequireUsable(move, add, remove, verdicts); !usable) return usable;
   return EditIndex(kUpdateTimeout, [&](Json::Value& info) {
     // In this order: a service that is moved from a certificate to itself is taken off its list.
     if (add) UpdateCertificate(info, move.target, object, ListUpdate::kAppend);
-    if (remove) UpdateCertificate(info, move.source, object, ListUpdate::kRemove);
+    if (!remove) return IndexEdit::kWrite;
+    for (const std::string& source : move.sources) {
+      UpdateCertificate(info, source, object, ListUpdate::kRemove);
+    }
     return IndexEdit::kWrite;
   });
 }
@@ -82,28 +108,35 @@ Status Reload(const Service& service) {
 }
 
 // One service that gets its files and then, as the action says, its place in the index.
+using Decision = std::function<Status(Move& move)>;
+
 struct Delivery {
-  const Move& move;
+  Move move;
   const Json::Value& object;
   Service service;
+  const Decision& decide;  // may be empty; asked under the lock for what the move is
   uid_t uid = 0;
   gid_t gid = 0;
 };
 
+Status FailedToSet(const Delivery& delivery, Status why) {
+  LogError(kTag, "Failed to set cert [%s] for [%s][%s].", delivery.move.target.c_str(),
+           delivery.service.subscriber.c_str(), delivery.service.name.c_str());
+  return why;
+}
+
 // `kept` is true when the service has its files already and was only refreshed in the index.
 Status ServeFiles(const Delivery& delivery, bool& kept) {
-  const Service& service = delivery.service;
-  {
-    const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
-    if (!lock.Held()) return lock.Outcome();
-    FinishInterruptedMove(StagingFolder(service), service.Folder());
-  }
-  kept = delivery.move.action.action == kActionAdd && HoldsRequiredFiles(service.Folder()) &&
-         RefreshEverywhere(delivery.object);
+  FinishInterruptedMove();
+  kept = delivery.move.action->action == kActionAdd &&
+         HoldsRequiredFiles(delivery.service.Folder()) && RefreshEverywhere(delivery.object);
   if (kept) return {};
-  const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
-  if (!lock.Held()) return lock.Outcome();
-  return InstallServiceFiles(delivery.move.target, service, delivery.uid, delivery.gid);
+  const CertificateLock certificate(delivery.move.target);
+  if (!certificate.Held()) return FailedToSet(delivery, certificate.Outcome());
+  if (Status finished = FinishNotedMove(certificate); !finished) {
+    return FailedToSet(delivery, finished);
+  }
+  return InstallServiceFiles(delivery.move.target, delivery.service, delivery.uid, delivery.gid);
 }
 
 Status FindOwner(Delivery& delivery) {
@@ -113,28 +146,60 @@ Status FindOwner(Delivery& delivery) {
   return Status::FailedCall("Failed to KOVAUserGetUGID", "[" + owner + "]");
 }
 
-Status Deliver(Delivery& delivery) {
-  bool kept = false;
-  const Move& move = delivery.move;
-  if (Status found = FindOwner(delivery); !found) return found;
-  if (Status served = ServeFiles(delivery, kept); !served || kept) return served;
-  if (Status updated = UpdateIndex(move, delivery.object); !updated) {
-    LogError(kTag, "Failed to update cert info for %s from %s to %s", delivery.service.name.c_str(),
-             move.source.c_str(), move.target.c_str());
-    return updated;
+// Files and index in one go, so that they agree when two processes move one service at a time.
+Status Settle(Delivery& delivery, bool& kept, std::vector<Verdict>& verdicts) {
+  const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
+  if (!lock.Held()) return FailedToSet(delivery, lock.Outcome());
+  if (delivery.decide) {
+    if (Status decided = delivery.decide(delivery.move); !decided) return decided;
   }
-  return move.action.reload == 0 ? Status() : Reload(delivery.service);
+  if (Status served = ServeFiles(delivery, kept); !served || kept) return served;
+  Status updated = UpdateIndex(delivery.move, delivery.object, verdicts);
+  if (!updated) {
+    LogError(kTag, "Failed to update cert info for %s from %s to %s", delivery.service.name.c_str(),
+             delivery.move.Source().c_str(), delivery.move.target.c_str());
+  }
+  return updated;
 }
 
-Status DeployOne(const Move& move, const Json::Value& object) {
+// Hooks and scripts run when the locks are released.
+Status Deliver(Delivery& delivery) {
+  if (Status found = FindOwner(delivery); !found) return found;
+  bool kept = false;
+  std::vector<Verdict> verdicts;
+  const Status settled = Settle(delivery, kept, verdicts);
+  for (const Verdict& verdict : verdicts) ReportRecovery(verdict);
+  if (!settled || kept) return settled;
+  return delivery.move.action->reload == 0 ? Status() : Reload(delivery.service);
+}
+
+Status DeployOne(const Move& move, const Json::Value& object, const Decision& decide = {}) {
   // Names that would lead out of the services' folders come from a damaged or forged index; such an
   // object is as wrong as one that lacks a member, and fails before anything is touched.
   if (!IsValidServiceObject(object) || !ServiceFrom(object).StaysInItsFolder()) {
     LogError(kTag, "service object is error.");
     return Status::Failed("service object is error.");
   }
-  Delivery delivery{move, object, ServiceFrom(object)};
+  Delivery delivery{move, object, ServiceFrom(object), decide};
   return Deliver(delivery);
+}
+
+// Those that list the service by now, the target excepted unless it is what is asked for. Nothing
+// is to be changed in the index when the target alone lists it.
+Status FindSources(const Json::Value& object, const std::string& from, Move& move) {
+  Json::Value info;
+  if (Status read = ReadIndexObject(info); !read) return read;
+  for (const std::string& id : info.getMemberNames()) {
+    const bool wanted = from.empty() ? id != move.target : id == from;
+    if (wanted && Lists(info[id], object)) move.sources.push_back(id);
+  }
+  if (!from.empty() && move.sources.empty()) {
+    return Status::Failed("certificate [" + from + "] does not list the service any more");
+  }
+  if (move.sources.empty() && Lists(info[move.target], object)) {
+    move.action = &rgCRTActionInfo[kActionRedeploy];
+  }
+  return {};
 }
 
 Status ReloadRelay() {
@@ -155,7 +220,7 @@ Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
     LogError(kTag, "Wrong rgCRTActionInfo.");
     return Status::Failed("Wrong rgCRTActionInfo.");
   }
-  const Move move{target, source, *row};
+  const Move move{target, {source}, row};
   Status first;
   for (const Json::Value& object : services) {
     if (Status served = DeployOne(move, object); !served && first) first = served;
@@ -164,8 +229,18 @@ Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
   return first;
 }
 
+Status TransferService(const std::string& target, const Json::Value& object,
+                       const std::string& from) {
+  if (Status usable = EnsureUsable(target); !usable) return usable;
+  const auto decide = [&](Move& move) { return FindSources(object, from, move); };
+  Status served = DeployOne({target, {}, &rgCRTActionInfo[kActionMove]}, object, decide);
+  Status reloaded = ReloadRelay();
+  return served ? reloaded : served;
+}
+
 Status DeployToOwnServices(const std::string& id, bool& has_system_default) {
   Json::Value services;
+  const bool was_cut_short = IsPlainName(id) && IsMoveNoted(id);
   if (Status found = EnsureServices(id, services); !found) {
     LogError(kTag, "Failed to get service list of %s", id.c_str());
     return found;
@@ -175,6 +250,7 @@ Status DeployToOwnServices(const std::string& id, bool& has_system_default) {
     return deployed;
   }
   has_system_default = HasSystemDefault(services);
+  if (was_cut_short) (void)ForgetMove(CertificateLock(id));  // now its services have the files
   return {};
 }
 

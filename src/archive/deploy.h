@@ -20,6 +20,12 @@ namespace kova::cert_archive {
 Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
                          const std::string& source, int action);
 
+// Moves one service to the certificate `target`. Who lists it is looked up when nobody else can
+// move it meanwhile: with an empty `from` it is taken from every other certificate (and stays where
+// it is when the target alone lists it), else it must still be listed by `from`.
+Status TransferService(const std::string& target, const Json::Value& object,
+                       const std::string& from);
+
 // Deploys a certificate anew to the services that the index lists for it. On success
 // `has_system_default` tells whether the system's default service is one of them.
 Status DeployToOwnServices(const std::string& id, bool& has_system_default);

@@ -2,14 +2,18 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "archive/paths.h"
+#include "base/files.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
+#include "platform/json_text.h"
 
 namespace kova::cert_archive {
 namespace {
@@ -37,6 +41,41 @@ Status ReadForEdit(Json::Value& info, MissingIndex missing) {
     return {};
   }
   return ReadIndexObject(info);
+}
+
+// An integer of more than 64 bits is read as the nearest double, and would be written as that.
+bool HoldsHugeInteger(const std::string& text) {
+  constexpr size_t kSafeDigits = 19;
+  static const char* const kDigits = "0123456789";
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '"') quoted = !quoted;
+    if (quoted && text[i] == '\\') ++i;
+    if (quoted || std::strchr(kDigits, text[i]) == nullptr || text[i] == '\0') continue;
+    const size_t end = std::min(text.find_first_not_of(kDigits, i), text.size());
+    const std::string digits = text.substr(i, end - i);
+    const bool whole = end == text.size() || std::strchr(".eE", text[end]) == nullptr;
+    const bool fits = digits.size() <= kSafeDigits ||
+                      (digits.size() == kSafeDigits + 1 && digits <= "18446744073709551615");
+    if (whole && !fits && (i == 0 || std::strchr(".eE+", text[i - 1]) == nullptr)) return true;
+    i = end - 1;
+  }
+  return false;
+}
+
+// Bytes that are no UTF-8, numbers that no double holds: what is read back would be something else.
+bool IsKeptByRewriting(const Json::Value& info, const std::string& text) {
+  Json::Value again;
+  return platform::ParseJson(text, again) && again == info &&
+         !HoldsHugeInteger(ReadTextFile(kIndexPath));
+}
+
+Status Unkept() {
+  LogError(kTag, "[%s] is not changed: it holds what a rewrite would not keep", kIndexPath);
+  return Status::Failed(
+      "cannot change", std::string("[") + kIndexPath + "]",
+      "it would hold what JSON does not keep (bytes that are no UTF-8, or numbers "
+      "that are too large)");
 }
 
 }  // namespace
@@ -80,6 +119,7 @@ Status EditIndex(const IndexLock& lock, const IndexEditor& edit, MissingIndex mi
   Json::Value info;
   if (Status read = ReadForEdit(info, missing); !read) return read;
   if (edit(info) == IndexEdit::kLeave) return {};
+  if (!IsKeptByRewriting(info, JsonStyledText(info))) return Unkept();
   Status written = WriteIndex(info);
   if (!written) LogError(kTag, "Failed to write [%s].", kIndexPath);
   return written;

@@ -49,8 +49,9 @@ enum class MissingIndex { kIsBroken, kIsEmpty };
 // left as it is. What the editor throws passes through; INFO is then as it was.
 using IndexEditor = std::function<IndexEdit(Json::Value& info)>;
 
-// The one read-modify-write. Fails when the lock was not to be had, and when INFO was not readable
-// or not writable.
+// The one read-modify-write. An index that holds what a rewrite would not keep (bytes that are no
+// UTF-8, numbers that no double holds) stays as it is: that is a failure. So is when the lock was
+// not to be had, and when INFO was not readable or not writable.
 Status EditIndex(std::chrono::seconds timeout, const IndexEditor& edit,
                  MissingIndex missing = MissingIndex::kIsBroken);
 

@@ -4,7 +4,9 @@
 
 #include <cerrno>
 
+#include "archive/certificate_lock.h"
 #include "archive/index.h"
+#include "archive/noted_move.h"
 #include "archive/paths.h"
 #include "base/json.h"
 #include "base/log.h"
@@ -44,46 +46,65 @@ Status MarkBroken(const std::string& folder) {
   return Status::Failed("Failed to write", path, ErrorWords(error));
 }
 
-void NotifyBroken() {
-  if (KOVASysNotifySendNotifiction(kBrokenNotification, nullptr) == 0) return;
-  LogError(kTag, "Failed to send notification for certificate broken");
-}
-
-Status Recover(const std::string& id, const std::string& folder) {
+Verdict Recover(const CertificateLock& certificate, const std::string& folder, Status reason) {
+  const std::string& id = certificate.Id();
   LogError(kTag, "%s is incomplete, start recovering", id.c_str());
   const mkcert::GenerationLock lock;
   // Another process may have done it while this one waited.
-  if (lock.Held() && IsCanonicalFolder(folder) && HoldsRequiredFiles(folder)) return {};
+  if (lock.Held() && IsCanonicalFolder(folder) && HoldsRequiredFiles(folder)) {
+    return {Integrity::kRecovered, reason};
+  }
   if (Status made = mkcert::GenerateDefaultSet(folder, lock); !made) {
     LogError(kTag, "Failed to generate default certificate to recover for [%s]", id.c_str());
-    return Status::Failed("Failed to generate default certificate to recover for", "[" + id + "]",
-                          made.Text());
+    return {Integrity::kUnusable,
+            Status::Failed("Failed to generate default certificate to recover for", "[" + id + "]",
+                           made.Text())};
   }
-  if (Status marked = MarkBroken(folder); !marked) return marked;
-  NotifyBroken();
-  return {};
+  if (Status marked = MarkBroken(folder); !marked) return {Integrity::kUnusable, marked};
+  return {Integrity::kRecovered, reason, /*unreported=*/true};
+}
+
+Verdict TestFolder(const std::string& id) {
+  const std::string folder = CertificateFolder(id);
+  // Most certificates have nothing to be done about them, and need no lock.
+  if (Status finished = FinishNotedMove(id); !finished) return {Integrity::kUnusable, finished};
+  const Status complete = CheckFolder(folder);
+  if (complete) return {Integrity::kUsable, {}};
+  const CertificateLock lock(id);
+  if (!lock.Held()) return {Integrity::kUnusable, lock.Outcome()};
+  return Recover(lock, folder, complete);
+}
+
+Verdict TestEntry(const Json::Value& info, const std::string& id) {
+  if (IsInIndex(info, id)) return TestFolder(id);
+  LogError(kTag, "Invalid cert id: [%s]", id.c_str());
+  return {Integrity::kUnusable, Status::Failed("Invalid cert id:", "[" + id + "]")};
+}
+
+Verdict Reported(Verdict verdict) {
+  ReportRecovery(verdict);
+  return verdict;
 }
 
 }  // namespace
 
-Verdict TestIntegrity(const Json::Value& info, const std::string& id) {
-  if (!IsInIndex(info, id)) {
-    LogError(kTag, "Invalid cert id: [%s]", id.c_str());
-    return {Integrity::kUnusable, Status::Failed("Invalid cert id:", "[" + id + "]")};
-  }
-  const std::string folder = CertificateFolder(id);
-  const Status complete = CheckFolder(folder);
-  if (complete) return {Integrity::kUsable, {}};
-  const Status recovered = Recover(id, folder);
-  if (!recovered) return {Integrity::kUnusable, recovered};
-  return {Integrity::kRecovered, complete};
+void ReportRecovery(const Verdict& verdict) {
+  if (!verdict.unreported) return;
+  if (KOVASysNotifySendNotifiction(kBrokenNotification, nullptr) == 0) return;
+  LogError(kTag, "Failed to send notification for certificate broken");
 }
 
-Verdict TestIntegrity(const std::string& id) {
+Verdict TestWithoutReport(const std::string& id) {
   Json::Value info;
   if (Status read = ReadIndex(info); !read) return {Integrity::kUnusable, read};
-  return TestIntegrity(info, id);
+  return TestEntry(info, id);
 }
+
+Verdict TestIntegrity(const Json::Value& info, const std::string& id) {
+  return Reported(TestEntry(info, id));
+}
+
+Verdict TestIntegrity(const std::string& id) { return Reported(TestWithoutReport(id)); }
 
 Status EnsureUsable(const std::string& id) {
   const Verdict verdict = TestIntegrity(id);

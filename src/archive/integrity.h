@@ -23,16 +23,23 @@ enum class Integrity {
 
 struct Verdict {
   Integrity integrity;
-  Status reason;  // why it is unusable, or what was missing before it was recovered
+  Status reason;            // why it is unusable, or what was missing before it was recovered
+  bool unreported = false;  // this recovery is still to be told, see TestWithoutReport
 };
 
 // The certificate must be in the index and its folder must hold the required files. A folder that
 // does not is filled with a default certificate set, marked broken and reported, so that the
-// services that depend on it keep a usable, if untrusted, certificate. The index is not changed.
+// services that depend on it keep a usable, if untrusted, certificate. The index is not changed. A
+// noted move of its files (archive/noted_move.h) is finished first.
 [[nodiscard]] Verdict TestIntegrity(const std::string& id);
 
 // The same for an index that was read before: for whoever tests many certificates.
 [[nodiscard]] Verdict TestIntegrity(const Json::Value& info, const std::string& id);
+
+// The same for callers that hold locks: nobody is notified yet, since that may run a hook. Hand the
+// verdict to ReportRecovery once the locks are released.
+[[nodiscard]] Verdict TestWithoutReport(const std::string& id);
+void ReportRecovery(const Verdict& verdict);
 
 // Done when the certificate is usable, by way of a recovery if need be.
 Status EnsureUsable(const std::string& id);

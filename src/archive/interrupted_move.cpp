@@ -1,4 +1,7 @@
 // What a killed MoveDirectory leaves behind, and how it is put right.
+#include <sys/types.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -8,8 +11,10 @@
 #include "archive/paths.h"
 #include "archive/utils.h"
 #include "base/files.h"
+#include "base/json.h"
 #include "base/log.h"
 #include "platform/clock.h"
+#include "platform/file_writer.h"
 #include "platform/files.h"
 
 namespace kova::cert_archive {
@@ -17,6 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr mode_t kNoteMode = 0600;
 constexpr std::chrono::seconds kToolsTime{1};
 
 // True when the folder was changed within the last moments.
@@ -60,15 +66,25 @@ bool IsRemnant(const std::string& destination, const std::string& backup) {
   return left >= 0 && left < EntriesOf(backup);
 }
 
-}  // namespace
+std::string BackupOf(const std::string& destination) { return destination + ".bak"; }
 
-void FinishInterruptedMove(const std::string& source, const std::string& destination) {
-  const std::string backup = destination + ".bak";
-  if (!KLIBCFileCheckDir(source) && !KLIBCFileCheckDir(backup)) return;
-  // A tool that the killed run had started lives on for a moment; it must not work against us.
-  if (IsFresh(source) || IsFresh(backup) || IsFresh(fs::path(destination).parent_path())) {
+// The destination of a move that was begun and is not known to have ended; empty when there is
+// none.
+std::string NotedDestination() {
+  Json::Value note;
+  return JsonFromFile(kServiceMoveNote, note) ? TextMember(note, "destination") : std::string();
+}
+
+// A tool that the killed run had started lives on for a moment; it must not work against us.
+void AwaitTools(const std::string& destination) {
+  if (IsFresh(destination + ".temp") || IsFresh(BackupOf(destination)) ||
+      IsFresh(fs::path(destination).parent_path())) {
     platform::SleepFor(kToolsTime);
   }
+}
+
+void PutBackRemnant(const std::string& destination) {
+  const std::string backup = BackupOf(destination);
   if (!IsRemnant(destination, backup)) return;
   if (KLIBCFileCheckDir(destination) && !RemoveDirectory(destination)) return;
   if (std::rename(backup.c_str(), destination.c_str()) == 0) {
@@ -76,6 +92,31 @@ void FinishInterruptedMove(const std::string& source, const std::string& destina
   } else {
     LogError(kTag, "Failed to move %s to %s [%d]", backup.c_str(), destination.c_str(), errno);
   }
+}
+
+void RemoveNote() { (void)unlink(kServiceMoveNote); }
+
+}  // namespace
+
+Status ReplaceNoted(const std::string& source, const std::string& destination) {
+  Json::Value note(Json::objectValue);
+  note["destination"] = destination;
+  const int error = platform::ReplaceFile(kServiceMoveNote, JsonStyledText(note), kNoteMode);
+  if (error != 0) return Status::Failed("Failed to write", kServiceMoveNote, ErrorWords(error));
+  Status moved = MoveDirectory(source, destination);
+  // A rollback that failed as well leaves the old set in the backup: the next run tries again.
+  if (moved || !IsRemnant(destination, BackupOf(destination))) RemoveNote();
+  return moved;
+}
+
+void FinishInterruptedMove() {
+  const std::string destination = NotedDestination();
+  if (!destination.empty()) {
+    AwaitTools(destination);
+    PutBackRemnant(destination);
+    if (IsRemnant(destination, BackupOf(destination))) return;  // the next run tries again
+  }
+  RemoveNote();
 }
 
 }  // namespace kova::cert_archive

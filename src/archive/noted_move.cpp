@@ -69,10 +69,6 @@ std::optional<Note> ReadNote(const std::string& id) {
   return note;
 }
 
-Status NotLocked(const std::string& id) {
-  return Status::Failed("cannot lock certificate", "[" + id + "]");
-}
-
 Status FailedToFinish(const std::string& from, const std::string& to, int error) {
   LogError(kTag, "Failed to move %s to %s [%d]", from.c_str(), to.c_str(), error);
   return Status::Failed("Failed to move", from + " to " + to, ErrorWords(error));
@@ -119,7 +115,7 @@ Status NoteMove(const CertificateLock& lock, const std::string& fresh,
 }
 
 Status FinishNotedMove(const CertificateLock& lock) {
-  if (!lock.Held()) return NotLocked(lock.Id());
+  if (!lock.Held()) return lock.Outcome();
   if (!IsMoveNoted(lock.Id())) return {};
   const std::optional<Note> note = ReadNote(lock.Id());
   if (!note) return Distrust(lock.Id());
@@ -142,7 +138,7 @@ bool IsMoveNoted(const std::string& id) {
 }
 
 Status ForgetMove(const CertificateLock& lock) {
-  if (!lock.Held()) return NotLocked(lock.Id());
+  if (!lock.Held()) return lock.Outcome();
   return RemoveNote(lock.Id());
 }
 

@@ -46,13 +46,14 @@ std::string CertificateIdOfPath(const std::string& path) {
   return path.substr(prefix.size(), end == std::string::npos ? end : end - prefix.size());
 }
 
-Status ReadDefaultCertificate(std::string& id) {
+Status ReadDefaultCertificate(std::string& id, GoneDefault gone) {
   id.clear();
   std::string line;
   if (Status read = ReadDefaultLine(line); !read || line.empty()) return read;
   const std::string folder = CertificateFolder(line);
   if (!KLIBCFileCheckDir(folder)) {
     LogError(kTag, "[%s] doesn't exist.%s", folder.c_str(), ErrorTriple().c_str());
+    if (gone == GoneDefault::kIsNone) return {};
     return Status::FailedCall("[" + folder + "] doesn't exist", "");
   }
   id = line;

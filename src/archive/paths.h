@@ -20,6 +20,8 @@ using kova::kArchiveRoot;
 inline constexpr char kArchiveName[] = "_archive";  // the last component of the root
 inline constexpr char kIndexPath[] = "/usr/kova/etc/certificate/_archive/INFO";
 inline constexpr char kIndexStagingPath[] = "/usr/kova/etc/certificate/_archive/INFO.temp";
+// The service folder that is being replaced: {"destination": PATH}, gone when that is done.
+inline constexpr char kServiceMoveNote[] = "/usr/kova/etc/certificate/_archive/SERVICE_MOVE";
 inline constexpr char kDefaultPath[] = "/usr/kova/etc/certificate/_archive/DEFAULT";
 
 // The longest id that can be the default certificate's; a longer one is cut when it is read.
@@ -43,9 +45,11 @@ std::string CertificateFolder(const std::string& id);
 // archive has no such folder.
 [[nodiscard]] std::string DefaultCertificateId();
 
-// The same for callers to whom it matters why there is none. Fails where a message is logged, and
-// when there is a DEFAULT file that cannot be read; `id` is then empty.
-Status ReadDefaultCertificate(std::string& id);
+// The same for callers to whom it matters why there is none. Fails when there is a DEFAULT file
+// that cannot be read and, unless that is as good as none, when the archive has no such folder;
+// `id` is then empty.
+enum class GoneDefault { kIsFailure, kIsNone };
+Status ReadDefaultCertificate(std::string& id, GoneDefault gone = GoneDefault::kIsFailure);
 
 // True when `path` is a folder and written in its canonical form: no "..", no symbolic link, no
 // doubled or trailing "/". A path that leads elsewhere is logged.

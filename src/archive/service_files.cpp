@@ -45,7 +45,7 @@ Status Install(const std::string& archive, const std::string& folder, const std:
     LogError(kTag, "Failed to copy cert files from %s to %s", archive.c_str(), staging.c_str());
     return copied;
   }
-  Status moved = MoveDirectory(staging, folder);
+  Status moved = ReplaceNoted(staging, folder);
   if (!moved) LogError(kTag, "Failed to move %s to %s", staging.c_str(), folder.c_str());
   return moved;
 }

@@ -1,5 +1,7 @@
 #include "archive/service_object.h"
 
+#include <algorithm>
+
 #include "archive/paths.h"
 #include "base/json.h"
 #include "base/log.h"
@@ -65,6 +67,13 @@ Service ServiceFrom(const Json::Value& object) {
 bool IsSameService(const Json::Value& left, const Json::Value& right) {
   return NamesAService(left) && NamesAService(right) && left["subscriber"] == right["subscriber"] &&
          left["service"] == right["service"];
+}
+
+bool Lists(const Json::Value& entry, const Json::Value& object) {
+  const Json::Value& services = Member(entry, "services");
+  return services.isArray() &&
+         std::any_of(services.begin(), services.end(),
+                     [&](const Json::Value& element) { return IsSameService(element, object); });
 }
 
 bool HasSystemDefault(const Json::Value& services) {

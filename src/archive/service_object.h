@@ -35,6 +35,9 @@ struct Service {
 // Same subscriber and service; the other members do not matter. False for anything that lacks them.
 [[nodiscard]] bool IsSameService(const Json::Value& left, const Json::Value& right);
 
+// True when the certificate's entry of the index lists the service.
+[[nodiscard]] bool Lists(const Json::Value& entry, const Json::Value& object);
+
 // True when the array lists subscriber "system", service "default". Invalid elements are logged and
 // passed over.
 [[nodiscard]] bool HasSystemDefault(const Json::Value& services);

@@ -61,8 +61,10 @@ bool HandOver(const std::string& file, uid_t uid, gid_t gid) {
          fsync(opened.Get()) == 0;
 }
 
-// What failed before is what is told; what fails here is only logged.
+// What failed before is what is told; what fails here is only logged. Without a backup there is
+// nothing to put back, and the destination is all there is.
 Status PutBack(const std::string& backup, const std::string& destination, Status why) {
+  if (!KLIBCFileCheckDir(backup)) return why;
   if (RemoveTree(destination)) (void)Rename(backup, destination);
   return why;
 }

@@ -20,10 +20,15 @@ Status CleanDirectory(const std::string& path, mode_t mode);
 // `destination`.bak, from where it comes back when a step fails.
 Status MoveDirectory(const std::string& source, const std::string& destination);
 
-// Undoes what a MoveDirectory(source, destination) left that was killed before its rename: when the
-// destination is gone or a mere remnant of what stands whole in `destination`.bak, the latter
-// becomes the destination again. Anything else is left to the next move.
-void FinishInterruptedMove(const std::string& source, const std::string& destination);
+// MoveDirectory for a service's folder, which is noted durably while it lasts. One at a time: the
+// caller holds the lock of the services' folders.
+Status ReplaceNoted(const std::string& source, const std::string& destination);
+
+// Undoes what a ReplaceNoted left that was killed before its rename: when the noted destination is
+// gone or a mere remnant of what stands whole in its ".bak", the latter becomes the destination
+// again. Anything else is left to the next move; what no note tells of is never touched, since it
+// may be another service's. The caller holds the lock of the services' folders.
+void FinishInterruptedMove();
 
 // Copies source_folder/name to destination_folder/name: mode 0400, owned by uid:gid, flushed. At no
 // time is the copy open to anyone but root.

@@ -1,6 +1,8 @@
 // kova-archive add: enters a folder of the archive in the index.
 
+#include "archive/certificate_lock.h"
 #include "archive/index.h"
+#include "archive/noted_move.h"
 #include "archive/paths.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
@@ -43,6 +45,9 @@ Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
   bool added = false;
+  const cert_archive::CertificateLock certificate(id);  // key and certificate are compared
+  Require(certificate.Outcome());
+  Require(cert_archive::FinishNotedMove(certificate));
   Require(cert_archive::EditIndex(
       cert_archive::kUpdateTimeout,
       [&](Json::Value& info) {

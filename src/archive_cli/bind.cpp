@@ -5,7 +5,6 @@
 #include "archive/service_object.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/service_lock.h"
 #include "base/json.h"
 #include "platform/users.h"
 
@@ -55,6 +54,7 @@ void RequireServiceList(const Json::Value& info, const std::string& id) {
 Plan MakePlan(const Json::Value& info, const std::string& id, const Json::Value& wanted) {
   RequireEntry(info, id);
   RequireServiceList(info, id);
+  RequireOwnFolder(info, wanted);
   Plan plan{wanted, {}};
   Json::Value listed = FindService(info, id, wanted);
   for (const std::string& other : CertificatesWith(info, wanted)) {
@@ -79,43 +79,20 @@ IndexEdit Enter(Json::Value& info, const std::string& id, const Plan& plan) {
   return IndexEdit::kWrite;
 }
 
-// A damaged index may have listed it more than once.
-Status TakeOff(const std::vector<std::string>& ids, const Json::Value& object) {
-  if (ids.empty()) return {};
-  return cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
-    for (const std::string& id : ids) {
-      if (FindService(info, id, object).isNull()) continue;
-      UpdateServiceList(info[id]["services"], object, ListUpdate::kRemove);
-    }
-    return IndexEdit::kWrite;
-  });
-}
-
-Status Deploy(const std::string& id, const Plan& plan) {
-  Json::Value services(Json::arrayValue);
-  services.append(plan.object);
-  if (plan.sources.empty()) {
-    return cert_archive::RegisterAndDeploy(id, services, "", cert_archive::kActionRedeploy);
-  }
-  const std::vector<std::string> others(plan.sources.begin() + 1, plan.sources.end());
-  Status moved =
-      cert_archive::RegisterAndDeploy(id, services, plan.sources[0], cert_archive::kActionMove);
-  return moved ? TakeOff(others, plan.object) : moved;
-}
-
 Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
   const Json::Value wanted = WantedService(arguments);
   const std::string title = ServiceTitle(wanted);
   Plan plan;
-  const ServiceLock lock;
   Require(cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
     plan = MakePlan(info, id, wanted);
     return Enter(info, id, plan);
   }));
-  Require(Deploy(id, plan), title + " could not be served with [" + id + "]: ");
-  if (FindService(ReadIndexOrFail(), id, wanted).isNull()) {
+  Require(cert_archive::TransferService(id, plan.object, ""),
+          title + " could not be served with [" + id + "]: ");
+  // Somebody else may have moved it on by now; that nobody lists it is another matter.
+  if (CertificatesWith(ReadIndexOrFail(), wanted).empty()) {
     throw Failure{title + " has the files of [" + id + "], but the index does not say so"};
   }
   Reply reply;

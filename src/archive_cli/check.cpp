@@ -1,9 +1,10 @@
-// kova-archive check: the integrity test, recovery included; with --host, a look at the host
-// instead.
+// kova-archive check: the integrity test, recovery included; with --host or --expiry, a look at the
+// host or at the certificates' ends instead.
 
 #include <limits>
 
 #include "archive/integrity.h"
+#include "archive_cli/check_expiry.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/host_check.h"
@@ -41,8 +42,10 @@ void Report(const std::string& id, const Verdict& verdict, Reply& reply) {
 Reply Run(const Arguments& arguments) {
   if (arguments.Has("host")) {
     if (!arguments.operands.empty()) throw UsageError{"--host takes no ID"};
+    if (arguments.Has("expiry")) throw UsageError{"--host takes no --expiry"};
     return ReportFindings(CheckHost());
   }
+  if (arguments.Has("expiry")) return CheckExpiry(arguments);
   const Json::Value info = ReadIndexOrFail();
   const std::vector<std::string> ids =
       arguments.operands.empty() ? info.getMemberNames() : arguments.operands;
@@ -67,7 +70,8 @@ const Command kCheck = {
     "[ID ...]",
     0,
     std::numeric_limits<size_t>::max(),
-    {{"host", nullptr, false, "tell what on this host would make issuance or renewal fail"}},
+    {{"host", nullptr, false, "tell what on this host would make issuance or renewal fail"},
+     {"expiry", "DAYS", false, "change nothing; fail when a certificate ends within DAYS"}},
     "Test certificates and repair those that lack files",
     Run};
 

@@ -3,6 +3,7 @@
 #include "archive/index.h"
 #include "archive/paths.h"
 #include "archive/service_object.h"
+#include "archive_cli/text.h"
 #include "base/json.h"
 
 namespace kova::archive_cli {
@@ -14,12 +15,38 @@ const Json::Value& ServicesOf(const Json::Value& info, const std::string& id) {
 }
 
 void RequirePlain(const char* what, const std::string& name) {
+  if (!IsWriting(name)) {
+    throw Failure{std::string(what) + " [" + name +
+                  "] holds a control character or bytes that are no UTF-8"};
+  }
   if (!cert_archive::IsPlainName(name)) {
     throw Failure{std::string(what) + " [" + name + "] is not a plain name"};
   }
 }
 
+// What the service's folder is built in and kept in while it is replaced would be the other's own.
+bool IsInTheWay(const std::string& left, const std::string& right) {
+  const auto is = [](const std::string& name, const std::string& base, const char* end) {
+    return name == base + end;
+  };
+  return is(left, right, ".bak") || is(left, right, ".temp") || is(right, left, ".bak") ||
+         is(right, left, ".temp");
+}
+
 }  // namespace
+
+void RequireOwnFolder(const Json::Value& info, const Json::Value& service) {
+  for (const std::string& id : info.getMemberNames()) {
+    for (const Json::Value& element : ServicesOf(info, id)) {
+      if (TextMember(element, "subscriber") != TextMember(service, "subscriber") ||
+          !IsInTheWay(TextMember(element, "service"), TextMember(service, "service"))) {
+        continue;
+      }
+      throw Failure{"the service [" + TextMember(service, "service") + "] cannot stand beside [" +
+                    TextMember(element, "service") + "]: their folders would destroy each other"};
+    }
+  }
+}
 
 void RequirePlainId(const std::string& id) { RequirePlain("the id", id); }
 

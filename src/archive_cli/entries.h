@@ -10,7 +10,8 @@
 
 namespace kova::archive_cli {
 
-// Throws Failure unless the id is one path component. Before anything is touched.
+// Throws Failure unless the id is one path component that can be written down. Before anything is
+// touched.
 void RequirePlainId(const std::string& id);
 
 // Throws Failure unless the index has a certificate of that id.
@@ -22,6 +23,10 @@ Json::Value ReadIndexOrFail();
 // A service as the options --subscriber and --service name it, with nothing else in it. Throws
 // Failure for names that would lead elsewhere than to a folder of their own.
 Json::Value NamedService(const Arguments& arguments, bool is_package);
+
+// Throws Failure when the index holds a service of the same subscriber whose name differs from this
+// one's only by ".bak" or ".temp" at its end.
+void RequireOwnFolder(const Json::Value& info, const Json::Value& service);
 
 // "subscriber/service".
 std::string ServiceTitle(const Json::Value& service);

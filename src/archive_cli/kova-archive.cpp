@@ -1,10 +1,14 @@
 // kova-archive: the certificate archive on the command line. A thin front over the archive's own
 // code: it adds no rules of its own.
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "archive_cli/arguments.h"
@@ -104,7 +108,12 @@ int Run(const std::vector<std::string>& words) {
 
 }  // namespace kova::archive_cli
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   kova::platform::PrepareProcess();
   return kova::archive_cli::Run({argv + (argc > 0 ? 1 : 0), argv + argc});
+} catch (const std::bad_alloc&) {
+  // Without any memory of our own: there may be none.
+  constexpr std::string_view kMessage = "kova-archive: out of memory\n";
+  (void)!write(STDERR_FILENO, kMessage.data(), kMessage.size());
+  return 1;
 }

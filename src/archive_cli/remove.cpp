@@ -2,7 +2,9 @@
 
 #include <filesystem>
 
+#include "archive/certificate_lock.h"
 #include "archive/index.h"
+#include "archive/noted_move.h"
 #include "archive/paths.h"
 #include "archive/utils.h"
 #include "archive_cli/command.h"
@@ -28,7 +30,10 @@ void RequireUnused(const Json::Value& info, const std::string& id) {
   if (!services.empty()) {
     throw Failure{"certificate [" + id + "] has services: " + Joined(ServiceTitles(info, id))};
   }
-  if (id == cert_archive::DefaultCertificateId()) {
+  std::string default_id;
+  Require(cert_archive::ReadDefaultCertificate(default_id, cert_archive::GoneDefault::kIsNone),
+          "cannot tell whether it is the default certificate: ");
+  if (id == default_id) {
     throw Failure{"certificate [" + id + "] is the default certificate"};
   }
   const std::string folder = cert_archive::CertificateFolder(id);
@@ -54,7 +59,10 @@ void DeleteFolder(const std::string& folder) {
 Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
-  // Held until the folder is gone, so that nobody enters or uses it meanwhile.
+  // Both held until the folder is gone, so that nobody enters, copies or heals it meanwhile.
+  const cert_archive::CertificateLock certificate(id);
+  Require(certificate.Outcome());
+  Require(cert_archive::FinishNotedMove(certificate));  // else its fresh folder would stay
   const cert_archive::IndexLock lock(cert_archive::kUpdateTimeout);
   TakeOut(lock, id);
   DeleteFolder(cert_archive::CertificateFolder(id));

@@ -56,6 +56,19 @@ std::string Printable(const std::string& text) {
   return printable;
 }
 
+bool IsWriting(const std::string& text) {
+  const Utf8 tables;
+  std::mbstate_t state{};
+  for (size_t at = 0; at < text.size();) {
+    wchar_t wide = 0;
+    const size_t length = std::mbrtowc(&wide, text.data() + at, text.size() - at, &state);
+    const bool decoded = length > 0 && length <= text.size() - at;
+    if (!decoded || std::iswcntrl(static_cast<wint_t>(wide)) != 0) return false;
+    at += length;
+  }
+  return true;
+}
+
 size_t Width(const std::string& text) {
   size_t sum = 0;
   ForEachCharacter(text, [&](std::string_view, int width) {

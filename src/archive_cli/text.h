@@ -9,6 +9,9 @@ namespace kova::archive_cli {
 // are written by strangers and must not steer a terminal.
 std::string Printable(const std::string& text);
 
+// True for UTF-8 without control characters: what can be kept as JSON and shown to people.
+bool IsWriting(const std::string& text);
+
 // Columns that the text takes. `text` must be printable.
 size_t Width(const std::string& text);
 

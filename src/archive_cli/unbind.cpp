@@ -6,7 +6,6 @@
 #include "archive/service_object.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
-#include "archive_cli/service_lock.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -31,19 +30,24 @@ Status TakeOff(const std::string& id, const Json::Value& service) {
   });
 }
 
+// Empty when no certificate is the default one. A DEFAULT file that names a folder that is gone is
+// as good as none; one that cannot be read may name anything.
+std::string Heir() {
+  std::string id;
+  const Status read = cert_archive::ReadDefaultCertificate(id, cert_archive::GoneDefault::kIsNone);
+  Require(read);
+  return id;
+}
+
 Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
   // Which tree the service lives in does not matter here: the list knows.
   const Json::Value named = NamedService(arguments, /*is_package=*/true);
-  const ServiceLock lock;
   const Json::Value listed = RequireListed(ReadIndexOrFail(), id, named);
   const std::string title = ServiceTitle(named);
-  const std::string heir = cert_archive::DefaultCertificateId();
-  Json::Value services(Json::arrayValue);
-  services.append(listed);
-  Require(heir.empty() ? TakeOff(id, named)
-                       : cert_archive::HandToDefault(services, cert_archive::kActionMove, id),
+  const std::string heir = Heir();
+  Require(heir.empty() ? TakeOff(id, named) : cert_archive::TransferService(heir, listed, id),
           title + " could not be taken from [" + id + "]: ");
   // The default certificate hands its own service to nobody.
   const bool handed = !heir.empty() && heir != id;

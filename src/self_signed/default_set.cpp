@@ -1,10 +1,13 @@
 #include "self_signed/default_set.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 
 #include "base/log.h"
+#include "platform/fd.h"
 #include "platform/files.h"
 #include "platform/process.h"
 #include "self_signed/mkcert.h"
@@ -70,7 +73,11 @@ Status SignServer(const SetPaths& paths) {
   order.key = paths.ca_key;
   order.days = kDays;
   order.aliases = kServerName;
-  return SignCertificate(order);
+  Status done = SignCertificate(order);
+  if (done || HoldsSerial()) return done;
+  // The tool's own complaint is about its syntax.
+  return Status::Failed("Failed to generate cert:", std::string("[") + kSerialFile + "]",
+                        "holds no serial number");
 }
 
 // Logs the step that failed and passes its cause on.
@@ -130,6 +137,23 @@ Status GenerateServer(const SetPaths& paths) {
   return CopyChain(paths);
 }
 
+Status Flush(const std::string& path) {
+  const platform::Fd opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (opened && fsync(opened.Get()) == 0) return {};
+  const int error = errno;
+  LogError(kTag, "Failed to flush %s (%s)", path.c_str(), ErrorWords(error).c_str());
+  return Status::Failed("Failed to flush", path, ErrorWords(error));
+}
+
+// The tools leave that to the kernel; a set that is reported made is to outlive a power cut.
+Status FlushAll(const std::string& folder, const SetPaths& paths) {
+  for (const std::string& path : {paths.ca_key, paths.ca_certificate, paths.key, paths.certificate,
+                                  paths.full_chain, paths.marker}) {
+    if (Status flushed = Flush(path); !flushed) return flushed;
+  }
+  return Flush(folder);
+}
+
 Status MarkDefault(const SetPaths& paths) {
   if (KLIBCFileTouch(paths.marker) == 0) return {};
   LogError(kTag, "Failed to touch default cert");
@@ -146,7 +170,8 @@ Status GenerateDefaultSet(const std::string& folder, const GenerationLock& lock)
   const SetPaths paths(folder);
   if (Status made = GenerateCa(paths); !made) return Fail(made, kNoCa);
   if (Status made = GenerateServer(paths); !made) return Fail(made, "Failed to generate cert set");
-  return MarkDefault(paths);
+  if (Status marked = MarkDefault(paths); !marked) return marked;
+  return FlushAll(folder, paths);
 }
 
 Status GenerateDefaultSet(const std::string& folder) {

@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <optional>
 
+#include "base/files.h"
 #include "base/log.h"
 #include "platform/device.h"
 #include "platform/file_writer.h"
@@ -68,6 +70,14 @@ Status CreateSerialFile() {
 bool HasSerialFile() {
   struct stat status {};
   return stat(kSerialFile, &status) == 0 && status.st_size > 0;
+}
+
+bool HoldsSerial() {
+  std::string text = ReadTextFile(kSerialFile);
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char character) {
+    return std::isxdigit(character) != 0;
+  });
 }
 
 }  // namespace kova::mkcert

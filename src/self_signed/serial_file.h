@@ -23,4 +23,7 @@ Status CreateSerialFile();
 // leaves the file empty, and would refuse it for ever.
 [[nodiscard]] bool HasSerialFile();
 
+// True when the file holds hexadecimal digits, at least one, and nothing else but a line end.
+[[nodiscard]] bool HoldsSerial();
+
 }  // namespace kova::mkcert

@@ -80,6 +80,7 @@ def test_options():
     assert complete("kova-archive", "bind", "aC", "--s") == ["--service", "--subscriber"]
     assert complete("kova-archive", "add", "x", "--d") == ["--desc"]
     assert complete("kova-archive", "check", "--h") == ["--help", "--host"]
+    assert complete("kova-archive", "check", "--expiry", "") == []
 
 
 @pytest.mark.parametrize("command", ["list", "add", "remove", "default", "bind", "unbind",

@@ -680,6 +680,48 @@ def test_check_without_an_index_fails(cli):
     failed(cli.run("check"), f"check: {BROKEN}: No such file or directory")
 
 
+def test_check_names_a_damaged_serial_file(cli):
+    folder = cli.certificate("abc")
+    remove(folder + "/cert.pem")
+    cli.host.write("/usr/kova/etc/ssl/.mkcert.serial", "no number", 0o600)
+    result = cli.run("check")
+    reason = ("Failed to generate default certificate to recover for [abc]: Failed to generate cert: "
+              "[/usr/kova/etc/ssl/.mkcert.serial]: holds no serial number")
+    assert (result.status, result.stdout) == (1, f"abc: failed ({reason})\n")
+    assert result.stderr.startswith(f"kova-archive: check: abc: {reason}")
+
+
+def test_check_expiry_tells_what_ends_soon_and_changes_nothing(cli):
+    cli.certificate("fine", days=60.5)
+    cli.certificate("soon", days=10.5)
+    cli.certificate("past", days=-0.02)
+    remove(cli.certificate("lost") + "/cert.pem")
+    before = expect.tree("/usr/kova")
+    ends = {identity: x509.load_pem_x509_certificate(
+        expect.read(folder_of(identity) + "/cert.pem").encode()).not_valid_after.strftime(
+            "%Y-%m-%dT%H:%M:%SZ") for identity in ("soon", "past")}
+    result = cli.run("check", "--expiry", "30")
+    assert result.status == 1
+    assert result.stdout == ("lost: its cert.pem cannot be read\n"
+                             f"past: ended at {ends['past']}\nsoon: ends at {ends['soon']}\n")
+    assert result.stderr == "kova-archive: check: 3 of 4 certificates need attention\n"
+    assert expect.tree("/usr/kova") == before
+    with_json = cli.run("check", "--expiry", "30", "--json", "soon", "fine", "none")
+    assert with_json.document == {
+        "error": 1, "msg": "2 of 3 certificates need attention", "findings": [
+            {"id": "soon", "finding": f"ends at {ends['soon']}"},
+            {"id": "none", "finding": "is not a certificate of the index"}]}
+    done(cli.run("check", "--expiry", "0", "soon", "fine"), "")
+    done(cli.run("check", "--expiry", "60", "fine"), "")
+    assert cli.run("check", "--expiry", "61", "fine").status == 1
+
+
+@pytest.mark.parametrize("days", ["", "x", "-1", "1.5", "36501", "99999999999"])
+def test_check_expiry_wants_a_number_of_days(cli, days):
+    refused(cli.run("check", f"--expiry={days}"), "--expiry takes a number of days, 0 to 36500",
+            "check")
+
+
 # -- self-signed ------------------------------------------------------------------------------------
 
 

@@ -66,9 +66,13 @@ def test_processes_moving_one_service_at_once_leave_it_with_one_certificate(cli)
     deployed(folder_of(holder))
 
 
+DEPLOY_LOCK = "/run/kova-certificate-deploy.lock"
+
+
 def test_a_service_that_others_are_moving_is_waited_for(cli):
+    cli.certificate("old", service())
     cli.certificate("abc")
-    with open("/run/kova-archive.lock", "w", encoding="ascii") as lock:
+    with open(DEPLOY_LOCK, "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         process = start(*binding("abc", "web"))
         time.sleep(0.5)
@@ -79,20 +83,151 @@ def test_a_service_that_others_are_moving_is_waited_for(cli):
 
 def test_without_its_lock_no_service_is_moved(cli):
     cli.certificate("abc", service())
-    before = expect.tree(paths.ARCHIVE)
+    cli.certificate("std")
+    cli.default("std")
+    before = cli.index()
     with contextlib.suppress(FileNotFoundError):
-        os.unlink("/run/kova-archive.lock")
-    os.mkdir("/run/kova-archive.lock")
+        os.unlink(DEPLOY_LOCK)
+    os.mkdir(DEPLOY_LOCK)
     try:
-        for words in (binding("abc", "web"),
-                      ("unbind", "abc", "--subscriber", "nginx", "--service", "web")):
-            result = cli.run(*words)
-            assert (result.status, result.stdout) == (1, "")
-            assert result.stderr == (f"kova-archive: {words[0]}: cannot lock "
-                                     "/run/kova-archive.lock: Invalid argument\n")
+        failed(cli.run(*binding("std", "web")), "bind: nginx/web could not be served with [std]: "
+                                                f"cannot lock [{DEPLOY_LOCK}]: Invalid argument")
+        result = cli.unbind("abc")
+        failed(result, "unbind: nginx/web could not be taken from [abc]: "
+                       f"cannot lock [{DEPLOY_LOCK}]: Invalid argument")
+        assert "utils.cpp:# Failed to set cert [std] for [nginx][web]." in result.errors
     finally:
-        os.rmdir("/run/kova-archive.lock")
-    assert expect.tree(paths.ARCHIVE) == before
+        os.rmdir(DEPLOY_LOCK)
+    assert cli.index() == before
+
+
+def test_a_reload_script_may_call_the_program_itself(cli):
+    cli.certificate("abc")
+    folder = cli.certificate("other")
+    inner = " ".join(binding("other", "inner", "mail"))
+    cli.reloads.script(then=f"{PROGRAM} {inner}")
+    began = time.monotonic()
+    done(cli.bind("abc"), "nginx/web uses abc now.\n")
+    assert time.monotonic() - began < 20
+    assert cli.services("other") == ["mail/inner"]
+    deployed(folder, service_folder("mail", "inner"))
+
+
+def test_while_a_reload_script_runs_others_can_bind(cli):
+    cli.certificate("abc")
+    go_on = cli.host.workspace + "/go-on"
+    cli.reloads.script(then=f"while [ ! -e {go_on} ]; do sleep 0.05; done")
+    first = start(*binding("abc", "slow"))
+    while not cli.reloads.lines:
+        time.sleep(0.02)
+    done(cli.run(*binding("abc", "quick", "mail")))
+    assert first.poll() is None
+    cli.host.write(go_on, "")
+    ended_well([first])
+    assert sorted(cli.services("abc")) == ["mail/quick", "nginx/slow"]
+
+
+@pytest.mark.parametrize("there, new", [("web", "web.bak"), ("web", "web.temp"),
+                                        ("web.bak", "web"), ("web.temp", "web")])
+def test_services_whose_folders_would_destroy_each_other_are_refused(cli, there, new):
+    folder = cli.certificate("abc", service("nginx", there))
+    cli.certificate("new")
+    done(cli.run("deploy", "abc"))
+    before = expect.tree("/usr/kova/etc/certificate")
+    failed(cli.bind("new", service=new), f"bind: the service [{new}] cannot stand beside [{there}]: "
+                                         "their folders would destroy each other")
+    assert expect.tree("/usr/kova/etc/certificate") == before
+    deployed(folder, service_folder("nginx", there))
+    done(cli.bind("new", subscriber="mail", service=new))  # another subscriber's are elsewhere
+
+
+def test_the_folder_of_a_service_of_such_a_name_is_not_adopted(cli):
+    cli.certificate("abc", service("nginx", "web.bak"))
+    folder = cli.certificate("new", service("nginx", "web", owner="no-such-user"))
+    done(cli.run("deploy", "abc"))
+    before = expect.tree(service_folder("nginx", "web.bak"))
+    assert cli.run("deploy", "new").status == 1
+    assert expect.tree(service_folder("nginx", "web.bak")) == before and folder
+
+
+BAD_NAMES = [b"a\nb", b"a\x1b[2J", b"\xff", b"a\xc3", b"\x7f"]
+
+
+@pytest.mark.parametrize("name", BAD_NAMES)
+def test_names_that_cannot_be_written_down_are_refused(cli, name):
+    cli.certificate("abc", service())
+    os.mkdir(os.path.join(paths.ARCHIVE.encode(), name))
+    before = expect.tree("/usr/kova/etc/certificate/nginx") if os.path.isdir(service_folder()) else None
+    index = expect.read(INDEX)
+    for words in (["add", name], ["remove", name], ["default", name], ["deploy", name],
+                  [*binding("abc", name)], [*binding("abc", "x", name)], [*binding(name, "x")]):
+        run = subprocess.run([PROGRAM, *words], env=ENVIRONMENT, capture_output=True, check=False)
+        assert run.returncode == 1 and run.stdout == b""
+        assert run.stderr.endswith(b"] holds a control character or bytes that are no UTF-8\n")
+        assert run.stderr.count(b"\n") == 1
+    assert expect.read(INDEX) == index and before is None
+
+
+@pytest.mark.parametrize("index", [b'{"abc": {"services": []}, "\xff": {}}',
+                                   b'{"abc": {"services": [], "serial": 99999999999999999999999}}'])
+def test_an_index_that_a_rewrite_would_not_keep_stays(cli, index):
+    cli.certificate("abc")
+    with open(INDEX, "wb") as file:
+        file.write(index)
+    result = cli.bind("abc")
+    failed(result, f"bind: cannot change [{INDEX}]: it would hold what JSON does not keep (bytes "
+                   "that are no UTF-8, or numbers that are too large)")
+    with open(INDEX, "rb") as file:
+        assert file.read() == index
+    assert not os.path.exists(service_folder())
+
+
+def test_a_default_that_cannot_be_read_is_not_taken_for_none(cli):
+    cli.certificate("abc", service())
+    cli.certificate("std")
+    os.symlink("DEFAULT", paths.ARCHIVE + "/DEFAULT")  # leads to itself
+    before = expect.read(INDEX)
+    why = f"cannot read {paths.ARCHIVE}/DEFAULT: Too many levels of symbolic links"
+    failed(cli.unbind("abc"), f"unbind: {why}")
+    failed(cli.run("remove", "std"),
+           f"remove: cannot tell whether it is the default certificate: {why}")
+    failed(cli.run("default"), f"default: {why}")
+    assert expect.read(INDEX) == before and os.path.isdir(folder_of("std"))
+
+
+def test_without_memory_it_ends_with_one_line(cli):
+    cli.write_index('{"abc": {"desc": "' + "x" * 50000000 + '"}}')
+    said = set()
+    for megabytes in range(60, 500, 40):
+        limited = ["/usr/bin/prlimit", f"--as={megabytes * 1000000}", PROGRAM, "list"]
+        run = subprocess.run(limited, env=ENVIRONMENT, capture_output=True, check=False)
+        assert run.returncode in (0, 1), (megabytes, run.returncode)
+        if run.returncode == 1:
+            assert run.stdout == b"" and run.stderr.count(b"\n") == 1
+            said.add(run.stderr)
+    assert b"kova-archive: out of memory\n" in said
+
+
+def test_unbind_carries_the_other_members_of_the_service(cli):
+    cli.certificate("abc", service(colour=7, display_name_i18n="web:site"))
+    cli.certificate("std")
+    cli.default("std")
+    done(cli.unbind("abc"))
+    assert cli.index()["std"]["services"] == [service(colour=7, display_name_i18n="web:site")]
+
+
+def test_remove_holds_the_index_until_the_folder_is_gone(cli):
+    cli.certificate("abc")
+    seen = cli.host.workspace + "/seen"
+    os.rename("/usr/bin/rm", "/usr/bin/rm.real")
+    try:
+        cli.host.write("/usr/bin/rm", "#!/bin/sh\nfor lock in " + LOCK + " /run/kova-certificate/abc;"
+                       " do flock -n $lock true && echo free || echo held; done >> " + seen +
+                       "\nexec /usr/bin/rm.real \"$@\"\n", 0o755)
+        done(cli.run("remove", "abc"))
+    finally:
+        os.rename("/usr/bin/rm.real", "/usr/bin/rm")
+    assert expect.read(seen) == "held\nheld\n"
 
 
 def test_processes_of_all_kinds_at_once(cli):
@@ -204,13 +339,15 @@ def reap_orphans(session):
 def test_after_a_kill_index_and_services_are_old_or_new(cli):
     random.seed(7)
     folders = [cli.certificate(identity) for identity in ("one", "two")]
+    began = time.monotonic()
     done(cli.run(*binding("one", "web")))
+    whole_run = time.monotonic() - began
     before = cli.index()
     where, moved = "one", 0
     for _ in range(40):
         other = "two" if where == "one" else "one"
         process = start(*binding(other, "web"), **NO_WAITS)
-        time.sleep(random.uniform(0, 0.12))
+        time.sleep(random.uniform(0, whole_run * 1.5))
         process.send_signal(signal.SIGKILL)
         process.communicate()
         reap_orphans(process.pid)

@@ -147,4 +147,45 @@ ReplacedTool::ReplacedTool(const std::string& name, const std::string& script)
 
 ReplacedTool::~ReplacedTool() { fs::rename(path_ + ".real", path_); }
 
+namespace {
+
+constexpr char kOpenssl[] = "/usr/bin/openssl";
+constexpr char kGenuine[] = "/usr/bin/openssl.genuine";
+constexpr int kDealt = 8;
+
+void MakeKeysOnce() {
+  if (Exists("/tmp/dealt")) return;
+  MakeFolder("/tmp/dealt");
+  for (int i = 0; i < kDealt; ++i) {
+    const std::string make = std::string(kOpenssl) + " genrsa -out /tmp/dealt/" +
+                             std::to_string(i) + " 2048 2>/dev/null";
+    EXPECT_EQ(std::system(make.c_str()), 0);
+  }
+  Write("/tmp/dealt/next", "0\n");
+}
+
+constexpr char kDealer[] = R"(
+if [ "$1" = genrsa ]; then
+  for word; do [ "$before" = -out ] && out=$word; before=$word; done
+  read -r next < /tmp/dealt/next
+  echo $(( (next + 1) % 8 )) > /tmp/dealt/next
+  [ "$word" = 2048 ] && exec /usr/bin/cat "/tmp/dealt/$next" > "$out"
+fi
+exec /usr/bin/openssl.genuine "$@"
+)";
+
+}  // namespace
+
+DealtKeys::DealtKeys() {
+  MakeKeysOnce();
+  fs::rename(kOpenssl, kGenuine);
+  WriteProgram(kOpenssl, kDealer);
+}
+
+DealtKeys::~DealtKeys() { fs::rename(kGenuine, kOpenssl); }
+
+void NoteReplacement(const std::string& destination) {
+  Write(std::string(kRoot) + "/SERVICE_MOVE", "{\"destination\": \"" + destination + "\"}");
+}
+
 }  // namespace kova::test

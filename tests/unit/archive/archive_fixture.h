@@ -78,4 +78,18 @@ class ReplacedTool {
   std::string path_;
 };
 
+// As long as it lives, the openssl tool does not search for RSA keys of 2048 bits: it is dealt ones
+// that were made once, a different one each time for a while. For tests that are not about the
+// making of keys. A ReplacedTool may be put on top.
+class DealtKeys {
+ public:
+  DealtKeys();
+  ~DealtKeys();
+  DealtKeys(const DealtKeys&) = delete;
+  DealtKeys& operator=(const DealtKeys&) = delete;
+};
+
+// What the note of a service folder's replacement says while it lasts.
+void NoteReplacement(const std::string& destination);
+
 }  // namespace kova::test

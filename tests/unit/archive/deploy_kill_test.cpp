@@ -88,7 +88,6 @@ TEST_F(DeployUnderFireTest, AKilledRunLeavesTheWholeOldOrTheWholeNewSet) {
   EXPECT_LT(changed, 80) << "no run was killed in time";
   RecordProperty("found_in_backup", in_backup);
   // A later run cleans up.
-  platform::SleepFor(std::chrono::seconds(1));
   ASSERT_TRUE(RegisterAndDeploy("one", smtp_, "", kActionRedeploy));
   EXPECT_EQ(SetIn(folder_), "one");
   EXPECT_THAT(Names("/usr/kova/etc/certificate/mail"), ElementsAre("smtp"));
@@ -115,6 +114,32 @@ TEST_F(DeployUnderFireTest, RunsForOneServiceDoNotMixTheirFiles) {
   }
   EXPECT_NE(SetIn(folder_), "");
   EXPECT_THAT(Names("/usr/kova/etc/certificate/mail"), ElementsAre("smtp"));
+}
+
+TEST_F(DeployUnderFireTest, ASecondRunCopiesNothingUntilTheFirstIsDone) {
+  const test::ReplacedTool cp(
+      "cp",
+      "[ \"$1\" = -f ] && echo \"$2\" >> /usr/kova/copied\n"
+      "touch /usr/kova/busy\n"
+      "while [ -e /usr/kova/hold ]; do sleep 0.01; done\nexec $REAL \"$@\"");
+  Write("/usr/kova/hold", "");
+  const auto start = [&](const char* id) {
+    const pid_t run = fork();
+    if (run == 0) _exit(RegisterAndDeploy(id, smtp_, "", kActionRedeploy) ? 0 : 1);
+    return run;
+  };
+  const pid_t first = start("one");
+  while (!Exists("/usr/kova/busy")) usleep(1000);
+  const pid_t second = start("two");
+  usleep(200000);
+  EXPECT_EQ(Read("/usr/kova/copied"), Folder("one/cert.pem") + "\n");
+  test::RemoveAll("/usr/kova/hold");
+  for (const pid_t run : {first, second}) {
+    int status = -1;
+    waitpid(run, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(SetIn(folder_), "two");
 }
 
 TEST_F(DeployUnderFireTest, EightProcessesMovingServicesLoseNone) {

@@ -5,10 +5,12 @@
 
 #include <filesystem>
 
+#include "archive/noted_move.h"
 #include "archive/paths.h"
 #include "archive/service_files.h"
 #include "archive_fixture.h"
 #include "base/json.h"
+#include "sleep_counter.h"
 
 namespace {
 
@@ -174,6 +176,8 @@ TEST_F(DeployTest, LosesNothingOfAKilledMoveWhenTheNextOneFails) {
   for (const char* name : {"cert.pem", "privkey.pem", "fullchain.pem"}) {
     Write(std::string(kSmtp) + ".bak/" + name, "old");
   }
+  test::NoteReplacement(kSmtp);
+  const test::SleepCounter sleeps;
   const ReplacedTool cp("cp", "exit 1");
   EXPECT_FALSE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
   EXPECT_EQ(Read(std::string(kSmtp) + "/privkey.pem"), "old");
@@ -590,8 +594,116 @@ TEST_F(AddServiceTest, RefreshesAfterPuttingBackAnInterruptedMove) {
   for (const char* name : {"cert.pem", "privkey.pem", "fullchain.pem"}) {
     Write(std::string(kSmtp) + ".bak/" + name, "old");
   }
+  test::NoteReplacement(kSmtp);
+  const test::SleepCounter sleeps;
   EXPECT_TRUE(RegisterAndDeploy("dst", List({smtp_}), "", 3));
   EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "old");
+}
+
+TEST_F(DeployTest, CopiesTheChainBeforeTheCa) {
+  AddCertificate("abc");
+  Write(Folder("abc/chain.pem"), "chain");
+  Write(Folder("abc/kova-ca-cert.pem"), "ca");
+  const ReplacedTool cp(
+      "cp", "[ \"$1\" = -f ] && echo \"${3##*/}\" >> /usr/kova/copied; exec $REAL \"$@\"");
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_EQ(Read("/usr/kova/copied"),
+            "cert.pem\nprivkey.pem\nfullchain.pem\nchain.pem\nkova-ca-cert.pem\n");
+}
+
+TEST_F(DeployTest, WithoutALockEveryServiceIsLoggedAsNotSet) {
+  AddCertificate("abc");
+  const Json::Value services = List({smtp_, ServiceObject("mail", "imap")});
+  for (const char* lock : {"/run/kova-certificate-deploy.lock", "/run/kova-certificate/abc"}) {
+    syslog_.Clear();
+    test::RemoveAll(lock);
+    MakeFolder(lock);  // cannot be locked
+    EXPECT_EQ(RegisterAndDeploy("abc", services, "", 2).Text(),
+              "cannot lock [" + std::string(lock) + "]: Invalid argument");
+    test::RemoveAll(lock);
+    const std::string failed = "utils.cpp:# Lock list file [" + std::string(lock) + "] failed";
+    EXPECT_THAT(
+        Log(), ElementsAre(failed, "utils.cpp:# Failed to set cert [abc] for [mail][smtp].", failed,
+                           "utils.cpp:# Failed to set cert [abc] for [mail][imap]."));
+  }
+  EXPECT_FALSE(Exists(kSmtp));
+}
+
+TEST_F(DeployTest, TellsWhatFailedAndNotWhatWasPutRight) {
+  const test::DealtKeys keys;
+  AddCertificate("abc");
+  std::filesystem::remove(Folder("abc/fullchain.pem"));
+  Write("/usr/kova/etc/certificate/mail", "a file is in the way");
+  EXPECT_EQ(RegisterAndDeploy("abc", List({smtp_}), "", 2).Text(),
+            "Failed to create /usr/kova/etc/certificate/mail/smtp: Not a directory");
+  EXPECT_THAT(Log(), Contains(HasSubstr("Lack of necessary files")));
+}
+
+TEST_F(DeployTest, FinishesANotedMoveBeforeItCopies) {
+  AddCertificate("abc", List({smtp_}));
+  Write(Folder("Fresh1/cert.pem"), "new");
+  {
+    const CertificateLock lock("abc");
+    ASSERT_TRUE(NoteMove(lock, Folder("Fresh1"), {"cert.pem"}));
+  }
+  bool has_default = false;
+  EXPECT_TRUE(DeployToOwnServices("abc", has_default));
+  EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "new");
+  EXPECT_FALSE(IsMoveNoted("abc")) << "its services have the new files";
+}
+
+TEST_F(MoveServiceTest, TestsTheTargetBeforeTheSource) {
+  AddCertificate("src", List({smtp_}));
+  AddCertificate("dst");
+  // Both are taken out of the index while the files are copied.
+  const ReplacedTool cp("cp", "echo '{}' > " + std::string(kInfo) + "; exec $REAL \"$@\"");
+  EXPECT_EQ(RegisterAndDeploy("dst", List({smtp_}), "src", 0).Text(), "Invalid cert id: [dst]");
+  EXPECT_THAT(Log(),
+              ElementsAre("utils.cpp:# Invalid cert id: [dst]",
+                          "utils.cpp:# Failed to update cert info for smtp from src to dst"));
+}
+
+class TransferTest : public DeployTest {};
+
+TEST_F(TransferTest, TakesTheServiceFromWhoeverListsItByThen) {
+  AddCertificate("one", List({smtp_, ServiceObject("a", "a")}));
+  AddCertificate("two", List({smtp_}));
+  AddCertificate("dst");
+  EXPECT_TRUE(TransferService("dst", smtp_, ""));
+  EXPECT_EQ(Services("one"), List({ServiceObject("a", "a")}));
+  EXPECT_EQ(Services("two"), List({}));
+  EXPECT_EQ(Services("dst"), List({smtp_}));
+  EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "dst cert.pem\n");
+}
+
+TEST_F(TransferTest, LeavesTheIndexWhenTheTargetAloneListsIt) {
+  AddCertificate("dst", List({smtp_}));
+  const auto stamp = std::filesystem::last_write_time(kInfo);
+  EXPECT_TRUE(TransferService("dst", smtp_, ""));
+  EXPECT_EQ(std::filesystem::last_write_time(kInfo), stamp);
+  EXPECT_TRUE(HoldsRequiredFiles(kSmtp));
+}
+
+TEST_F(TransferTest, TakesNothingFromACertificateThatNoLongerListsIt) {
+  AddCertificate("src");
+  AddCertificate("other", List({smtp_}));
+  AddCertificate("dst");
+  EXPECT_EQ(TransferService("dst", smtp_, "src").Text(),
+            "certificate [src] does not list the service any more");
+  EXPECT_FALSE(Exists(kSmtp));
+  EXPECT_EQ(Services("other"), List({smtp_}));
+}
+
+TEST_F(TransferTest, HoldsNoLockWhileItReloads) {
+  AddCertificate("src", List({smtp_}));
+  AddCertificate("dst");
+  test::WriteProgram("/usr/libexec/certificate.d/mail",
+                     "for lock in /run/*.lock /run/kova-certificate/* /tmp/*.lock; do\n"
+                     "  [ -f $lock ] || continue\n  echo $lock >> /usr/kova/tried\n"
+                     "  flock -n $lock true || echo $lock >> /usr/kova/held\ndone");
+  EXPECT_TRUE(TransferService("dst", smtp_, ""));
+  EXPECT_THAT(Read("/usr/kova/tried"), HasSubstr("kova-certificate-deploy.lock"));
+  EXPECT_FALSE(Exists("/usr/kova/held"));
 }
 
 class EntryPointTest : public DeployTest {};
@@ -605,6 +717,14 @@ TEST_F(EntryPointTest, DeploysACertificateToItsOwnServices) {
   AddCertificate("abc", List({smtp_, ServiceObject("system", "default")}));
   EXPECT_TRUE(DeployToOwnServices("abc", has_default));
   EXPECT_TRUE(has_default);
+}
+
+TEST_F(EntryPointTest, SetsTheSystemDefaultFlagOnSuccessOnly) {
+  AddCertificate("abc", List({ServiceObject("system", "default"),
+                              ServiceObject("mail", "smtp", "nobody-of-that-name")}));
+  bool has_default = false;
+  EXPECT_FALSE(DeployToOwnServices("abc", has_default));
+  EXPECT_FALSE(has_default);
 }
 
 TEST_F(EntryPointTest, LogsWhyItDidNotDeploy) {

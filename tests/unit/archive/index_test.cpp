@@ -192,6 +192,33 @@ TEST_F(IndexTest, EditFailsOnABrokenIndexWithoutTouchingIt) {
   EXPECT_THAT(Log(), ElementsAre(kNoInfo, kBadInfo, kBadInfo));
 }
 
+TEST_F(IndexTest, EditLeavesAnIndexThatARewriteWouldNotKeep) {
+  for (const std::string text :
+       {"{\"a\xff\": {\"services\": []}}", "{\"a\": {\"desc\": \"\xc3(\"}}",
+        "{\"a\": 18446744073709551616}", "{\"a\": [-123456789012345678901234567890]}",
+        "{\"a\\u0000b\": 1}"}) {
+    syslog_.Clear();
+    Write(kInfo, text);
+    EXPECT_EQ(
+        EditIndex(kUpdateTimeout, AddMark).Text(),
+        "cannot change [/usr/kova/etc/certificate/_archive/INFO]: it would hold what JSON does "
+        "not keep (bytes that are no UTF-8, or numbers that are too large)")
+        << text;
+    EXPECT_EQ(Read(kInfo), text);
+    EXPECT_THAT(Log(), ElementsAre("utils.cpp:# [/usr/kova/etc/certificate/_archive/INFO] is not "
+                                   "changed: it holds what a rewrite would not keep"));
+  }
+}
+
+TEST_F(IndexTest, EditKeepsTextsThatLookLikeHugeNumbers) {
+  Write(kInfo, R"({"a": "18446744073709551616", "18446744073709551617": "\\\" 1e5", "b": 1.5e300,
+                   "c": 0.12345678901234567890123, "d": -9223372036854775808})");
+  Json::Value expected = ReadInfo();
+  ASSERT_TRUE(EditIndex(kUpdateTimeout, AddMark));
+  expected["mark"] = true;
+  EXPECT_EQ(ReadInfo(), expected);
+}
+
 TEST_F(IndexTest, EditCanStartANewIndex) {
   ASSERT_TRUE(EditIndex(kUpdateTimeout, AddMark, MissingIndex::kIsEmpty));
   EXPECT_EQ(Read(kInfo), "{\n   \"mark\" : true\n}\n");

@@ -5,6 +5,8 @@
 
 #include <filesystem>
 
+#include "archive/deploy.h"
+#include "archive/noted_move.h"
 #include "archive_fixture.h"
 #include "test_certificates.h"
 
@@ -35,6 +37,8 @@ constexpr char kRecovering[] = "utils.cpp:# abc is incomplete, start recovering"
 
 class IntegrityTest : public ArchiveTest {
  protected:
+  const test::DealtKeys keys_;
+
   IntegrityTest() { AddHook("notify", "echo \"$@\" >> /usr/kova/notified"); }
 
   static void ExpectDefaultSet(const std::string& folder) {
@@ -181,6 +185,45 @@ TEST_F(IntegrityTest, SeveralProcessesRepairACertificateOnce) {
   }
   ExpectDefaultSet(Folder("abc"));
   EXPECT_EQ(Notified(), "certificate_broken\n");
+}
+
+TEST_F(IntegrityTest, HoldsNoLockWhileItNotifies) {
+  AddCertificate("abc", List({ServiceObject("mail", "smtp")}));
+  AddHook("service-running", "exit 1");
+  AddHook(
+      "notify",
+      "for lock in /run/kova-certificate/abc /run/kova-mkcert.lock "
+      "/run/kova-certificate-deploy.lock /tmp/kovacertificate_info.lock; do\n"
+      "  flock -n $lock true || echo $lock >> /usr/kova/held\ndone\necho asked >> /usr/kova/asked");
+  std::filesystem::remove(Folder("abc/cert.pem"));
+  EXPECT_TRUE(EnsureUsable("abc"));
+  EXPECT_EQ(Read("/usr/kova/asked"), "asked\n");
+  // A source that is healed in the middle of a move.
+  AddCertificate("dst");
+  std::filesystem::remove(Folder("abc/cert.pem"));
+  EXPECT_TRUE(RegisterAndDeploy("dst", test::Services("abc"), "abc", kActionMove));
+  EXPECT_EQ(Read("/usr/kova/asked"), "asked\nasked\n");
+  EXPECT_FALSE(Exists("/usr/kova/held")) << Read("/usr/kova/held");
+}
+
+TEST_F(IntegrityTest, HealsNothingWithoutTheCertificatesLock) {
+  AddCertificate("abc");
+  std::filesystem::remove(Folder("abc/cert.pem"));
+  Write("/run/kova-certificate", "a file in the way");
+  EXPECT_EQ(EnsureUsable("abc").Text(), "cannot lock [/run/kova-certificate/abc]: Not a directory");
+  EXPECT_FALSE(Exists(Folder("abc/cert.pem")));
+}
+
+TEST_F(IntegrityTest, FinishesANotedMoveFirst) {
+  AddCertificate("abc");
+  Write(Folder("Fresh1/cert.pem"), "new");
+  {
+    const CertificateLock lock("abc");
+    ASSERT_TRUE(NoteMove(lock, Folder("Fresh1"), {"cert.pem"}));
+  }
+  EXPECT_TRUE(EnsureUsable("abc"));
+  EXPECT_EQ(Read(Folder("abc/cert.pem")), "new");
+  EXPECT_TRUE(IsMoveNoted("abc")) << "it is still to be deployed";
 }
 
 class EnsureServicesTest : public IntegrityTest {};

@@ -1,6 +1,7 @@
 // Every state that a killed move can leave, and what is made of it.
 #include <filesystem>
 
+#include "archive/paths.h"
 #include "archive/utils.h"
 #include "archive_fixture.h"
 #include "platform/clock.h"
@@ -30,7 +31,12 @@ class InterruptedMoveTest : public ArchiveTest {
     if (chain) Write(folder + "/chain.pem", version + "chain");
   }
 
-  void Finish() { FinishInterruptedMove(s_, d_); }
+  // As the next run finds it.
+  void Finish() {
+    test::NoteReplacement(d_);
+    FinishInterruptedMove();
+    EXPECT_FALSE(test::Exists(kServiceMoveNote));
+  }
 
   const std::string s_ = "/usr/kova/d/D.temp";
   const std::string d_ = "/usr/kova/d/D";
@@ -41,7 +47,7 @@ class InterruptedMoveTest : public ArchiveTest {
 
 TEST_F(InterruptedMoveTest, LeavesAnOrdinaryFolderAlone) {
   Set(d_, "old");
-  Finish();
+  FinishInterruptedMove();
   EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D"));
   EXPECT_EQ(slept_, std::chrono::seconds(0));
   EXPECT_THAT(Log(), IsEmpty());
@@ -95,6 +101,41 @@ TEST_F(InterruptedMoveTest, DoesNotPutBackAnIncompleteBackup) {
   Finish();
   EXPECT_FALSE(test::Exists(d_));
   EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InterruptedMoveTest, TouchesNothingThatNoNoteTellsOf) {
+  Set(b_, "of a service that bears this name");
+  FinishInterruptedMove();
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D.bak"));
+  for (const char* note : {"", "{", "[]", "{}", R"({"destination": 1})"}) {
+    Write(kServiceMoveNote, note);
+    FinishInterruptedMove();
+    EXPECT_FALSE(test::Exists(kServiceMoveNote)) << note;
+  }
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D.bak"));
+  EXPECT_EQ(slept_, std::chrono::seconds(0));
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InterruptedMoveTest, AReplacementIsNotedWhileItLasts) {
+  Set(s_, "new");
+  Set(d_, "old");
+  const test::ReplacedTool rm("rm", "[ -e /usr/kova/d/D.bak ] && cat " +
+                                        std::string(kServiceMoveNote) +
+                                        " > /usr/kova/note; exec $REAL \"$@\"");
+  EXPECT_TRUE(ReplaceNoted(s_, d_));
+  EXPECT_EQ(Read("/usr/kova/note"), "{\n   \"destination\" : \"/usr/kova/d/D\"\n}\n");
+  EXPECT_FALSE(test::Exists(kServiceMoveNote));
+  EXPECT_EQ(Read(d_ + "/cert.pem"), "newcert.pem");
+}
+
+TEST_F(InterruptedMoveTest, WithoutItsNoteNothingIsReplaced) {
+  Set(s_, "new");
+  Set(d_, "old");
+  test::MakeFolder(std::string(kServiceMoveNote) + "/occupied");
+  EXPECT_EQ(ReplaceNoted(s_, d_).Text(),
+            std::string("Failed to write ") + kServiceMoveNote + ": Is a directory");
+  EXPECT_EQ(Read(d_ + "/cert.pem"), "oldcert.pem");
 }
 
 TEST_F(InterruptedMoveTest, WaitsForToolsOfARunThatWasKilledJustNow) {

@@ -200,7 +200,8 @@ TEST_F(CertificateLockTest, WithoutItNothingIsMoved) {
   Note();
   test::RemoveAll(kCertificateLockFolder);
   Write(kCertificateLockFolder, "a file in the way");
-  EXPECT_EQ(FinishNotedMove("abc").Text(), "cannot lock certificate [abc]");
+  EXPECT_EQ(FinishNotedMove("abc").Text(),
+            "cannot lock [/run/kova-certificate/abc]: Not a directory");
   const CertificateLock lock("abc");
   EXPECT_FALSE(NoteMove(lock, Folder("Fresh1"), Files()));
   EXPECT_FALSE(ForgetMove(lock));

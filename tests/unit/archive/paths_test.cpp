@@ -94,6 +94,22 @@ TEST_F(PathsTest, LogsADefaultThatHasNoFolder) {
                                  "exist.[0x0002 files.cpp:#]"));
 }
 
+TEST_F(PathsTest, TellsADefaultThatCannotBeReadFromNone) {
+  std::string id = "x";
+  EXPECT_TRUE(ReadDefaultCertificate(id));
+  EXPECT_EQ(id, "");
+  ASSERT_EQ(symlink("DEFAULT", kDefaultPath), 0);
+  EXPECT_EQ(ReadDefaultCertificate(id).Text(),
+            std::string("cannot read ") + kDefaultPath + ": Too many levels of symbolic links");
+  EXPECT_EQ(DefaultCertificateId(), "");
+  EXPECT_THAT(Log(), IsEmpty());
+  std::filesystem::remove(kDefaultPath);
+  Write(kDefaultPath, "gone\n");
+  EXPECT_FALSE(ReadDefaultCertificate(id));
+  EXPECT_TRUE(ReadDefaultCertificate(id, GoneDefault::kIsNone));
+  EXPECT_EQ(id, "");
+}
+
 TEST_F(PathsTest, AcceptsOnlyCanonicalFolders) {
   MakeFolder(Folder("abc"));
   EXPECT_TRUE(IsSafeFolder(Folder("abc")));

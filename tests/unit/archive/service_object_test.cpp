@@ -216,6 +216,17 @@ TEST_F(ServiceListTest, KeepsElementsThatOnlyNameAService) {
   EXPECT_EQ(list, List({bare, a_}));
 }
 
+TEST_F(ServiceListTest, ReplacesAnInvalidElementOfTheSameService) {
+  Json::Value invalid = a_;
+  invalid["isPkg"] = "true";
+  invalid.removeMember("owner");
+  for (const ListUpdate update : {ListUpdate::kAppend, ListUpdate::kRefresh}) {
+    Json::Value list = List({invalid, b_});
+    UpdateServiceList(list, a_, update);
+    EXPECT_EQ(list, List({b_, a_})) << static_cast<int>(update);
+  }
+}
+
 TEST_F(ServiceListTest, NumbersItsModesAsOthersDo) {
   EXPECT_EQ(static_cast<int>(ListUpdate::kAppend), 0);
   EXPECT_EQ(static_cast<int>(ListUpdate::kRemove), 1);

@@ -196,15 +196,22 @@ TEST_F(DirectoryTest, RollsBackWhenTheRenameFails) {
   EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to move /usr/kova/d/S to /usr/kova/d/D [2]"));
 }
 
-TEST_F(DirectoryTest, LogsARollBackWithoutABackup) {
+TEST_F(DirectoryTest, PutsNothingBackWithoutABackup) {
   Write(s_ + "/new", "n");  // the destination was not there, so neither is its backup
   const ReplacedTool rm("rm",
                         "[ \"$2\" = /usr/kova/d/D ] && $REAL -rf /usr/kova/d/S\n"
                         "exec $REAL \"$@\"");
   EXPECT_FALSE(MoveDirectory(s_, d_));
-  EXPECT_THAT(Log(),
-              ElementsAre("utils.cpp:# Failed to move /usr/kova/d/S to /usr/kova/d/D [2]",
-                          "utils.cpp:# Failed to move /usr/kova/d/D.bak to /usr/kova/d/D [2]"));
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to move /usr/kova/d/S to /usr/kova/d/D [2]"));
+}
+
+TEST_F(DirectoryTest, KeepsTheDestinationWhenABackupThatIsNotThereCannotBeRemoved) {
+  Write(s_ + "/new", "n");
+  Write(d_ + "/old", "o");
+  // As when the tool cannot be started.
+  const ReplacedTool rm("rm", "[ \"$2\" = /usr/kova/d/D.bak ] && exit 1; exec $REAL \"$@\"");
+  EXPECT_FALSE(MoveDirectory(s_, d_));
+  EXPECT_THAT(Names(d_), ElementsAre("old"));
 }
 
 TEST_F(DirectoryTest, OnlyLogsABackupThatStays) {

@@ -38,6 +38,16 @@ TEST(TextTest, LetsNothingSteerTheTerminal) {
   EXPECT_EQ(Printable(std::string("a\0b", 3)), "a?b");
 }
 
+TEST(TextTest, KnowsWritingFromBytes) {
+  EXPECT_TRUE(IsWriting(""));
+  EXPECT_TRUE(IsWriting("plain \u00fc \u65e5 ~"));
+  for (const char* text :
+       {"a\nb", "\t", "\x7f", "\x1b[2J", "\xff", "\xc3", "a\xe6\x97", "\u0085", "\xed\xa0\x80"}) {
+    EXPECT_FALSE(IsWriting(text)) << text;
+  }
+  EXPECT_FALSE(IsWriting(std::string("a\0b", 3)));
+}
+
 TEST(TextTest, ShortensWithAnEllipsis) {
   EXPECT_EQ(Shortened("abcdef", 6), "abcdef");
   EXPECT_EQ(Shortened("abcdef", 5), "abcd\u2026");

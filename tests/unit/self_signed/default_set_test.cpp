@@ -3,8 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <optional>
+
 #include "../archive/archive_fixture.h"
 #include "../archive/test_certificates.h"
+#include "crypto/certificate.h"
 #include "platform/process.h"
 #include "self_signed/mkcert.h"
 #include "self_signed/serial_file.h"
@@ -37,6 +41,8 @@ class DefaultSetTest : public ArchiveTest {
     EXPECT_EQ(platform::RunAndCapture("/usr/bin/openssl", args, 65536, output), 0);
     return output;
   }
+  std::optional<test::DealtKeys> keys_{std::in_place};
+
   static std::string Serial() {
     return Openssl({"x509", "-noout", "-serial", "-in", File("cert.pem")});
   }
@@ -52,6 +58,7 @@ class DefaultSetTest : public ArchiveTest {
 };
 
 TEST_F(DefaultSetTest, IsACaAndAServerCertificate) {
+  keys_.reset();  // this one with keys that the tool finds itself
   ASSERT_TRUE(GenerateDefaultSet(kSet));
   EXPECT_THAT(Names(kSet), ElementsAre("cert.pem", "fullchain.pem", "is_default_cert",
                                        "kova-ca-cert.pem", "kova-ca-privkey.pem", "privkey.pem"));
@@ -94,13 +101,39 @@ TEST_F(DefaultSetTest, HasTheFixedSubjectsNamesAndTimes) {
   EXPECT_THAT(Openssl({"x509", "-noout", "-text", "-in", File("kova-ca-cert.pem")}),
               AllOf(HasSubstr("(2048 bit)"), HasSubstr("CA:TRUE, pathlen:0")));
   for (const char* name : {"cert.pem", "kova-ca-cert.pem"}) {
-    const auto lasts = [&](long days) {
-      return KLIBCExec("/usr/bin/openssl", {"x509", "-noout", "-in", File(name), "-checkend",
-                                            std::to_string(days * 86400)}) == 0;
-    };
-    EXPECT_TRUE(lasts(365)) << name;
-    EXPECT_FALSE(lasts(367)) << name;
+    const auto certificate = Certificate::FromFile(File(name));
+    ASSERT_TRUE(certificate.has_value());
+    EXPECT_EQ(*certificate->NotAfter() - *certificate->NotBefore(), 366 * 86400L) << name;
   }
+}
+
+TEST_F(DefaultSetTest, IsFlushedToTheDisk) {
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
+  test::RemoveAll(File("fullchain.pem"));
+  // A file that is not there when all are flushed is a failure, not a success.
+  const ReplacedTool cp("cp", "exit 0");
+  EXPECT_EQ(GenerateDefaultSet(kSet).Text(),
+            "Failed to flush /usr/kova/set/fullchain.pem: No such file or directory");
+}
+
+TEST_F(DefaultSetTest, SaysThatTheSerialFileIsDamaged) {
+  Write(kSerialFile, "no number");
+  EXPECT_EQ(GenerateDefaultSet(kSet).Text(),
+            "Failed to generate cert: [/usr/kova/etc/ssl/.mkcert.serial]: holds no serial number");
+  EXPECT_THAT(Reasons(), testing::Contains("mkcert.cpp:# Failed to generate cert"));
+}
+
+TEST_F(DefaultSetTest, TellsWhatTheToolComplainedAbout) {
+  const ReplacedTool openssl("openssl", "echo 'first' >&2; echo 'no room' >&2; exit 1");
+  EXPECT_EQ(GenerateDefaultSet(kSet).Text(), "Error when execute /usr/bin/openssl: no room");
+}
+
+TEST_F(DefaultSetTest, MakesNothingWithoutItsLock) {
+  test::MakeFolder("/run/kova-mkcert.lock");
+  EXPECT_EQ(GenerateDefaultSet(kSet).Text(),
+            "cannot lock [/run/kova-mkcert.lock]: Invalid argument");
+  EXPECT_FALSE(Exists(kSet));
+  EXPECT_THAT(Log(), ElementsAre("mkcert.cpp:# Lock list file [/run/kova-mkcert.lock] failed"));
 }
 
 TEST_F(DefaultSetTest, LeavesItsWorkingFiles) {
