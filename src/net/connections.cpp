@@ -20,6 +20,8 @@ Connections::~Connections() {
 CURLcode Connections::Run(CURL* handle) {
   if (curl_multi_add_handle(multi_.get(), handle) != CURLM_OK) return CURLE_FAILED_INIT;
   const CURLcode result = Drive();
+  // What was broken off may be looking for a name still: the search ends by itself.
+  if (result != CURLE_OK) (curl_easy_setopt)(handle, CURLOPT_QUICK_EXIT, 1L);
   curl_multi_remove_handle(multi_.get(), handle);
   return result;
 }

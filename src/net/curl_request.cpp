@@ -83,6 +83,8 @@ void CurlRequest::SetLimits(const HttpOptions& options) {
   Set(CURLOPT_TIMEOUT_MS, static_cast<long>(limit.count()), "Failed to set timeout ");
   Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limit.count() / 4),
       "Failed to set connect timeout ");
+  // Or a silent name server would be waited for, however long it takes.
+  Set(CURLOPT_QUICK_EXIT, 1L, "Failed to set quick exit ");
 }
 
 void CurlRequest::SetPost(std::string text) {

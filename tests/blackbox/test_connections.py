@@ -1,6 +1,7 @@
 """keepconnections and transfertimeout: how many connections a server sees, what happens when it hangs
 up or drips, and that without the keys everything is as it was."""
 
+import socket
 import time
 
 import pytest
@@ -114,6 +115,17 @@ def test_it_holds_for_the_dynamic_dns_service(host, ca, ddns, account):
     ddns.answer("create", Reply(200, {"code": "good"}, drip=True))
     result = host.new_cert(ca.directory, ["www." + HOSTNAME])
     expect.gave_up(result, 100, "Server is not reachable.", "client_network", attempts=1)
+
+
+def test_it_holds_for_a_silent_name_server(host):
+    host.settings(transfertimeout=1)
+    host.write("/etc/resolv.conf", "nameserver 127.0.0.1\n")
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as silent:
+        silent.bind(("127.0.0.1", 53))
+        before = time.monotonic()
+        result = host.new_cert("http://ca.example/directory", [NAME])
+    expect.failed(result, 100, "Server is not reachable.", "client_network")
+    assert time.monotonic() - before < 5  # the resolver would take 10 s
 
 
 @pytest.mark.parametrize("value", [None, 0, -1, "1", True, 1.5])

@@ -135,10 +135,11 @@ TEST(TransferTimeout, ConnectingMayTakeAQuarter) {
   client.Post(server.Url(), Json::Value("x"));
   const std::vector<std::string> calls = watch.Calls();
   const auto first = std::ranges::find(calls, "NOSIGNAL=1");
-  ASSERT_GE(calls.end() - first, 4);
+  ASSERT_GE(calls.end() - first, 5);
   EXPECT_EQ(first[1], "TIMEOUT_MS=2000");
   EXPECT_EQ(first[2], "CONNECTTIMEOUT_MS=500");
-  EXPECT_EQ(first[3], "POSTFIELDS");
+  EXPECT_EQ(first[3], "QUICK_EXIT=1");
+  EXPECT_EQ(first[4], "POSTFIELDS");
 }
 
 // A listener whose queue is full lets nobody in.
