@@ -10,6 +10,7 @@
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "base/json.h"
+#include "lifecycle/renewal_history.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -66,6 +67,7 @@ Reply Run(const Arguments& arguments) {
   const cert_archive::IndexLock lock(cert_archive::kUpdateTimeout);
   TakeOut(lock, id);
   DeleteFolder(cert_archive::CertificateFolder(id));
+  RemoveRenewalHistory(id);
   Reply reply;
   reply.text = id + " is removed.\n";
   reply.document["id"] = id;

@@ -4,6 +4,7 @@
 
 #include "base/debug.h"
 #include "base/json.h"
+#include "base/renewal_settings.h"
 #include "platform/json_text.h"
 
 namespace kova {
@@ -43,15 +44,7 @@ class Members {
   const Json::Value& file_;
 };
 
-}  // namespace
-
-Settings Settings::Read() {
-  Settings settings;
-  Json::Value document;
-  errno = 0;
-  settings.usable = platform::ReadJsonObject(kSettingsPath, document);
-  if (!settings.usable) settings.read_error = errno;
-  const Members file(document);
+void Fill(const Members& file, Settings& settings) {
   file.Take("debuglog", settings.debug_log);
   file.TakeText("server", settings.server);
   file.Take("renew_before_expire_days", settings.renew_before_expire_days);
@@ -64,6 +57,35 @@ Settings Settings::Read() {
   file.Take("keepconnections", settings.keep_connections);
   file.TakeCount("transfertimeout", settings.transfer_timeout);
   file.TakeAnyText("keytype", settings.key_type);
+}
+
+// The file's members; none when it cannot be used, which the settings then say.
+Json::Value ReadFile(Settings& settings) {
+  Json::Value document;
+  errno = 0;
+  settings.usable = platform::ReadJsonObject(kSettingsPath, document);
+  if (!settings.usable) settings.read_error = errno;
+  return document;
+}
+
+}  // namespace
+
+Settings Settings::Read() {
+  Settings settings;
+  const Json::Value document = ReadFile(settings);
+  Fill(Members(document), settings);
+  return settings;
+}
+
+RenewalSettings RenewalSettings::Read() {
+  RenewalSettings settings;
+  const Json::Value document = ReadFile(settings);
+  const Members file(document);
+  Fill(file, settings);
+  file.Take("renewanyissuer", settings.renew_any_issuer);
+  file.Take("renewlifetime", settings.renew_lifetime);
+  file.Take("renewfailures", settings.renew_failures);
+  file.TakeText("cronperiod", settings.cron_period);
   return settings;
 }
 

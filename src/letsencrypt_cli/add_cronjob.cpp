@@ -5,7 +5,7 @@ namespace kova {
 
 // The arguments are ignored, and so is whether the job could be added.
 int AddCronjobCommand(int /*argc*/, char** /*argv*/) {
-  AddRenewalJobWhenNeeded();
+  AddRenewalJobWhenNeeded(RenewalSettings::Read());
   return 0;
 }
 

@@ -1,5 +1,5 @@
 #include "base/progress.h"
-#include "base/settings.h"
+#include "base/renewal_settings.h"
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
 #include "letsencrypt_cli/outcome.h"
@@ -29,7 +29,7 @@ std::string IssueVisibly(const CommandOptions& given, const Settings& settings) 
 }  // namespace
 
 int NewCertCommand(int argc, char** argv) {
-  const Settings settings = Settings::Read();
+  const RenewalSettings settings = RenewalSettings::Read();
   CommandOptions given;
   given.server = settings.server;
   if (!ParseOptions(argc, argv, "c:s:d:m:p:v::h", given) || given.domains.empty() ||
@@ -40,10 +40,11 @@ int NewCertCommand(int argc, char** argv) {
   ApplyDebugSettings(settings);
   const std::optional<SLError> failure = Capture([&given, &settings] {
     const std::string folder = IssueVisibly(given, settings);
-    AddRenewalJob();  // a certificate without its renewal job is still a success
+    AddRenewalJob(settings);  // a certificate without its renewal job is still a success
     PrintSuccess("cert_path", folder);
   });
   if (!failure) return 0;
+  if (settings.renew_failures) LogFailure("new-cert", given.domains, *failure);
   PrintFailure(*failure);
   return failure->code;
 }

@@ -13,7 +13,7 @@ int RenewCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
-  const Settings settings = Settings::Read();
+  const RenewalSettings settings = RenewalSettings::Read();
   ApplyDebugSettings(settings);
   const RenewalOutcome outcome = Renew(ArchivedCertificate::OfId(given.certificate_id), settings);
   if (outcome.failure) PrintFailure(*outcome.failure);

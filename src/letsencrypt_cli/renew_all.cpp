@@ -12,7 +12,7 @@ int RenewAllCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
-  const Settings settings = Settings::Read();
+  const RenewalSettings settings = RenewalSettings::Read();
   ApplyDebugSettings(settings);
   RenewAll(settings, PrintFailure);
   return 0;

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "base/settings.h"
+#include "base/renewal_settings.h"
 #include "lifecycle/archived_certificate.h"
 
 namespace kova {
@@ -16,6 +16,6 @@ struct DueCertificate {
 // The certificates of the index that are due, in the order of their ids. What stands in the way of
 // looking at one is logged, and that one left out. A move of files that an earlier run was killed
 // in is finished first.
-std::vector<DueCertificate> DueCertificates(const Settings& settings);
+std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings);
 
 }  // namespace kova

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "base/json.h"
+#include "base/log.h"
 
 namespace kova {
 namespace {
@@ -23,6 +24,11 @@ std::string ErrorToLine(const SLError& error) {
   std::string text = ErrorToJson(error);
   if (!text.empty() && text.back() == '\n') text.pop_back();
   return text;
+}
+
+void LogFailure(const char* what, const std::string& subject, const SLError& error) {
+  LogError(kTag, "%s failed. [%s][%d][%s]", what, OnOneLine(subject).c_str(), error.code,
+           OnOneLine(error.message).c_str());
 }
 
 std::optional<SLError> Capture(const std::function<void()>& work) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -14,13 +15,18 @@
 #include "lifecycle/issue.h"
 #include "lifecycle/names.h"
 #include "lifecycle/renewal_files.h"
+#include "lifecycle/renewal_history.h"
+#include "lifecycle/renewal_job.h"
 #include "lifecycle/renewal_record.h"
 #include "platform/files.h"
+#include "platform/service.h"
 
 namespace kova {
 namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
+constexpr char kFailedNotification[] = "certificate_renew_failed";
+constexpr char kRecordProblem[] = "the renewal record cannot be used";
 
 // Of a renewal the names and the server are settled; the certificate's own folder is filled when
 // all is there.
@@ -34,7 +40,7 @@ IssueOptions OptionsOf(const RenewalRecord& record, const Settings& settings) {
 
 // A record of the early protocol: its server speaks it and is left behind for the settings' one.
 bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
-                 const Settings& settings) {
+                 const RenewalSettings& settings) {
   Json::Value account;
   if (!ReadAccountInfo(record.account, account)) return false;
   IssueOptions options = OptionsOf(record, settings);
@@ -48,7 +54,7 @@ bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& re
 
 // A single attempt with the first challenge type; another type is not tried.
 bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
-                 const Settings& settings) {
+                 const RenewalSettings& settings) {
   DebugStep("start to renew [%s].", certificate.folder.c_str());
   const IssueOptions options = OptionsOf(record, settings);
   if (options.names.empty()) return true;  // deliberately as good as renewed
@@ -79,10 +85,7 @@ std::optional<RenewalRecord> UsableRecord(const std::string& folder) {
   return RecordOrMessage(folder);
 }
 
-}  // namespace
-
-RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate, const Settings& settings) {
-  FinishRenewal(certificate);
+RenewalOutcome Attempt(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
   const std::optional<RenewalRecord> record = UsableRecord(certificate.folder);
   if (!record) return {};
   RenewalOutcome outcome;
@@ -93,7 +96,43 @@ RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate, const Setti
   return outcome;
 }
 
-RenewalOutcome Renew(const ArchivedCertificate& certificate, const Settings& settings) {
+// Tells the host of a failure, once a day.
+void Notify(const ArchivedCertificate& certificate, RenewalHistory& history, std::int64_t now) {
+  if (!IsToBeNotified(history, now)) return;
+  history.last_notice = TimeText(now);
+  const std::vector<std::string> words = {certificate.id, OnOneLine(history.message)};
+  if (platform::SendNotification(kFailedNotification, words) == 0) return;
+  LogError(kTag, "Failed to send notification for failed renewal. [%s]", certificate.id.c_str());
+}
+
+// What became of it, for the runs to come.
+void Remember(const ArchivedCertificate& certificate, const RenewalOutcome& outcome) {
+  if (!cert_archive::IsPlainName(certificate.id)) return;
+  const std::int64_t now = std::time(nullptr);
+  RenewalHistory history = ReadRenewalHistory(certificate.id);
+  if (outcome.renewed) {
+    NoteSuccess(history, now);
+  } else {
+    // A problem with the record is in the log already.
+    if (outcome.failure) LogFailure("renew", certificate.folder, *outcome.failure);
+    NoteFailure(history, outcome.failure.value_or(Error(1, kTag, kRecordProblem)), now);
+    Notify(certificate, history, now);
+  }
+  WriteRenewalHistory(certificate.id, history);
+}
+
+}  // namespace
+
+RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate,
+                             const RenewalSettings& settings) {
+  FinishRenewal(certificate);
+  const RenewalOutcome outcome = Attempt(certificate, settings);
+  if (settings.renew_failures) Remember(certificate, outcome);
+  if (outcome.renewed) CorrectRenewalJob(settings);
+  return outcome;
+}
+
+RenewalOutcome Renew(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
   const bool still_to_be_deployed = IsRenewalNoted(certificate);
   const RenewalOutcome outcome = RenewToDeploy(certificate, settings);
   if (outcome.renewed && !still_to_be_deployed) ForgetRenewal(certificate);

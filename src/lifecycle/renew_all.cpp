@@ -45,7 +45,7 @@ void RestartWebFrontend() {
 
 }  // namespace
 
-void RenewAll(const Settings& settings, const FailureObserver& on_failure) {
+void RenewAll(const RenewalSettings& settings, const FailureObserver& on_failure) {
   // What is due is decided anew after another run. Without the lock it is done all the same: each
   // certificate has one of its own.
   const FileLock only_run(kTag, kRunLock, kRunTimeout);

@@ -122,6 +122,12 @@ bool ConfigManager::Save(const Json::Value& jobs) const {
   return false;
 }
 
+bool ConfigManager::Holds(const Json::Value& jobs) const {
+  std::string text;
+  return kova::platform::ReadWholeFile(path_, text) && !text.empty() &&
+         text == Render(jobs, MomentOnThisHost(name_));
+}
+
 bool ConfigManager::Remove() const {
   if (unlink(path_.c_str()) == 0) return true;
   RecordError(errno);

@@ -21,6 +21,9 @@ class ConfigManager {
   // break, an unknown user), when cron would ignore the job's name, or the file cannot be written.
   [[nodiscard]] bool Save(const Json::Value& jobs) const;
 
+  // True when the job stands exactly as Save would write that array.
+  [[nodiscard]] bool Holds(const Json::Value& jobs) const;
+
   // Deletes the job. False when that failed.
   [[nodiscard]] bool Remove() const;
 

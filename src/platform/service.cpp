@@ -31,11 +31,18 @@ int KLIBServicectlIsJobRunning(const std::string& name, int) {
   return KLIBCExec(kSystemctl, {"is-active", "--quiet", name}) == 0 ? 1 : 0;
 }
 
-int KOVASysNotifySendNotifiction(const char* tag, const void*) {
-  if (const auto hook = RunHook("notify", {tag})) return *hook;
-  PlatformLog(LOG_WARNING, kTag, __LINE__, "System notification [%s]", tag);
+int kova::platform::SendNotification(const std::string& tag,
+                                     const std::vector<std::string>& words) {
+  KovaArgs args = {tag};
+  args.insert(args.end(), words.begin(), words.end());
+  if (const auto hook = RunHook("notify", args)) return *hook;
+  std::string text = "[" + tag + "]";
+  for (const std::string& word : words) text += "[" + word + "]";
+  PlatformLog(LOG_WARNING, kTag, __LINE__, "System notification %s", text.c_str());
   return 0;
 }
+
+int KOVASysNotifySendNotifiction(const char* tag, const void*) { return SendNotification(tag, {}); }
 
 namespace kovaw3 {
 

@@ -2,10 +2,18 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 int KLIBServiceReload(const std::string& name);                  // 0, or -1
 int KLIBServicectlIsJobRunning(const std::string& name, int);    // non-zero when running
 int KOVASysNotifySendNotifiction(const char* tag, const void*);  // 0 on success
+
+namespace kova::platform {
+
+// The same with further words for the hook (or the log) after the tag.
+int SendNotification(const std::string& tag, const std::vector<std::string>& words);
+
+}  // namespace kova::platform
 
 namespace kovaw3 {
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/debug.h"
+#include "base/renewal_settings.h"
 
 namespace kova {
 namespace {
@@ -129,6 +130,29 @@ TEST_F(SettingsFile, KeepsAKeyTypeOfAnotherTypeAsAnEmptyOne) {
   for (const char* value : {"256", "true", "null", "[]", "{}", "\"\""}) {
     EXPECT_EQ(ReadOf(std::string("{\"keytype\": ") + value + "}").key_type, "") << value;
   }
+}
+
+TEST_F(SettingsFile, HoldsWhatRenewingAsksForBesides) {
+  ReadOf(R"({"server": "http://ca/", "renewanyissuer": true, "renewlifetime": true,
+             "renewfailures": true, "cronperiod": "daily"})");
+  const RenewalSettings settings = RenewalSettings::Read();
+  EXPECT_TRUE(settings.usable);
+  EXPECT_EQ(settings.server, "http://ca/");
+  EXPECT_TRUE(settings.renew_any_issuer && settings.renew_lifetime && settings.renew_failures);
+  EXPECT_EQ(settings.cron_period, "daily");
+}
+
+TEST_F(SettingsFile, HasNothingForRenewingInAnotherType) {
+  for (const char* value : {"1", "\"true\"", "null", "[true]", "{}"}) {
+    for (const std::string key : {"renewanyissuer", "renewlifetime", "renewfailures"}) {
+      ReadOf("{\"" + key + "\": " + value + "}");
+      const RenewalSettings settings = RenewalSettings::Read();
+      EXPECT_FALSE(settings.renew_any_issuer || settings.renew_lifetime || settings.renew_failures)
+          << key << value;
+    }
+  }
+  ReadOf(R"({"cronperiod": 7})");
+  EXPECT_EQ(RenewalSettings::Read().cron_period, std::nullopt);
 }
 
 TEST_F(SettingsFile, IsReadAnewEachTime) {

@@ -85,7 +85,7 @@ class RenewalJobTest : public testing::Test {
 };
 
 TEST_F(RenewalJobTest, ItRunsRenewAllAsRootEveryWeek) {
-  EXPECT_TRUE(AddRenewalJob());
+  EXPECT_TRUE(AddRenewalJob({}));
   const std::string job = ReadTextFile(kJob);
   EXPECT_THAT(job, HasSubstr("kova-letsencrypt - renew\n"));
   EXPECT_THAT(job, testing::ContainsRegex("\n[0-9]+ [0-9]+ \\* \\* [0-6][ \t]+root[ \t]+"
@@ -94,12 +94,12 @@ TEST_F(RenewalJobTest, ItRunsRenewAllAsRootEveryWeek) {
 
 TEST_F(RenewalJobTest, OneThatExistsIsLeftAsItIs) {
   std::ofstream(kJob) << "edited\n";
-  EXPECT_TRUE(AddRenewalJob());
+  EXPECT_TRUE(AddRenewalJob({}));
   EXPECT_EQ(ReadTextFile(kJob), "edited\n");
 }
 
 TEST_F(RenewalJobTest, RemovingLeavesNoneAndRemovingNoneSucceeds) {
-  EXPECT_TRUE(AddRenewalJob());
+  EXPECT_TRUE(AddRenewalJob({}));
   EXPECT_TRUE(RemoveRenewalJob());
   EXPECT_FALSE(fs::exists(kJob));
   EXPECT_TRUE(RemoveRenewalJob());

@@ -247,5 +247,17 @@ TEST_F(CrondTest, AJobThatAnAdministratorWroteExists) {
   EXPECT_TRUE(manager_.Exist());
 }
 
+TEST_F(CrondTest, AJobIsHeldOnlyAsItWouldBeSaved) {
+  const ConfigManager manager(kJob, false);
+  EXPECT_FALSE(manager.Holds(Jobs(Renewal())));
+  ASSERT_TRUE(manager.Save(Jobs(Renewal())));
+  EXPECT_TRUE(manager.Holds(Jobs(Renewal())));
+  EXPECT_FALSE(manager.Holds(With("period", "daily")));
+  WriteFile(kPath, ReadFile(kPath) + "# mine\n");
+  EXPECT_FALSE(manager.Holds(Jobs(Renewal())));
+  WriteFile(kPath, "");
+  EXPECT_FALSE(manager.Holds(With("period", "never")));
+}
+
 }  // namespace
 }  // namespace KOVA::KOVACrond

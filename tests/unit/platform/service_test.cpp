@@ -88,6 +88,15 @@ TEST_F(ServiceTest, ANotificationGoesToTheHook) {
   EXPECT_THAT(log_.Texts(), IsEmpty());
 }
 
+TEST_F(ServiceTest, ANotificationMayHaveFurtherWords) {
+  EXPECT_EQ(kova::platform::SendNotification("tag", {"id", "why it failed"}), 0);
+  EXPECT_THAT(log_.Texts(), testing::ElementsAre(
+                                testing::EndsWith("System notification [tag][id][why it failed]")));
+  PutHook("notify", 0);
+  EXPECT_EQ(kova::platform::SendNotification("tag", {"id", "why it failed"}), 0);
+  EXPECT_EQ(Calls(), "hook notify tag id why it failed\n");
+}
+
 TEST_F(ServiceTest, NothingRunsWhereSystemdIsNotTheInitSystem) {
   EXPECT_EQ(KLIBServicectlIsJobRunning("kovarelayd", 0), 0);
   EXPECT_EQ(Calls(), "");

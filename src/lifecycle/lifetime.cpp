@@ -1,0 +1,37 @@
+#include "lifecycle/lifetime.h"
+
+#include "base/log.h"
+#include "crypto/certificate.h"
+
+namespace kova {
+namespace {
+
+constexpr char kTag[] = "kova-letsencrypt";
+constexpr std::int64_t kShortLife = 10 * std::int64_t{86400};
+
+// Whether less than one part in `parts` is left.
+bool LeftIsUnder(const Lifetime& lifetime, std::int64_t parts, std::int64_t now) {
+  return (lifetime.end - now) * parts < lifetime.end - lifetime.begin;
+}
+
+}  // namespace
+
+std::optional<Lifetime> LifetimeOf(const std::string& certificate_path) {
+  const std::optional<Certificate> certificate = Certificate::FromFile(certificate_path);
+  if (certificate && certificate->NotBefore() && certificate->NotAfter()) {
+    return Lifetime{*certificate->NotBefore(), *certificate->NotAfter()};
+  }
+  LogError(kTag, "Failed to read the lifetime of %s", certificate_path.c_str());
+  return std::nullopt;
+}
+
+bool IsDue(const Lifetime& lifetime, std::int64_t now) {
+  const bool is_short = lifetime.end - lifetime.begin < kShortLife;
+  return LeftIsUnder(lifetime, is_short ? 2 : 3, now);
+}
+
+bool IsNearlyOver(const Lifetime& lifetime, std::int64_t now) {
+  return LeftIsUnder(lifetime, 10, now);
+}
+
+}  // namespace kova
