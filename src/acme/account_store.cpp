@@ -1,17 +1,14 @@
 #include "acme/account_store.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 
 #include "base/files.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "base/sl_error.h"
+#include "base/unfinished_folder.h"
 #include "crypto/secret.h"
 
 namespace kova {
@@ -35,8 +32,10 @@ bool MakeFolder(const char* path) {
   return chmod(path, kFolderMode) == 0;
 }
 
-bool MakeUniqueFolder(char* path_template) {
-  return mkdtemp(path_template) != nullptr && chmod(path_template, kFolderMode) == 0;
+constexpr char kInfoName[] = "info.json";  // written last
+
+bool MakeUniqueFolder(UnfinishedFolder& folder) {
+  return folder.Make(kStore) && chmod(folder.Path().c_str(), kFolderMode) == 0;
 }
 
 // The comparison is exact, types included.
@@ -54,6 +53,7 @@ bool ReadObject(const std::string& path, Json::Value& object) {
 }  // namespace
 
 std::vector<std::string> ListAccounts() {
+  RemoveUnfinished(kStore, kInfoName);
   std::vector<std::string> folders;
   if (!ListByPattern(std::string(kStore) + "/*", folders)) {
     throw "glob error";  // NOLINT(misc-throw-by-value-catch-by-reference): see the header
@@ -61,7 +61,7 @@ std::vector<std::string> ListAccounts() {
   return folders;
 }
 
-std::string AccountInfoPath(const std::string& folder) { return folder + "/info.json"; }
+std::string AccountInfoPath(const std::string& folder) { return folder + "/" + kInfoName; }
 
 std::string AccountKeyPath(const std::string& folder) { return folder + "/private_key.json"; }
 
@@ -92,23 +92,17 @@ std::string FirstAccount(
 std::string CreateAccountFolder(const char* tag, const Json::Value& info, const Json::Value& key) {
   if (!MakeFolder(kProgramFolder)) Fail(tag, "Failed to create folder for let's encrypt");
   if (!MakeFolder(kStore)) Fail(tag, "Failed to create folder for account");
-  std::array<char, 1024> folder{};
-  (void)std::snprintf(folder.data(), folder.size(), "%s/XXXXXX", kStore);
-  if (!MakeUniqueFolder(folder.data())) Fail(tag, "Failed to create folder for account item");
+  UnfinishedFolder folder;
+  if (!MakeUniqueFolder(folder)) Fail(tag, "Failed to create folder for account item");
+  std::string path = folder.Path();
   // The key first: a folder is taken for an account as soon as it holds info.json, so one that a
   // crash left half written is passed over.
   SecretText secret;
   secret.text = JsonStyledText(key);
-  try {
-    WriteTextFile(AccountKeyPath(folder.data()), secret.text, kFileMode);
-    WriteTextFile(AccountInfoPath(folder.data()), JsonStyledText(info), kFileMode);
-  } catch (...) {
-    unlink(AccountInfoPath(folder.data()).c_str());
-    unlink(AccountKeyPath(folder.data()).c_str());
-    rmdir(folder.data());
-    throw;
-  }
-  return folder.data();
+  WriteTextFile(AccountKeyPath(path), secret.text, kFileMode);
+  WriteTextFile(AccountInfoPath(path), JsonStyledText(info), kFileMode);
+  if (!folder.Keep()) Fail(tag, "Failed to create folder for account item");
+  return path;
 }
 
 }  // namespace kova

@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <iterator>
 
 #include "base/files.h"
 #include "base/sl_error.h"
+#include "base/unfinished_folder.h"
 #include "crypto/pem.h"
 
 namespace kova {
@@ -17,19 +17,15 @@ namespace {
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0400;
 
-std::string CertificateFolder(const char* tag, const std::string& certificate_id) {
-  const std::string parent = std::string(kArchiveRoot) + "/";
-  if (!certificate_id.empty()) return parent + certificate_id;
-  std::string folder = parent + "XXXXXX";
-  if (mkdtemp(folder.data()) == nullptr) {
+void MakeFolder(const char* tag, UnfinishedFolder& folder) {
+  RemoveUnfinished(kArchiveRoot);
+  if (!folder.Make(kArchiveRoot)) {
     // The account store's text, kept as callers know it.
     throw Error(code::kLocal, tag, "Failed to create folder for account item.");
   }
-  if (chmod(folder.c_str(), kFolderMode) != 0) {
-    rmdir(folder.c_str());
+  if (chmod(folder.Path().c_str(), kFolderMode) != 0) {
     throw Error(code::kLocal, tag, "Failed to chmod.");
   }
-  return folder;
 }
 
 void WriteFiles(const std::string& folder, const CertificatePems& pems,
@@ -63,7 +59,10 @@ std::optional<CertificatePems> SplitChain(const std::string& full_chain) {
 std::string SaveCertificate(const char* tag, const std::string& certificate_id,
                             const std::optional<CertificatePems>& pems,
                             const std::string& private_key_pem, const RenewalRecord& record) {
-  std::string folder = CertificateFolder(tag, certificate_id);
+  UnfinishedFolder fresh;
+  if (certificate_id.empty()) MakeFolder(tag, fresh);
+  std::string folder =
+      certificate_id.empty() ? fresh.Path() : std::string(kArchiveRoot) + "/" + certificate_id;
   try {
     if (!pems) throw Error(code::kLocal, tag, "The chain holds no second certificate");
     WriteFiles(folder, *pems, private_key_pem, record);
@@ -71,6 +70,7 @@ std::string SaveCertificate(const char* tag, const std::string& certificate_id,
     Discard(folder);
     throw Error(code::kLocal, tag, "Failed to save pems");
   }
+  fresh.LeaveMarked();
   return folder;
 }
 

@@ -22,9 +22,11 @@ std::optional<CertificatePems> SplitChain(const std::string& full_chain);
 
 // Writes cert.pem, chain.pem, fullchain.pem, privkey.pem and renew.json (0400 each, in that order)
 // and returns the folder: that of `certificate_id`, which must exist, or a new one (0700) when the
-// id is empty. Failures are SLError 202 with `tag` as the file: "Failed to create folder for
-// account item.", "Failed to chmod.", or "Failed to save pems" when `pems` is none or a file could
-// not be written; the five files are then removed, and the folder unless it holds others.
+// id is empty. A new one is left marked (base/unfinished_folder.h): KeepUnfinished makes it last,
+// else the next run removes it; what killed runs left goes first. Failures are SLError 202 with
+// `tag` as the file: "Failed to create folder for account item.", "Failed to chmod.", or "Failed to
+// save pems" when `pems` is none or a file could not be written; the five files are then removed,
+// and the folder unless it holds others.
 std::string SaveCertificate(const char* tag, const std::string& certificate_id,
                             const std::optional<CertificatePems>& pems,
                             const std::string& private_key_pem, const RenewalRecord& record);

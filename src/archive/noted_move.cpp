@@ -13,6 +13,7 @@
 #include "archive/paths.h"
 #include "base/json.h"
 #include "base/log.h"
+#include "base/unfinished_folder.h"
 #include "platform/fd.h"
 #include "platform/file_writer.h"
 
@@ -123,6 +124,7 @@ Status FinishNotedMove(const CertificateLock& lock) {
   if (Status moved = MoveTheRest(*note, CertificateFolder(lock.Id())); !moved) return moved;
   std::error_code ignored;  // what stays of the fresh folder does no harm
   std::filesystem::remove_all(note->fresh, ignored);
+  (void)KeepUnfinished(note->fresh);  // its mark
   return {};
 }
 

@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
+#include "base/unfinished_folder.h"
 #include "challenge/challenge.h"
 #include "challenge/vendor_zone.h"
 #include "lifecycle/failure.h"
@@ -116,11 +117,23 @@ std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& setting
   return IssueWithAnyType(client, options, settings.order_attempts);
 }
 
-std::string Issue(const std::string& version, const IssueOptions& options,
-                  const Settings& settings) {
+namespace {
+
+// The folder may go again when this run ends.
+std::string IssueMarked(const std::string& version, const IssueOptions& options,
+                        const Settings& settings) {
   if (version == "1") return IssueWithEarlyProtocol(options, settings);
   if (version == "2") return IssueWithAcmeV2(options, settings);
   throw IncorrectVersion(version);
+}
+
+}  // namespace
+
+std::string Issue(const std::string& version, const IssueOptions& options,
+                  const Settings& settings) {
+  std::string folder = IssueMarked(version, options, settings);
+  if (!KeepUnfinished(folder)) throw Error(code::kLocal, kTag, "Failed to save pems");
+  return folder;
 }
 
 }  // namespace kova

@@ -12,6 +12,7 @@
 #include "archive/noted_move.h"
 #include "base/files.h"
 #include "base/sl_error.h"
+#include "base/unfinished_folder.h"
 #include "platform/error.h"
 #include "platform/files.h"
 
@@ -59,6 +60,8 @@ bool CanBeNoted(const ArchivedCertificate& certificate) {
 }  // namespace
 
 void MoveRenewalFiles(const std::string& fresh, const std::string& old) {
+  // From here on the fresh folder is wanted, should this run be killed.
+  if (!KeepUnfinished(fresh)) throw Error(code::kLocal, kTag, "Failed to keep " + fresh);
   for (const char* name : kCertificateFiles) MoveFile(fresh + "/" + name, old + "/" + name);
 }
 

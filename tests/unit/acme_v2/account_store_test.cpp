@@ -133,7 +133,7 @@ TEST_F(AccountStore, NamesTheProtocolThatCouldNotStore) {
 }
 
 TEST_F(AccountStore, KeepsNothingOfAnAccountWhoseKeyDoesNotFit) {
-  const SmallDisk disk(kAccountStore, "size=4k,nr_inodes=2");  // itself and the new folder
+  const SmallDisk disk(kAccountStore, "size=4k,nr_inodes=3");  // itself, the new folder, its mark
   const std::string error = ErrorOf(Create);
   EXPECT_TRUE(error.starts_with(std::string("202 utils: Failed to write ") + kAccountStore + "/"))
       << error;

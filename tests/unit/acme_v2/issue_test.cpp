@@ -33,7 +33,8 @@ TEST_F(Issue, FinalizesDownloadsAndStores) {
   EXPECT_EQ(ReadFile(folder + "/cert.pem"), ScriptedCa::Leaf());
   EXPECT_EQ(ReadFile(folder + "/chain.pem"), ScriptedCa::Issuer());
   EXPECT_EQ(ReadFile(folder + "/fullchain.pem"), ScriptedCa::Chain());
-  EXPECT_THAT(ListFolder(kArchive), ElementsAre(folder.substr(folder.rfind('/') + 1)));
+  const std::string name = folder.substr(folder.rfind('/') + 1);
+  EXPECT_THAT(ListFolder(kArchive), ElementsAre("." + name + ".unfinished", name));
   EXPECT_EQ(ModeOf(folder), 0700U);
   EXPECT_EQ(ModeOf(folder + "/privkey.pem"), 0400U);
 }

@@ -1,0 +1,193 @@
+#include "base/unfinished_folder.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+#include "host_files.h"
+
+namespace kova::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+
+class UnfinishedFolderTest : public ::testing::Test {
+ protected:
+  UnfinishedFolderTest() {
+    fs::remove_all(parent_);
+    fs::create_directories(parent_);
+  }
+
+  static void WriteInto(const std::string& folder, const std::string& name) {
+    std::ofstream(folder + "/" + name) << "text";
+  }
+
+  // What a run leaves that makes a folder with that file and is killed.
+  std::string FolderOfKilledRun(const std::string& file, bool is_kept = false) const {
+    const pid_t run = fork();
+    if (run == 0) {
+      UnfinishedFolder folder;
+      if (!folder.Make(parent_)) _exit(1);
+      WriteInto(folder.Path(), file);
+      if (is_kept && !folder.Keep()) _exit(1);
+      kill(getpid(), SIGKILL);
+    }
+    waitpid(run, nullptr, 0);
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent_)) {
+      if (entry.is_directory()) return entry.path();
+    }
+    return {};
+  }
+
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent_)) {
+      names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  const std::string parent_ = "/usr/kova/unfinished";
+};
+
+TEST_F(UnfinishedFolderTest, KeptFolderStaysWithoutAMark) {
+  std::string path;
+  {
+    UnfinishedFolder folder;
+    ASSERT_TRUE(folder.Make(parent_));
+    path = folder.Path();
+    EXPECT_THAT(path, MatchesRegex(parent_ + "/[A-Za-z0-9]{6}"));
+    EXPECT_EQ(Names().size(), 2U);  // with its mark
+    WriteInto(path, "file");
+    ASSERT_TRUE(folder.Keep());
+  }
+  EXPECT_THAT(Names(), ElementsAre(fs::path(path).filename()));
+  EXPECT_TRUE(fs::exists(path + "/file"));
+  RemoveUnfinished(parent_);
+  EXPECT_TRUE(fs::exists(path + "/file"));
+}
+
+TEST_F(UnfinishedFolderTest, FolderThatIsNotKeptGoesWithItsFiles) {
+  {
+    UnfinishedFolder folder;
+    ASSERT_TRUE(folder.Make(parent_));
+    WriteInto(folder.Path(), "file");
+  }
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(UnfinishedFolderTest, ModeIsTheOwnersAlone) {
+  UnfinishedFolder folder;
+  ASSERT_TRUE(folder.Make(parent_));
+  struct stat status {};
+  ASSERT_EQ(stat(folder.Path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0700U);
+}
+
+TEST_F(UnfinishedFolderTest, LeftoverOfAKilledRunGoes) {
+  ASSERT_FALSE(FolderOfKilledRun("file").empty());
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(UnfinishedFolderTest, KeptFolderOfAKilledRunStays) {
+  const std::string folder = FolderOfKilledRun("file", true);
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), ElementsAre(fs::path(folder).filename()));
+}
+
+TEST_F(UnfinishedFolderTest, FolderThatHadBecomeCompleteLosesItsMarkAlone) {
+  const std::string folder = FolderOfKilledRun("last");
+  RemoveUnfinished(parent_, "last");
+  EXPECT_THAT(Names(), ElementsAre(fs::path(folder).filename()));
+  EXPECT_TRUE(fs::exists(folder + "/last"));
+}
+
+TEST_F(UnfinishedFolderTest, FolderOfALivingProcessStays) {
+  UnfinishedFolder folder;
+  ASSERT_TRUE(folder.Make(parent_));
+  WriteInto(folder.Path(), "file");
+  RemoveUnfinished(parent_);
+  EXPECT_TRUE(fs::exists(folder.Path() + "/file"));
+  EXPECT_EQ(Names().size(), 2U);
+}
+
+TEST_F(UnfinishedFolderTest, FolderThatIsLeftMarkedStaysUntilTheProcessEnds) {
+  const pid_t run = fork();
+  if (run == 0) {
+    UnfinishedFolder folder;
+    const bool made = folder.Make(parent_);
+    folder.LeaveMarked();
+    RemoveUnfinished(parent_);
+    _exit(made && Names().size() == 2 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(run, &status, 0);
+  EXPECT_EQ(status, 0);
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(UnfinishedFolderTest, FolderThatWasLeftMarkedCanBeKept) {
+  const std::string folder = FolderOfKilledRun("file");
+  EXPECT_TRUE(KeepUnfinished(folder));
+  EXPECT_TRUE(KeepUnfinished(folder));
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), ElementsAre(fs::path(folder).filename()));
+}
+
+TEST_F(UnfinishedFolderTest, MarkThatCannotBeRemovedIsMadeVoid) {
+  const std::string folder = FolderOfKilledRun("file");
+  const std::string mark = parent_ + "/." + fs::path(folder).filename().string() + ".unfinished";
+  ASSERT_EQ(mount(mark.c_str(), mark.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_TRUE(KeepUnfinished(folder));
+  RemoveUnfinished(parent_);
+  EXPECT_TRUE(fs::exists(folder + "/file"));
+  ASSERT_EQ(umount2(mark.c_str(), MNT_DETACH), 0);
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), ElementsAre(fs::path(folder).filename()));
+}
+
+TEST_F(UnfinishedFolderTest, OtherNamesAreLeftAlone) {
+  const std::vector<std::string> names = {".abcdef", ".abcdefg.unfinished", ".unfinished",
+                                          "abcdef.unfinished", "xabcdef.unfinished"};
+  fs::create_directory(parent_ + "/abcdef");
+  for (const std::string& name : names) WriteInto(parent_, name);
+  RemoveUnfinished(parent_);
+  EXPECT_EQ(Names().size(), names.size() + 1);
+}
+
+TEST_F(UnfinishedFolderTest, LinkInTheFoldersPlaceIsNotFollowed) {
+  const std::string folder = FolderOfKilledRun("file");
+  fs::remove_all(folder);
+  fs::create_directory(parent_ + "/other");
+  WriteInto(parent_ + "/other", "file");
+  fs::create_directory_symlink(parent_ + "/other", folder);
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), ElementsAre("other"));
+  EXPECT_TRUE(fs::exists(parent_ + "/other/file"));
+}
+
+TEST_F(UnfinishedFolderTest, ParentThatIsNotThereIsTold) {
+  UnfinishedFolder folder;
+  EXPECT_FALSE(folder.Make(parent_ + "/nowhere"));
+  EXPECT_EQ(errno, ENOENT);
+  RemoveUnfinished(parent_ + "/nowhere");
+}
+
+}  // namespace
+}  // namespace kova::test
