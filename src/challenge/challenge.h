@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/device.h"
+#include "platform/fd.h"
 
 namespace kova {
 
@@ -42,7 +43,8 @@ class LeChallenge {
   ~LeChallenge() = default;
 };
 
-// A file under the web root that the host's web server publishes on port 80.
+// A file under the web root that the host's web server publishes on port 80. Setting one up removes
+// what killed runs left there of the same account's.
 class Http01Challenge final : public LeChallenge {
  public:
   ~Http01Challenge();
@@ -50,6 +52,9 @@ class Http01Challenge final : public LeChallenge {
   void teardown() override;
   std::string type() override;
   bool isSupport(const std::string& domain) override;
+
+ private:
+  platform::Fd held_;  // the token's file, locked (flock) while it is published
 };
 
 // A TXT record placed through the vendor's dynamic-DNS service; serves names that contain the

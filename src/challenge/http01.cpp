@@ -1,8 +1,11 @@
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "base/files.h"
 #include "challenge/challenge.h"
@@ -31,6 +34,46 @@ bool IsPlainToken(const std::string& token) {
   return !token.empty() && std::all_of(token.begin(), token.end(), IsBase64UrlCharacter);
 }
 
+bool IsLinked(int file) {
+  struct stat status {};
+  return fstat(file, &status) == 0 && status.st_nlink > 0;
+}
+
+bool Lock(int file) { return flock(file, LOCK_EX | LOCK_NB) == 0; }
+
+platform::Fd OpenToken(const std::string& path) {
+  return platform::Fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+// A killed run's proof for the same account: `proof_end` is "." and the account's thumbprint. Other
+// clients publish theirs in this folder, too.
+void RemoveLeftover(const std::filesystem::path& path, const std::string& proof_end) {
+  const platform::Fd file = OpenToken(path);
+  if (!file || ReadTextFile(path) != path.filename().string() + proof_end) return;
+  if (Lock(file.Get())) unlink(path.c_str());
+}
+
+void RemoveLeftovers(const std::string& folder, const std::string& proof_end) {
+  std::error_code error;
+  std::filesystem::directory_iterator entry(folder, error);
+  for (const std::filesystem::directory_iterator end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->is_regular_file(error)) RemoveLeftover(entry->path(), proof_end);
+  }
+}
+
+// Published and held as long as the result lives, so that no other run takes it for a leftover. One
+// may have come between the two.
+platform::Fd Publish(const std::string& path, const std::string& proof) {
+  constexpr int kAttempts = 5;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    WriteTextFile(path, proof, kTokenMode);
+    platform::Fd file = OpenToken(path);
+    if (!file || !Lock(file.Get()) || IsLinked(file.Get())) return file;
+  }
+  return {};
+}
+
 }  // namespace
 
 Http01Challenge::~Http01Challenge() { teardown(); }
@@ -43,7 +86,10 @@ bool Http01Challenge::setup() {
   if (!MakeFolder(folder)) return false;
   folder += "/acme-challenge";
   if (!MakeFolder(folder)) return false;
-  WriteTextFile(folder + "/" + token, keyAuthorization, kTokenMode);
+  if (keyAuthorization.starts_with(token)) {
+    RemoveLeftovers(folder, keyAuthorization.substr(token.size()));
+  }
+  held_ = Publish(folder + "/" + token, keyAuthorization);
   return true;
 }
 

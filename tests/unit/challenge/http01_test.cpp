@@ -74,6 +74,26 @@ TEST_F(Http01, ReplacesALinkAtTheTokenInsteadOfFollowingIt) {
   EXPECT_EQ(ReadFile("/var/lib/precious"), "kept");
 }
 
+TEST_F(Http01, RemovesWhatAKilledRunOfTheSameAccountLeft) {
+  WriteFile(TokenFile("left"), "left.thumbprint");
+  WriteFile(TokenFile("another-accounts"), "another-accounts.another");
+  WriteFile(TokenFile("text"), "a text");
+  Http01Challenge challenge;
+  ASSERT_TRUE(Publish(challenge, kToken));
+  EXPECT_THAT(ListFolder(kTokenFolder),
+              testing::UnorderedElementsAre(kToken, "another-accounts", "text"));
+}
+
+TEST_F(Http01, LeavesAloneWhatIsStillPublished) {
+  Http01Challenge earlier;
+  ASSERT_TRUE(Publish(earlier, "earlier"));
+  Http01Challenge challenge;
+  ASSERT_TRUE(Publish(challenge, kToken));
+  EXPECT_THAT(ListFolder(kTokenFolder), testing::UnorderedElementsAre(kToken, "earlier"));
+  earlier.teardown();
+  EXPECT_THAT(ListFolder(kTokenFolder), ElementsAre(kToken));
+}
+
 TEST_F(Http01, RemovesTheFileButNoFolderAtTheEndOfItsLife) {
   {
     Http01Challenge challenge;
