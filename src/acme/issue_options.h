@@ -1,6 +1,5 @@
 // The choices of one issuance, travelling as one value. Each kind of caller fills it in one place:
-// from the command line and the settings, or from a renewal record. The CA's profile and the
-// preferred chain will join it, absent unless chosen.
+// from the command line and the settings, or from a renewal record.
 #pragma once
 
 #include <string>
@@ -18,6 +17,10 @@ struct IssueOptions {
 
   KeyType key_type = KeyType::kRsa2048;  // of the certificate's key
   bool keeps_key_type = false;           // chosen for this certificate: its renewals keep it
+
+  // Chosen for this certificate, and kept for its renewals; the settings' when empty.
+  std::string profile{};          // one of those that the CA's directory lists
+  std::string preferred_chain{};  // common name of the issuer of the chain's topmost certificate
 };
 
 }  // namespace kova

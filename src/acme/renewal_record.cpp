@@ -28,6 +28,8 @@ RecordProblem ReadRenewalRecord(const std::string& folder, RenewalRecord& record
   const Json::Value& version = Member(document, "version");
   record.version = version.isInt() ? version.asInt() : 0;
   if (HasMember(document, "key_type")) record.key_type = TextMember(document, "key_type");
+  record.profile = TextMember(document, "profile");
+  record.preferred_chain = TextMember(document, "preferred_chain");
   return RecordProblem::kNone;
 }
 
@@ -38,6 +40,8 @@ void WriteRenewalRecord(const std::string& folder, const RenewalRecord& record) 
   document["account"] = record.account;
   document["domains"] = record.domains;
   if (record.key_type) document["key_type"] = *record.key_type;
+  if (!record.profile.empty()) document["profile"] = record.profile;
+  if (!record.preferred_chain.empty()) document["preferred_chain"] = record.preferred_chain;
   WriteTextFile(RenewalRecordPath(folder), JsonStyledText(document), kMode);
 }
 

@@ -21,6 +21,8 @@ struct RenewalRecord {
 
   // What was chosen for this certificate and holds for its renewals; none: nothing was.
   std::optional<std::string> key_type{};  // as crypto/csr.h names them; "" when it is no text
+  std::string profile{};                  // empty: nothing was chosen
+  std::string preferred_chain{};          // likewise
 };
 
 enum class RecordProblem {

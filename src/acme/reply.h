@@ -12,7 +12,6 @@
 namespace kova {
 
 inline constexpr char kBadNonceProblem[] = "urn:ietf:params:acme:error:badNonce";
-inline constexpr char kMalformedProblem[] = "urn:ietf:params:acme:error:malformed";
 inline constexpr char kOrderNotReadyProblem[] = "urn:ietf:params:acme:error:orderNotReady";
 
 // Whether a problem document is of that type.

@@ -20,7 +20,7 @@ constexpr char kTag[] = "client_v1";
 AcmeV1Client::AcmeV1Client(std::string directory_url, const Settings& settings)
     : http_(HttpOptionsOf(settings)),
       directory_url_(std::move(directory_url)),
-      skip_dns01_(settings.skip_dns01),
+      settings_(settings),
       nonces_(kTag) {}
 
 void AcmeV1Client::FetchDirectory() {

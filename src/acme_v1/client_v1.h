@@ -102,7 +102,7 @@ class AcmeV1Client {
   HttpClient http_;
   std::unique_ptr<RsaKey> key_;
   std::string directory_url_;
-  bool skip_dns01_;
+  Settings settings_;
   std::string account_folder_;
   Json::Value directory_;
   bool retryWithPortMap_ = true;  // the one retry behind port forwarding is still to be had

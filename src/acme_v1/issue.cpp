@@ -1,3 +1,4 @@
+#include "acme/issued_check.h"
 #include "acme/issued_folder.h"
 #include "acme/key_and_request.h"
 #include "acme/reply.h"
@@ -27,6 +28,9 @@ std::string AcmeV1Client::NewCert(const std::vector<std::string>& domains,
   pems.chain = FetchIssuer(issued);  // may be empty, on purpose
   pems.fullchain = pems.cert + pems.chain;
 
+  if (settings_.check_issued) {
+    RequireFitting(kTag, pems.fullchain, made.private_key.text, domains);
+  }
   DebugStep("save to files");
   ShowStage("", "storing the certificate");
   RenewalRecord record;

@@ -22,7 +22,7 @@ void LogFailedDns(const std::string& reason) {
 }  // namespace
 
 bool AcmeV1Client::DnsChallenge(const std::string& domain) {
-  if (skip_dns01_) return false;
+  if (settings_.skip_dns01) return false;
   try {
     const std::shared_ptr<LeChallenge> challenge = ChallengeFactory("dns-01", domain, http_);
     DoChallenge(NewAuthz(domain), *challenge);

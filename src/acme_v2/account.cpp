@@ -1,9 +1,11 @@
 #include "acme_v2/account.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "acme/account_store.h"
 #include "acme/reply.h"
+#include "acme_v2/account_binding.h"
 #include "acme_v2/session.h"
 #include "base/debug.h"
 #include "base/json.h"
@@ -18,8 +20,11 @@ namespace {
 constexpr char kTag[] = "client_v2";
 constexpr int kVersion = 2;
 
-Json::Value Registration(const std::string& contact) {
+Json::Value Registration(const Session& session, const RsaKey& key, const std::string& contact) {
   Json::Value payload(Json::objectValue);
+  const Json::Value binding =
+      AccountBinding(session.DirectoryUrl(), session.Resource("newAccount"), key.PublicJwk());
+  if (!binding.isNull()) payload["externalAccountBinding"] = binding;
   payload["contact"].append("mailto:" + contact);
   payload["termsOfServiceAgreed"] = true;
   return payload;
@@ -45,6 +50,8 @@ std::string Account::Find(const std::string& directory, const std::string& conta
   for (std::string& folder : folders) {
     if (folder.back() == '/') folder.pop_back();
   }
+  // Anew: with the "/" at its end, "abc-d" had come before "abc".
+  std::sort(folders.begin(), folders.end());
   return FirstAccount(folders, directory, contact, kVersion,
                       [](const std::string& /*folder*/, const Json::Value& info) {
                         // Without its URL an account could not speak for itself.
@@ -71,7 +78,7 @@ void Account::Register(Session& session, const std::string& contact) {
   Account account{RsaKey::Generate(), {}, {}};
   session.Use(account);
   const HttpResponse response =
-      session.PostJws(session.Resource("newAccount"), Registration(contact));
+      session.PostJws(session.Resource("newAccount"), Registration(session, *account.key, contact));
   // 200, for a key that the CA knows, is not expected either: the key is new.
   RequireRegistered(kTag, response, "newAccount, unexpect httpcode");
   account.url = GetHeader(response, "Location");

@@ -60,9 +60,9 @@ class AcmeV2Client {
   // --- Order and authorizations (order.h, authorizer.h, authorization.h) ---
 
   // Begins an attempt.
-  Order NewOrder(const std::vector<std::string>& names) {
+  Order NewOrder(const std::vector<std::string>& names, const std::string& profile = {}) {
     authorizer_.BeginAttempt();
-    return kova::NewOrder(session_, names);
+    return kova::NewOrder(session_, names, profile);
   }
   void AuthorizeOrder(const Order& order) { authorizer_.AuthorizeOrder(session_, order); }
   void DoAuthorization(const std::string& url) { authorizer_.DoAuthorization(session_, url); }
@@ -87,9 +87,7 @@ class AcmeV2Client {
   }
   void RevokeCertificate(const std::string& folder) { Revoke(session_, folder); }
   // The first half of it: for a caller with a lock to take before the record is removed.
-  std::string RevokeAtCa(const std::string& folder) {
-    return kova::RevokeAtCa(session_, folder);
-  }
+  std::string RevokeAtCa(const std::string& folder) { return kova::RevokeAtCa(session_, folder); }
 
  private:
   Session session_;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "acme/reply.h"
 #include "acme_v2/issue.h"
@@ -12,16 +13,25 @@
 namespace kova {
 namespace {
 
+using std::chrono::milliseconds;
+
 constexpr char kTag[] = "client_v2";
-constexpr std::chrono::seconds kDefaultPollPause{1};
+constexpr milliseconds kFirstPause{100};
+constexpr milliseconds kLongestPause{2000};
 constexpr std::chrono::seconds kOrderTimeout{60};
 
+// Some CAs say by null or an empty text that there is none yet.
+bool HasCertificate(const Json::Value& order) {
+  const Json::Value& url = Member(order, "certificate");
+  return !url.isNull() && url != Json::Value("");
+}
+
 bool IsProcessing(const Json::Value& order) {
-  return !HasMember(order, "certificate") && TextMember(order, "status") == "processing";
+  return !HasCertificate(order) && TextMember(order, "status") == "processing";
 }
 
 bool IsIssued(const Json::Value& order) {
-  return TextMember(order, "status") == "valid" && HasMember(order, "certificate");
+  return TextMember(order, "status") == "valid" && HasCertificate(order);
 }
 
 bool IsReady(const Json::Value& order) { return TextMember(order, "status") == "ready"; }
@@ -43,31 +53,57 @@ void RequireFinalized(const HttpResponse& response) {
   throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (new-cert)");
 }
 
-// Fetches the order again, at the pace that the CA asks for, until `done` holds for it.
-Json::Value AwaitOrder(Session& session, const std::string& url, const HttpResponse& reply,
-                       bool (*done)(const Json::Value& order)) {
-  // Time on the wire counts as well as the pauses.
-  const auto start = std::chrono::steady_clock::now();
-  std::chrono::seconds paused{0};
-  HttpResponse response = reply;
-  for (;;) {
-    const std::chrono::seconds pause = RetryAfter(response, kDefaultPollPause);
-    const auto spent = std::max<std::chrono::steady_clock::duration>(
-        paused, std::chrono::steady_clock::now() - start);
+// Throws when the CA has given the order up.
+void RequireAlive(const Json::Value& order) {
+  if (TextMember(order, "status") != "invalid") return;
+  throw SLError::FromServerText(code::kProtocol, kTag,
+                                TextMember(Member(order, "error"), "detail"));
+}
+
+Json::Value FetchOrder(Session& session, const std::string& url, HttpResponse& response) {
+  response = session.PostAsGet(url);
+  if (response.status != 200) {
+    LogError(kTag, "Failed to fetch order %s [%ld]", url.c_str(), response.status);
+    throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (order)");
+  }
+  return ObjectBody(kTag, response);
+}
+
+// The pauses between two looks at an order: as the CA asks, or short ones that grow. Time on the
+// wire counts towards the end of patience as well as the pauses.
+class Patience {
+ public:
+  // Throws when it would end during the pause.
+  void PauseAfter(const HttpResponse& reply) {
+    const milliseconds pause = PauseOf(reply);
+    const auto spent = std::max<Clock::duration>(paused_, Clock::now() - start_);
     if (spent + pause > kOrderTimeout) throw Error(code::kRefused, kTag, "Order timeout");
     WaitVisibly(pause);
-    paused += pause;
-    response = session.PostAsGet(url);
-    if (response.status != 200) {
-      LogError(kTag, "Failed to fetch order %s [%ld]", url.c_str(), response.status);
-      throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (order)");
-    }
-    Json::Value order = ObjectBody(kTag, response);
+    paused_ += pause;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  milliseconds PauseOf(const HttpResponse& reply) {
+    if (const auto asked = RetryAfter(reply)) return *asked;
+    return std::exchange(next_, std::min(2 * next_, kLongestPause));
+  }
+
+  Clock::time_point start_ = Clock::now();
+  milliseconds paused_{0};
+  milliseconds next_ = kFirstPause;
+};
+
+// Fetches the order again until `done` holds for it.
+Json::Value AwaitOrder(Session& session, const std::string& url, HttpResponse reply,
+                       bool (*done)(const Json::Value& order)) {
+  Patience patience;
+  for (;;) {
+    patience.PauseAfter(reply);
+    Json::Value order = FetchOrder(session, url, reply);
     if (done(order)) return order;
-    if (TextMember(order, "status") == "invalid") {
-      throw SLError::FromServerText(code::kProtocol, kTag,
-                                    TextMember(Member(order, "error"), "detail"));
-    }
+    RequireAlive(order);
   }
 }
 
@@ -76,14 +112,18 @@ Json::Value AwaitOrder(Session& session, const std::string& url, const HttpRespo
 // Without `asyncfinalize` the CA must answer at once; the order's status is then not looked at.
 Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr) {
   const bool patient = session.settings().async_finalize;
-  HttpResponse response = session.PostDer(order.finalize, "csr", csr);
+  Json::Value payload(Json::objectValue);
+  payload["csr"] = csr;
+  HttpResponse response = session.PostJws(order.finalize, payload);
   if (patient && IsOrderNotReady(response)) {
     AwaitOrder(session, order.url, response, IsReady);
-    response = session.PostDer(order.finalize, "csr", csr);
+    response = session.PostJws(order.finalize, payload);
   }
   RequireFinalized(response);
   Json::Value finalized = ObjectBody(kTag, response);
-  if (!patient || !IsProcessing(finalized)) return finalized;
+  if (!patient) return finalized;
+  RequireAlive(finalized);
+  if (!IsProcessing(finalized)) return finalized;
   return AwaitOrder(session, order.url, response, IsIssued);
 }
 

@@ -1,13 +1,11 @@
 #include "acme_v2/issue.h"
 
+#include "acme/issued_check.h"
 #include "acme/issued_folder.h"
 #include "acme/key_and_request.h"
-#include "acme/reply.h"
+#include "acme_v2/chain.h"
 #include "base/debug.h"
-#include "base/json.h"
-#include "base/log.h"
 #include "base/progress.h"
-#include "base/sl_error.h"
 #include "crypto/pem.h"
 
 namespace kova {
@@ -16,19 +14,10 @@ namespace {
 constexpr char kTag[] = "client_v2";
 constexpr int kRecordVersion = 2;
 
-std::string DownloadChain(Session& session, const Json::Value& order) {
-  // An order without a certificate makes an empty URL, whose download fails.
-  const std::string url =
-      HasMember(order, "certificate") ? RequiredText(kTag, order, "certificate") : std::string();
-  const HttpResponse response = session.PostAsGet(url);
-  if (response.status != 200) {
-    LogError(kTag, "Failed to download cert with %s [%ld]", JsonToString(order).c_str(),
-             response.status);
-    throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (download cert)");
-  }
-  DebugStep("get issuer-cert");
-  DebugDetail("%s", response.body.c_str());
-  return response.body;
+// Chosen for the certificate, or else by the settings.
+std::string PreferredChainOf(const Session& session, const IssueOptions& options) {
+  if (!options.preferred_chain.empty()) return options.preferred_chain;
+  return session.settings().preferred_chain.value_or("");
 }
 
 }  // namespace
@@ -36,8 +25,11 @@ std::string DownloadChain(Session& session, const Json::Value& order) {
 std::string Issue(Session& session, const Order& order, const IssueOptions& options) {
   const KeyAndRequest made(kTag, order.names, options.key_type);
   const Json::Value finalized =
-      FinalizeOrder(session, order, PemToBase64Url(made.request_pem, kRequestBegin, kRequestEnd));
-  const std::string chain = DownloadChain(session, finalized);
+      FinalizeOrder(session, order, session.DerText(made.request_pem, kRequestBegin, kRequestEnd));
+  const std::string chain = DownloadChain(session, finalized, PreferredChainOf(session, options));
+  if (session.settings().check_issued) {
+    RequireFitting(kTag, chain, made.private_key.text, order.names);
+  }
 
   DebugStep("save to files");
   ShowStage("", "storing the certificate");
@@ -47,6 +39,8 @@ std::string Issue(Session& session, const Order& order, const IssueOptions& opti
   record.account = session.AccountFolder();
   record.domains = JoinNames(order.names, ";");
   if (options.keeps_key_type) record.key_type = NameOf(options.key_type);
+  record.profile = options.profile;
+  record.preferred_chain = options.preferred_chain;
   return SaveCertificate(kTag, options.certificate_id, SplitChain(chain), made.private_key.text,
                          record);
 }

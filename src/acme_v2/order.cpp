@@ -3,6 +3,7 @@
 #include "acme/reply.h"
 #include "acme_v2/session.h"
 #include "base/json.h"
+#include "base/log.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
 #include "net/headers.h"
@@ -24,6 +25,16 @@ Json::Value OrderPayload(const std::vector<std::string>& names) {
   return payload;
 }
 
+// The profile to ask for: the chosen one or the settings', if the CA has it.
+std::string OfferedProfile(const Session& session, const std::string& chosen) {
+  const std::string profile = chosen.empty() ? session.settings().profile.value_or("") : chosen;
+  if (chosen.empty() && !session.settings().profile) return {};
+  const Json::Value& offered = Member(Member(session.Directory(), "meta"), "profiles");
+  if (HasMember(offered, profile.c_str())) return profile;
+  LogError(kTag, "The CA has no profile [%s].", profile.c_str());
+  return {};
+}
+
 std::vector<std::string> AuthorizationUrls(const Json::Value& order) {
   const Json::Value& listed = Member(order, "authorizations");
   if (!listed.isArray()) throw Error(code::kProtocol, kTag, "unexpect json response.");
@@ -37,9 +48,13 @@ std::vector<std::string> AuthorizationUrls(const Json::Value& order) {
 
 }  // namespace
 
-Order NewOrder(Session& session, const std::vector<std::string>& names) {
+Order NewOrder(Session& session, const std::vector<std::string>& names,
+               const std::string& chosen_profile) {
   ShowStage("", "placing the order");
-  const HttpResponse response = session.PostJws(session.Resource("newOrder"), OrderPayload(names));
+  Json::Value payload = OrderPayload(names);
+  const std::string profile = OfferedProfile(session, chosen_profile);
+  if (!profile.empty()) payload["profile"] = profile;
+  const HttpResponse response = session.PostJws(session.Resource("newOrder"), payload);
   switch (response.status) {
     case 201:
       break;

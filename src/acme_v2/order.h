@@ -15,7 +15,8 @@ struct Order {
   std::vector<std::string> names;           // as asked for
 };
 
-// Places it. Throws SLError 104 (429), 102 (400) or 200.
-Order NewOrder(Session& session, const std::vector<std::string>& names);
+// Places it. A profile that was chosen, or that the settings name, goes along when the directory
+// lists it; otherwise the system log says so. Throws SLError 104 (429), 102 (400) or 200.
+Order NewOrder(Session& session, const std::vector<std::string>& names, const std::string& profile);
 
 }  // namespace kova

@@ -19,13 +19,14 @@ constexpr char kTag[] = "client_v2";
 std::string RevokeAtCa(Session& session, const std::string& folder) {
   DebugStep("revoke certifiaction for %s.", folder.c_str());
   std::string text = ReadTextFile(folder + "/cert.pem");
-  const std::string certificate = PemToBase64Url(text, kCertificateBegin, kCertificateEnd);
+  const std::string certificate = session.DerText(text, kCertificateBegin, kCertificateEnd);
   DebugStep("=========== certification info ===========");
   DebugStep("%s", certificate.c_str());
   DebugStep("==========================================");
+  Json::Value payload(Json::objectValue);
+  payload["certificate"] = certificate;
   // One that was revoked before is as good as revoked now.
-  (void)RequireRevoked(kTag,
-                       session.PostDer(session.Resource("revokeCert"), "certificate", certificate));
+  (void)RequireRevoked(kTag, session.PostJws(session.Resource("revokeCert"), payload));
   return text;
 }
 

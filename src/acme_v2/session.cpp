@@ -7,6 +7,7 @@
 #include "base/json.h"
 #include "base/sl_error.h"
 #include "crypto/encoding.h"
+#include "crypto/pem.h"
 #include "net/retry_after.h"
 
 namespace kova {
@@ -62,23 +63,19 @@ Json::Value Session::BuildProtectedHeader(const std::string& url) {
 }
 
 HttpResponse Session::PostJws(const std::string& url, const Json::Value& payload) {
-  return SignedPost(url, Base64UrlEncode(JsonFastText(payload)), &payload);
+  return SignedPost(url, Base64UrlEncode(SignedText(payload)), &payload);
 }
 
 HttpResponse Session::PostAsGet(const std::string& url) { return SignedPost(url, "", nullptr); }
 
-HttpResponse Session::PostDer(const std::string& url, const char* member, const std::string& text) {
-  Json::Value payload(Json::objectValue);
-  payload[member] = text;
-  HttpResponse response = PostJws(url, payload);
-  if (!settings_.unpadded_retry || text.empty() || text.back() != '=' || response.status != 400 ||
-      !IsProblem(GetJsonBody(response), kMalformedProblem)) {
-    return response;
-  }
-  std::string unpadded = text;
-  StripBase64Padding(unpadded);
-  payload[member] = unpadded;
-  return PostJws(url, payload);
+std::string Session::SignedText(const Json::Value& value) const {
+  return settings_.strict_encoding ? JsonToString(value) : JsonFastText(value);
+}
+
+std::string Session::DerText(const std::string& pem, const char* begin, const char* end) const {
+  std::string text = PemToBase64Url(pem, begin, end);
+  if (settings_.strict_encoding) StripBase64Padding(text);
+  return text;
 }
 
 HttpResponse Session::SignedPost(const std::string& url, const std::string& encoded_payload,
@@ -93,8 +90,10 @@ HttpResponse Session::SignedPost(const std::string& url, const std::string& enco
 
 HttpResponse Session::SendSigned(const std::string& url, const std::string& encoded_payload,
                                  const Json::Value* payload) {
+  // When no reply comes, or no nonce to ask with, an older one says nothing about this request.
+  last_reply_ = HttpResponse();
   const Json::Value header = BuildProtectedHeader(url);
-  const std::string encoded_header = Base64UrlEncode(JsonFastText(header));
+  const std::string encoded_header = Base64UrlEncode(SignedText(header));
   Json::Value body(Json::objectValue);
   body["protected"] = encoded_header;
   body["payload"] = encoded_payload;
@@ -104,7 +103,6 @@ HttpResponse Session::SendSigned(const std::string& url, const std::string& enco
     DebugDetail("Post JWS header: %s", JsonStyledText(header).c_str());
     DebugDetail("Post JWS value: %s", JsonStyledText(*payload).c_str());
   }
-  last_reply_ = HttpResponse();  // when none comes, an older one says nothing about this request
   HttpResponse response = http_.Post(url, body);
   nonces_.Keep(response);
   last_reply_ = response;
@@ -113,7 +111,7 @@ HttpResponse Session::SendSigned(const std::string& url, const std::string& enco
 }
 
 std::chrono::seconds Session::RetryDelay() const {
-  return RetryAfter(last_reply_, kDefaultRetryDelay);
+  return RetryAfter(last_reply_).value_or(kDefaultRetryDelay);
 }
 
 }  // namespace kova

@@ -38,9 +38,10 @@ class Session {
   HttpResponse PostJws(const std::string& url, const Json::Value& payload);
   HttpResponse PostAsGet(const std::string& url);
 
-  // Posts a DER text (base64url) as that member. A server that refuses it as malformed is sent the
-  // text once more without its padding, when the settings say so.
-  HttpResponse PostDer(const std::string& url, const char* member, const std::string& text);
+  // The DER between the PEM markers as base64url; with `strictencoding` without the padding. Throws
+  // std::out_of_range when there is no such block.
+  [[nodiscard]] std::string DerText(const std::string& pem, const char* begin,
+                                    const char* end) const;
 
   // What the CA's last reply asks to wait before another attempt (1 to 10 s; 2 s when it is
   // silent).
@@ -49,6 +50,7 @@ class Session {
   // The directory's URL of that resource.
   [[nodiscard]] std::string Resource(const char* name) const;
 
+  [[nodiscard]] const Json::Value& Directory() const { return directory_; }
   [[nodiscard]] const std::string& DirectoryUrl() const { return directory_url_; }
   [[nodiscard]] const std::string& AccountFolder() const { return account_.folder; }
   [[nodiscard]] const RsaKey& Key() const;  // throws SLError 201 when there is no account yet
@@ -56,6 +58,8 @@ class Session {
   [[nodiscard]] const Settings& settings() const { return settings_; }
 
  private:
+  // The text that is signed. It ends in a line feed unless `strictencoding` is on.
+  [[nodiscard]] std::string SignedText(const Json::Value& value) const;
   HttpResponse SignedPost(const std::string& url, const std::string& encoded_payload,
                           const Json::Value* payload);
   HttpResponse SendSigned(const std::string& url, const std::string& encoded_payload,

@@ -17,7 +17,7 @@ constexpr size_t kMaximumWidth = 78;
 struct State {
   bool visible = false;
   std::string stage;
-  std::chrono::seconds waited{0};
+  std::chrono::milliseconds waited{0};
 };
 State line;  // NOLINT(*-non-const-global-variables): the process has one terminal
 
@@ -40,7 +40,8 @@ size_t Width() {
 void Draw() {
   if (!IsDrawn()) return;
   std::string waited;
-  if (line.waited.count() > 0) waited = " (waited " + std::to_string(line.waited.count()) + " s)";
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(line.waited).count();
+  if (seconds > 0) waited = " (waited " + std::to_string(seconds) + " s)";
   const size_t width = Width();
   const size_t room = width - std::min(width, waited.size());  // a long name loses its end first
   const std::string text = (line.stage.substr(0, room) + waited).substr(0, width);
@@ -58,7 +59,7 @@ ProgressLine::~ProgressLine() {
 
 void ShowStage(const std::string& name, const std::string& stage) {
   const std::string text = Printable(name.empty() ? stage : name + ": " + stage);
-  if (text != line.stage) line.waited = std::chrono::seconds(0);
+  if (text != line.stage) line.waited = std::chrono::milliseconds(0);
   line.stage = text;
   Draw();
 }
@@ -67,7 +68,7 @@ void HideProgress() {
   if (IsDrawn()) (void)std::fputs(kRewrite, stderr);
 }
 
-void WaitVisibly(std::chrono::seconds duration) {
+void WaitVisibly(std::chrono::milliseconds duration) {
   platform::SleepFor(duration);
   line.waited += duration;
   Draw();

@@ -25,6 +25,6 @@ void ShowStage(const std::string& name, const std::string& stage);
 void HideProgress();
 
 // Sleeps through the platform's SleepFor and adds the time to what the line shows as waited.
-void WaitVisibly(std::chrono::seconds duration);
+void WaitVisibly(std::chrono::milliseconds duration);
 
 }  // namespace kova

@@ -53,10 +53,13 @@ void Fill(const Members& file, Settings& settings) {
   file.Take("asyncfinalize", settings.async_finalize);
   file.TakeCount("orderattempts", settings.order_attempts);
   file.Take("noncerefill", settings.nonce_refill);
-  file.Take("unpaddedretry", settings.unpadded_retry);
   file.Take("keepconnections", settings.keep_connections);
   file.TakeCount("transfertimeout", settings.transfer_timeout);
   file.TakeAnyText("keytype", settings.key_type);
+  file.Take("strictencoding", settings.strict_encoding);
+  file.Take("checkissued", settings.check_issued);
+  file.TakeText("profile", settings.profile);
+  file.TakeText("preferredchain", settings.preferred_chain);
 }
 
 // The file's members; none when it cannot be used, which the settings then say.

@@ -28,10 +28,13 @@ struct Settings {
   bool async_finalize = false;                  // asyncfinalize
   int order_attempts = 0;                       // orderattempts; 0: no bound and no wait
   bool nonce_refill = false;                    // noncerefill
-  bool unpadded_retry = false;                  // unpaddedretry
   bool keep_connections = false;                // keepconnections
   int transfer_timeout = 0;                     // transfertimeout, seconds; 0: no limit
   std::optional<std::string> key_type;          // keytype, as written; "" when it is no text
+  bool strict_encoding = false;                 // strictencoding
+  bool check_issued = false;                    // checkissued
+  std::optional<std::string> profile;           // profile: of the CA's directory
+  std::optional<std::string> preferred_chain;   // preferredchain: common name of its top issuer
 };
 
 // `debuglog`: messages to syslog, and the debug level forced to 2 when it is not zero.

@@ -1,7 +1,10 @@
 #include "crypto/encoding.h"
 
+#include <openssl/hmac.h>
+
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 #include "base/sl_error.h"
 #include "crypto/secret.h"
@@ -36,6 +39,26 @@ std::string Base64UrlEncode(const unsigned char* bytes, size_t length) {
 
 std::string Base64UrlEncode(const std::string& bytes) {
   return Base64UrlEncode(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+}
+
+std::optional<std::string> Base64UrlDecode(const std::string& text) {
+  std::string digits = text;
+  StripBase64Padding(digits);
+  const auto is_digit = [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '-' || c == '_';
+  };
+  if (digits.size() % 4 == 1 || !std::all_of(digits.begin(), digits.end(), is_digit)) {
+    return std::nullopt;
+  }
+  const std::string padded = ToPaddedBase64(digits);
+  std::string bytes(padded.size() / 4 * 3, '\0');
+  if (EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                      reinterpret_cast<const unsigned char*>(padded.data()),
+                      static_cast<int>(padded.size())) < 0) {
+    return std::nullopt;
+  }
+  bytes.resize(digits.size() * 3 / 4);  // without the zeros that padding stands for
+  return bytes;
 }
 
 void ToBase64UrlAlphabet(std::string& text) {
@@ -86,6 +109,17 @@ std::string Sha256Base64Url(const std::string& text) {
   std::array<unsigned char, 32> digest{};
   Sha256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
   return Base64UrlEncode(digest.data(), digest.size());
+}
+
+std::string HmacSha256Base64Url(const std::string& key, const std::string& text) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int length = 0;
+  if (HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
+           reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data(),
+           &length) == nullptr) {
+    throw Error(code::kAccountKey, kTag, "SHA-256 failed.");
+  }
+  return Base64UrlEncode(digest.data(), length);
 }
 
 }  // namespace kova

@@ -65,7 +65,7 @@ std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
   int last_code = code::kRefused;
   while (client.HasChallengeTypes()) {
     try {
-      const Order order = client.NewOrder(options.names);
+      const Order order = client.NewOrder(options.names, options.profile);
       client.AuthorizeOrder(order);
       return client.NewCertificate(order, options);
     } catch (const SLError& error) {

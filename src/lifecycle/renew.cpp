@@ -34,6 +34,8 @@ IssueOptions OptionsOf(const RenewalRecord& record, const Settings& settings) {
   IssueOptions options;
   options.server = record.server;
   options.names = SplitDomainList(record.domains);
+  options.profile = record.profile;
+  options.preferred_chain = record.preferred_chain;
   ChooseKeyType(record.key_type, settings, options);
   return options;
 }
@@ -42,7 +44,11 @@ IssueOptions OptionsOf(const RenewalRecord& record, const Settings& settings) {
 bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
                  const RenewalSettings& settings) {
   Json::Value account;
-  if (!ReadAccountInfo(record.account, account)) return false;
+  if (!ReadAccountInfo(record.account, account)) {
+    LogError(kTag, "can not read the account of a version 1 record. [%s]",
+             AccountInfoPath(record.account).c_str());
+    return false;
+  }
   IssueOptions options = OptionsOf(record, settings);
   options.server = settings.server;
   options.contact = TextMember(account, "contact");
@@ -64,7 +70,7 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
     client.SetupDirectory();
     client.LoadAccount(record.account);
     client.NewNonce();
-    const Order order = client.NewOrder(options.names);
+    const Order order = client.NewOrder(options.names, options.profile);
     client.AuthorizeOrder(order);
     fresh = client.NewCertificate(order, options);
     PutInPlace(certificate, fresh);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "net/client_network.h"
 
@@ -17,5 +18,8 @@ std::string GetHeader(const HttpResponse& response, const std::string& name, siz
 
 // The target of the first Link header of that relation, in the strict form <URL>;rel="RELATION".
 std::string GetLinkUrl(const HttpResponse& response, const std::string& relation);
+
+// The targets of all links of that relation, however they are spaced and spelled (RFC 8288).
+std::vector<std::string> LinkUrls(const HttpResponse& response, const std::string& relation);
 
 }  // namespace kova

@@ -36,11 +36,11 @@ std::string Trimmed(const std::string& text) {
 
 }  // namespace
 
-seconds RetryAfter(const HttpResponse& response, seconds absent) {
+std::optional<seconds> RetryAfter(const HttpResponse& response) {
   const std::string value = Trimmed(GetHeader(response, "Retry-After"));
   if (IsDigits(value)) return std::clamp(FromDigits(value), kShortest, kLongest);
   const std::time_t date = curl_getdate(value.c_str(), nullptr);
-  if (date == -1) return absent;
+  if (date == -1) return std::nullopt;
   return std::clamp(seconds(date - std::time(nullptr)), kShortest, kLongest);
 }
 

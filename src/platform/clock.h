@@ -6,12 +6,13 @@
 
 namespace kova::platform {
 
-using Sleeper = std::function<void(std::chrono::seconds)>;
+using Sleeper = std::function<void(std::chrono::milliseconds)>;
 
 // Blocks for `duration`, signals notwithstanding.
-void SleepFor(std::chrono::seconds duration);
+void SleepFor(std::chrono::milliseconds duration);
 
-// Replaces what SleepFor does and returns what it did before; an empty function restores sleep(3).
+// Replaces what SleepFor does and returns what it did before; an empty function restores the real
+// waits.
 Sleeper SetSleeper(Sleeper sleeper);
 
 }  // namespace kova::platform

@@ -86,6 +86,14 @@ def test_of_two_matching_accounts_the_first_name_counts(host, ca, jwk):
     assert ca.calls("newOrder")[0].jws.header["kid"] == url
 
 
+def test_a_name_comes_before_one_that_it_begins(host, ca, jwk):
+    store_account(host, ca.directory, ca.url + "/account/unknown", jwk, name="abc-old")
+    url = ca.register(jwk)
+    store_account(host, ca.directory, url, jwk, name="abc")
+    expect.issued(host.new_cert(ca.directory, [NAME]))
+    assert ca.calls("newOrder")[0].jws.header["kid"] == url
+
+
 @pytest.mark.parametrize("member", ["directory", "contact", "version", "account_url"])
 def test_record_without_a_member_is_skipped(host, ca, account, jwk, member):
     info = json.loads(expect.read(account + "/info.json"))
@@ -138,14 +146,14 @@ def test_kty_of_the_stored_key_is_not_looked_at(host, ca, account, jwk, value):
     expect.issued(host.new_cert(ca.directory, [NAME]))
 
 
-def test_account_url_of_another_type(host, ca, account, jwk):
+@pytest.mark.parametrize("value", [7, None, True, ["u"], {}, ""])
+def test_account_url_of_another_type_is_none(host, ca, account, value):
     info = json.loads(expect.read(account + "/info.json"))
-    host.write(account + "/info.json", json.dumps({**info, "account_url": 7}), 0o600)
-    host.settings(orderattempts=1, skipdns01=True)
-    result = host.new_cert(ca.directory, [NAME])
-    assert 0 <= result.status < 256
-    assert set(result.document) >= {"error"}
-    ca.violations.clear()
+    text = json.dumps({**info, "account_url": value})
+    host.write(account + "/info.json", text, 0o600)
+    expect.issued(host.new_cert(ca.directory, [NAME]), [NAME])
+    assert len(ca.calls("newAccount")) == 1 and len(host.accounts()) == 2
+    assert expect.read(account + "/info.json") == text
 
 
 def test_account_is_stored_before_the_order(host, ca):

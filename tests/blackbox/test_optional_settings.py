@@ -1,8 +1,8 @@
 """The settings that are off when absent and that the installed file switches on."""
 
 import pytest
-from lib import expect
-from lib.http_script import NORMAL, Reply, edited
+from lib import expect, jws
+from lib.http_script import NORMAL, Reply, edited, edited_json
 from lib.signed_server import problem
 
 NAME = "www.host.example"
@@ -16,7 +16,7 @@ def test_installed_settings_wait_for_the_certificate(host, ca, account):
     result = host.new_cert(ca.directory, [NAME])
     expect.issued(result, [NAME])
     assert ca.trace[-5:] == ["finalize", "order", "order", "order", "certificate"]
-    assert result.sleeps == [1, 1, 1]
+    assert result.sleeps == [0.1, 0.2, 0.4]
 
 
 @pytest.mark.parametrize("value", [None, False, 1, "true"])
@@ -30,7 +30,7 @@ def test_without_asyncfinalize_a_processing_order_fails(host, ca, account, value
 
 
 @pytest.mark.parametrize("header, pause", [
-    ("3", 3), ("0", 1), ("60", 10), ("00009", 9), ("-3", 1), ("soon", 1), ("", 1),
+    ("3", 3), ("0", 1), ("60", 10), ("00009", 9), ("-3", 0.1), ("soon", 0.1), ("", 0.1),
     ("Thu, 01 Jan 1970 00:00:00 GMT", 1), ("Fri, 31 Dec 2199 23:59:59 GMT", 10)])
 def test_pause_is_the_one_that_the_ca_asks_for(host, ca, account, header, pause):
     ca.states_after_finalize = ["processing"]
@@ -45,7 +45,7 @@ def test_each_poll_may_ask_for_another_pause(host, ca, account):
     ca.answer("order", edited(headers={"Retry-After": "4"}))
     result = host.new_cert(ca.directory, [NAME])
     expect.issued(result)
-    assert result.sleeps == [1, 4]
+    assert result.sleeps == [0.1, 4]
 
 
 def test_waiting_for_the_certificate_ends_after_a_minute(host, ca, account):
@@ -53,7 +53,8 @@ def test_waiting_for_the_certificate_ends_after_a_minute(host, ca, account):
     host.settings(orderattempts=1, skipdns01=True)
     result = host.new_cert(ca.directory, [NAME])
     expect.gave_up(result, 102, "Order timeout", attempts=1)
-    assert 58 <= sum(result.sleeps) <= 60
+    assert result.sleeps[:6] == [0.1, 0.2, 0.4, 0.8, 1.6, 2]
+    assert 56 <= sum(result.sleeps) <= 60 and set(result.sleeps[5:]) == {2}
 
 
 def test_long_pauses_do_not_overrun_the_minute(host, ca, account):
@@ -74,6 +75,30 @@ def test_order_that_turns_invalid_fails_with_its_detail(host, ca, account):
     expect.gave_up(result, 200, "no %s%n way", attempts=1)
 
 
+@pytest.mark.parametrize("value", [None, False, 1, "true"])
+def test_order_that_finalize_finds_invalid_is_looked_at_with_the_setting_alone(host, ca, account,
+                                                                               value):
+    host.bare_settings(asyncfinalize=value, orderattempts=1, skipdns01=True)
+    ca.answer("finalize", Reply(200, {"status": "invalid", "error": {"detail": "no"}}))
+    expect.gave_up(host.new_cert(ca.directory, [NAME]), 100, "Server is not reachable.",
+                   "client_network", attempts=1)
+
+
+def test_order_that_finalize_finds_invalid_fails_with_its_detail(host, ca, account):
+    host.settings(orderattempts=1, skipdns01=True)
+    ca.answer("finalize", Reply(200, {"status": "invalid", "error": {"detail": "CAA %s%n"}}))
+    result = host.new_cert(ca.directory, [NAME])
+    expect.gave_up(result, 200, "CAA %s%n", attempts=1)
+    assert ca.trace[-1] == "finalize"
+
+
+@pytest.mark.parametrize("none", [None, ""])
+def test_certificate_that_is_none_yet_is_waited_for(host, ca, account, none):
+    ca.states_after_finalize = ["processing"]
+    ca.answer("finalize", edited_json(lambda order: {**order, "certificate": none}))
+    expect.issued(host.new_cert(ca.directory, [NAME]), [NAME])
+
+
 def not_ready():
     return problem("orderNotReady", "the order is not ready", 403)
 
@@ -88,7 +113,7 @@ def test_order_that_is_not_ready_yet_is_finalized_again(host, ca, account):
     result = host.new_cert(ca.directory, [NAME])
     expect.issued(result)
     assert ca.trace[-6:] == ["finalize", "order", "order", "order", "finalize", "certificate"]
-    assert result.sleeps == [1, 1, 1]
+    assert result.sleeps == [0.1, 0.2, 0.4]
 
 
 def test_finalize_is_repeated_once_only(host, ca, account):
@@ -206,11 +231,20 @@ def test_without_noncerefill_an_empty_pool_fails(host, ca, account, value):
     assert ca.trace == ["directory", "newNonce", "newOrder"]
 
 
-# -- padding ------------------------------------------------------------------------------------
+def test_refill_that_fails_lends_no_older_pause(host, ca, account):
+    host.settings(orderattempts=2, skipdns01=True)
+    ca.answer("newOrder", Reply(500, {}, headers={"Retry-After": "9"}))
+    ca.always("newNonce", edited(nonce=None))
+    ca.answer("directory", NORMAL)
+    result = host.new_cert(ca.directory, [NAME])
+    assert result.document["error"] == 204
+    assert result.sleeps == [2]
+
+
+# -- strict encoding ----------------------------------------------------------------------------
 
 # Requests for these need "==" and "=" at the end of their base64 text, and nothing.
-PADDED = ["www.host.example", "wwwww.host.example"]
-FITTING = "wwww.host.example"
+NAMES = ["www.host.example", "wwwww.host.example", "wwww.host.example"]
 
 
 def ends(ca):
@@ -219,52 +253,33 @@ def ends(ca):
     return [text[len(text.rstrip("=")):] for text in texts]
 
 
-def test_padding_is_sent_along(host, ca, account):
-    seen = set()
-    for name in [*PADDED, FITTING]:
-        expect.issued(host.new_cert(ca.directory, [name]), [name])
-        seen.add(ends(ca)[-1])
-    assert seen == {"", "=", "=="}
-    assert len(ca.calls("finalize")) == 3
+def line_feeds(ca):
+    """Whether the signed texts end in a line feed: of the headers, of the payloads."""
+    signed = [request.jws.raw for request in ca.requests if request.jws is not None]
+    return tuple({jws.decode(raw[part]).endswith(b"\n") for raw in signed if raw[part]}
+                 for part in ("protected", "payload"))
 
 
-@pytest.mark.parametrize("name", PADDED)
-def test_installed_settings_try_again_without_padding(host, ca, account, name):
+def test_installed_settings_send_strict_texts(host, ca):
     ca.takes_padding = False
-    result = host.new_cert(ca.directory, [name])
-    expect.issued(result, [name])
-    padded, bare = (payload["csr"] for payload in ca.payloads("finalize"))
-    assert padded.endswith("=") and bare == padded.rstrip("=")
-    assert result.errors == []
-
-
-def test_request_that_needs_no_padding_is_not_sent_again(host, ca, account, once):
-    ca.always("finalize", problem("malformed", "no"))
-    result = host.new_cert(ca.directory, [FITTING])
-    expect.gave_up(result, 200, "new-cert: Unexpect httpcode. (new-cert)", attempts=1)
-    assert ends(ca) == [""]
-
-
-def test_request_is_sent_again_once_only(host, ca, account, once):
-    ca.always("finalize", problem("malformed", "no"))
-    result = host.new_cert(ca.directory, [PADDED[0]])
-    expect.gave_up(result, 200, "new-cert: Unexpect httpcode. (new-cert)", attempts=1)
-    assert len(ends(ca)) == 2 and ends(ca)[1] == ""
-
-
-@pytest.mark.parametrize("kind, status", [("badCSR", 400), ("malformed", 403), ("malformed", 500),
-                                          ("unauthorized", 400)])
-def test_other_refusals_are_final(host, ca, account, once, kind, status):
-    ca.always("finalize", problem(kind, "no", status))
-    result = host.new_cert(ca.directory, [PADDED[0]])
-    expect.gave_up(result, 200, "new-cert: Unexpect httpcode. (new-cert)", attempts=1)
-    assert len(ends(ca)) == 1
+    for name in NAMES:
+        expect.issued(host.new_cert(ca.directory, [name]), [name])
+    assert ends(ca) == ["", "", ""]
+    assert line_feeds(ca) == ({False}, {False})
 
 
 @pytest.mark.parametrize("value", [None, False, 1, "true"])
-def test_without_unpaddedretry_the_refusal_is_final(host, ca, account, value):
-    host.bare_settings(unpaddedretry=value, orderattempts=1, skipdns01=True)
-    ca.takes_padding = False
-    result = host.new_cert(ca.directory, [PADDED[0]])
+def test_without_strictencoding_texts_are_loose(host, ca, value):
+    host.bare_settings(strictencoding=value)
+    for name in NAMES:
+        expect.issued(host.new_cert(ca.directory, [name]), [name])
+    assert set(ends(ca)) == {"", "=", "=="}
+    assert line_feeds(ca) == ({True}, {True})
+
+
+def test_refused_request_is_not_sent_again(host, ca, account):
+    host.settings(orderattempts=1, skipdns01=True)
+    ca.always("finalize", problem("malformed", "no"))
+    result = host.new_cert(ca.directory, [NAMES[0]])
     expect.gave_up(result, 200, "new-cert: Unexpect httpcode. (new-cert)", attempts=1)
-    assert len(ends(ca)) == 1
+    assert len(ca.calls("finalize")) == 1

@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string url = kova::GetLinkUrl(response, relation);
     KOVA_REQUIRE(url.empty() || response.header.find("<" + url + ">") != std::string::npos);
   }
-  const seconds wait = kova::RetryAfter(response, seconds(2));
+  const seconds wait = kova::RetryAfter(response).value_or(seconds(2));
   KOVA_REQUIRE(wait >= seconds(1) && wait <= seconds(10));
   return 0;
 }

@@ -67,8 +67,8 @@ void PrepareHost() {
   test::ResetHost();
   test::WriteFile(test::kSettingsFile,
                   R"({"skipdns01": true, "asyncfinalize": true, "noncerefill": true,
-                      "unpaddedretry": true})");
-  platform::SetSleeper([](std::chrono::seconds) {});
+                      "strictencoding": true})");
+  platform::SetSleeper([](std::chrono::milliseconds) {});
 }
 
 void CheckIssuance(const std::function<void()>& issue) {

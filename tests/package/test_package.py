@@ -103,7 +103,8 @@ def test_an_installation_makes_an_empty_archive(root, deb):
     assert os.listdir(root.path(ARCHIVE)) == ["INFO"]
     with open(os.environ["KOVA_STAGE"] + SETTINGS, encoding="utf-8") as staged:
         assert root.read(SETTINGS) == staged.read()
-    installed = {"asyncfinalize": True, "noncerefill": True, "orderattempts": 3}
+    installed = {"asyncfinalize": True, "noncerefill": True, "orderattempts": 3,
+                 "strictencoding": True, "checkissued": True}
     assert installed.items() <= json.loads(root.read(SETTINGS)).items()
     assert not root.exists(JOB)
 

@@ -13,16 +13,18 @@ class SleepCounter {
  public:
   SleepCounter()
       : previous_(platform::SetSleeper(
-            [this](std::chrono::seconds duration) { durations_.push_back(duration); })) {}
+            [this](std::chrono::milliseconds duration) { durations_.push_back(duration); })) {}
   ~SleepCounter() { platform::SetSleeper(std::move(previous_)); }
   SleepCounter(const SleepCounter&) = delete;
   SleepCounter& operator=(const SleepCounter&) = delete;
 
   // Every wait so far, oldest first.
-  [[nodiscard]] const std::vector<std::chrono::seconds>& Durations() const { return durations_; }
+  [[nodiscard]] const std::vector<std::chrono::milliseconds>& Durations() const {
+    return durations_;
+  }
 
-  [[nodiscard]] std::chrono::seconds Total() const {
-    std::chrono::seconds total{0};
+  [[nodiscard]] std::chrono::milliseconds Total() const {
+    std::chrono::milliseconds total{0};
     for (const auto duration : durations_) total += duration;
     return total;
   }
@@ -30,7 +32,7 @@ class SleepCounter {
   void Clear() { durations_.clear(); }
 
  private:
-  std::vector<std::chrono::seconds> durations_;
+  std::vector<std::chrono::milliseconds> durations_;
   platform::Sleeper previous_;
 };
 

@@ -6,12 +6,10 @@ import ssl
 import urllib.error
 import urllib.request
 
-from cryptography import x509
-from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import rsa
 
 from .ddns import ChallTestSrv
-from .issuer import Issuer, name, pem
+from .issuer import Issuer, pem
 from .nginx import accepts
 from .trust_store import trust
 
@@ -21,28 +19,29 @@ ACME, MANAGEMENT, NAMES, NAMES_MANAGEMENT = 14000, 15000, 8053, 8055
 class RealCa:
     """Validates http-01 on port 80 of 127.0.0.1, where every name resolves to, and dns-01 against
     the records of `zone`, which is asked on 127.0.0.1 at `names_port`. `chaos` are pebble's own
-    switches for what is otherwise left to chance, e.g. PEBBLE_WFE_NONCEREJECT="15"."""
+    switches for what is otherwise left to chance, e.g. PEBBLE_WFE_NONCEREJECT="15". With `bindings`,
+    key names to keys, accounts have to be bound to one of them."""
 
     directory = f"https://localhost:{ACME}/dir"
 
-    def __init__(self, host, names_port=NAMES, **chaos):
+    def __init__(self, host, names_port=NAMES, strict=False, bindings=None, **chaos):
         self._host = host
         self.zone = ChallTestSrv(f"http://127.0.0.1:{NAMES_MANAGEMENT}")
         self._folder = host.workspace + "/pebble"
-        self._configure()
+        self._configure(bindings)
         host.spawn(["/usr/bin/pebble-challtestsrv", "-dns01", f"127.0.0.1:{names_port}",
                     "-management", f"127.0.0.1:{NAMES_MANAGEMENT}", "-defaultIPv6", "",
                     "-http01", "", "-https01", "", "-tlsalpn01", ""],
                    ready=lambda: accepts(NAMES_MANAGEMENT))
         self._process = host.spawn(
-            ["/usr/bin/pebble", "-config", self._folder + "/config.json",
+            ["/usr/bin/pebble", *(["-strict"] if strict else []), "-config", self._folder + "/config.json",
              "-dnsserver", f"127.0.0.1:{names_port}"],
             # Nothing left to chance.
             env={"PEBBLE_VA_NOSLEEP": "1", "PEBBLE_WFE_NONCEREJECT": "0",
                  "PEBBLE_AUTHZREUSE": "0", **chaos},
             ready=lambda: accepts(ACME) and accepts(MANAGEMENT))
 
-    def _configure(self):
+    def _configure(self, bindings):
         issuer = Issuer("Web PKI of the test", intermediates=0)
         key = rsa.generate_private_key(65537, 2048)
         self._host.write(self._folder + "/cert.pem",
@@ -53,7 +52,8 @@ class RealCa:
             "managementListenAddress": f"127.0.0.1:{MANAGEMENT}",
             "certificate": self._folder + "/cert.pem", "privateKey": self._folder + "/key.pem",
             "httpPort": 80, "tlsPort": 443, "ocspResponderURL": "",
-            "externalAccountBindingRequired": False}}))
+            "externalAccountBindingRequired": bindings is not None,
+            "externalAccountMACKeys": bindings or {}}}))
         self.web_root = pem(issuer.root)  # who speaks to it must trust this
         trust(self.web_root)
         self._trust = ssl.create_default_context(cadata=self.web_root.decode())
@@ -66,9 +66,9 @@ class RealCa:
         """How many requests it has seen."""
         return self._host.output(self._process).count("-> calling handler()")
 
-    def root(self):
-        """The PEM of the root that its certificates lead to."""
-        return self._manage("/roots/0").decode()
+    def root(self, number=0):
+        """The PEM of the root that its certificates lead to, or of an alternate."""
+        return self._manage(f"/roots/{number}").decode()
 
     def status(self, serial):
         """"Valid" or "Revoked", as its responder would say; None for a certificate not its own."""
@@ -82,18 +82,3 @@ class RealCa:
         with urllib.request.urlopen(f"https://localhost:{MANAGEMENT}{path}", timeout=10,
                                     context=self._trust) as reply:
             return reply.read()
-
-
-def request_length(names):
-    """Bytes of the certificate request for those names; it depends on nothing else."""
-    alternatives = x509.SubjectAlternativeName([x509.DNSName(value) for value in names])
-    request = x509.CertificateSigningRequestBuilder().subject_name(name(names[0])) \
-        .add_extension(alternatives, critical=False).sign(
-            rsa.generate_private_key(65537, 2048), hashes.SHA256())
-    return len(request.public_bytes(serialization.Encoding.DER))
-
-
-def needs_no_padding(names):
-    """Whether the request for those names needs no "=" at the end of its base64 text. The program
-    sends the padding along, which public CAs take and pebble does not."""
-    return request_length(names) % 3 == 0

@@ -101,6 +101,20 @@ TEST_F(RenewalRecordTest, AVersionOfAnotherTypeIsNone) {
   }
 }
 
+TEST_F(RenewalRecordTest, KeepsProfileAndChain) {
+  RenewalRecord written;
+  written.profile = "short";
+  written.preferred_chain = "Root X";
+  WriteRenewalRecord(kFolder, written);
+  ASSERT_EQ(ReadRenewalRecord(kFolder, record_), RecordProblem::kNone);
+  EXPECT_EQ(record_.profile, "short");
+  EXPECT_EQ(record_.preferred_chain, "Root X");
+  ASSERT_EQ(Read(R"({"server":"s","domains":"a","account":"f","version":2,
+                     "profile":null,"preferred_chain":["X"]})"),
+            RecordProblem::kNone);
+  EXPECT_EQ(record_.profile + record_.preferred_chain, "");
+}
+
 TEST_F(RenewalRecordTest, NothingOfAnEarlierRecordStays) {
   ASSERT_EQ(Read(R"({"server":"s","domains":"a","account":"f","version":2})"),
             RecordProblem::kNone);

@@ -10,6 +10,7 @@
 namespace kova::test {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -92,6 +93,8 @@ class StageTest : public V1Test {
     return events;
   }
 
+  std::vector<bool> token_stood_;  // at each new-authz and each answer to a challenge
+
  private:
   static std::string NameOf(const HttpRequest& request) {
     return SignedBody(request).payload["identifier"]["value"].asString();
@@ -113,6 +116,7 @@ class StageTest : public V1Test {
   }
 
   HttpReply Authorize(const HttpRequest& request) {
+    token_stood_.push_back(!ListFolder(kTokenFolder).empty());
     return FreshJson(201, JsonToString(Authz(NameOf(request))));
   }
 
@@ -120,6 +124,7 @@ class StageTest : public V1Test {
     if (request.path == "/router") return HttpReply::Text(200, "");
     const std::string subject = request.path.substr(request.path.find('/', 1) + 1);
     if (request.method == "POST") {
+      token_stood_.push_back(!ListFolder(kTokenFolder).empty());
       return FreshJson(202, "{}", {"Link: <" + server.Url("/authz/" + subject) + R"(>;rel="up")"});
     }
     std::vector<std::string>& outcomes = outcomes_[subject];
@@ -192,7 +197,7 @@ TEST_F(StageTest, DoesNotOpenTheRouterWhenTheWebServerIsReached) {
 TEST_F(StageTest, CarriesAStandardExceptionAsALocalFailure) {
   SkipDns();
   Decide("a.example", "http-01", {"pending"});
-  platform::SetSleeper([](seconds) { throw std::runtime_error("woken up %s"); });
+  platform::SetSleeper([](milliseconds) { throw std::runtime_error("woken up %s"); });
   const Names steps = StepsOf([&] {
     EXPECT_EQ(Run({"a.example", "b.example"}), "202 client_v1: woken up %s");
   });
@@ -203,7 +208,7 @@ TEST_F(StageTest, CarriesAStandardExceptionAsALocalFailure) {
 TEST_F(StageTest, LetsAnythingElsePass) {
   SkipDns();
   Decide("a.example", "http-01", {"pending"});
-  platform::SetSleeper([](seconds) { throw 5; });
+  platform::SetSleeper([](milliseconds) { throw 5; });
   const Names steps = StepsOf([&] { EXPECT_THROW(client.AuthorizeAll({"a.example"}), int); });
   EXPECT_EQ(steps.back(), "Normal challenge failed, reason: Unknown");
 }
@@ -214,13 +219,13 @@ TEST_F(StageTest, DnsHoldsBackWhateverIsThrown) {
   const std::string reason = "DNS challenge failed, reason: ";
   int waits = 0;
   // Six waits for the record, then the one after the pending poll.
-  platform::SetSleeper([&](seconds) {
+  platform::SetSleeper([&](milliseconds) {
     if (++waits == 7) throw std::runtime_error("woken");
   });
   EXPECT_THAT(StepsOf([&] { EXPECT_FALSE(client.DnsChallenge("box.ddns.example")); }),
               testing::Contains(reason + "woken"));
   waits = 0;
-  platform::SetSleeper([&](seconds) {
+  platform::SetSleeper([&](milliseconds) {
     if (++waits == 7) throw 5;
   });
   EXPECT_THAT(StepsOf([&] { EXPECT_FALSE(client.DnsChallenge("box.ddns.example")); }),
@@ -257,6 +262,13 @@ TEST_F(StageTest, DnsCannotServeANameOutsideTheZone) {
       StepsOf([&] { EXPECT_EQ(Run({"a.example"}), "102 client_v1: because of http-01"); });
   EXPECT_EQ(Events(), Attempt("a.example") + Names{"new-authz a.example"});
   EXPECT_THAT(steps, testing::Contains("DNS challenge failed, reason: Challenge setup is failed."));
+}
+
+TEST_F(StageTest, TheTokenOfHttpIsGoneBeforeDnsStarts) {
+  ServeDdns();
+  Decide("box.ddns.example", "http-01", {kRefused});
+  EXPECT_EQ(Run({"box.ddns.example"}), "nothing");
+  EXPECT_EQ(token_stood_, (std::vector<bool>{false, true, false, false}));
 }
 
 TEST_F(StageTest, SkippingDnsSendsNothing) {

@@ -175,6 +175,13 @@ TEST_F(AccountStore, PrefersTheFolderWhoseNameSortsFirst) {
   EXPECT_EQ(Find(), std::string(kAccountStore) + "/aaaaaa");
 }
 
+TEST_F(AccountStore, SortsByNamesAlone) {
+  Put("abc-old", JsonStyledText(Info()));
+  Put("abc", JsonStyledText(Info()));
+  Put("abc.old", JsonStyledText(Info()));
+  EXPECT_EQ(Find(), std::string(kAccountStore) + "/abc");
+}
+
 TEST_F(AccountStore, PassesOverAccountsThatDoNotFit) {
   for (const char* version : {"1", "\"2\"", "3", "2.5", "null", "true", "[2]"}) {
     Json::Value info = Info();

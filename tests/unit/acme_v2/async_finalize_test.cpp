@@ -2,6 +2,19 @@
 
 #include "issue_fixture.h"
 
+namespace {
+
+std::chrono::seconds on_the_wire{0};
+
+}  // namespace
+
+extern "C" std::chrono::steady_clock::time_point
+__real__ZNSt6chrono3_V212steady_clock3nowEv();  // NOLINT
+extern "C" std::chrono::steady_clock::time_point
+__wrap__ZNSt6chrono3_V212steady_clock3nowEv() {  // NOLINT
+  return __real__ZNSt6chrono3_V212steady_clock3nowEv() + on_the_wire;
+}
+
 namespace kova::test {
 namespace {
 
@@ -23,7 +36,7 @@ class AsyncFinalize : public IssueTest {
   }
 
   // The wait after a finalize reply with that Retry-After.
-  Seconds WaitAfter(const std::string& retry_after) {
+  Milliseconds WaitAfter(const std::string& retry_after) {
     sleeps_.Clear();
     ca_.Once(kFinalize, Order("processing", false, retry_after));
     EXPECT_EQ(ErrorOfNew(), "nothing") << retry_after;
@@ -31,6 +44,8 @@ class AsyncFinalize : public IssueTest {
     return sleeps_.Total();
   }
 };
+
+constexpr Milliseconds kFirst{100};
 
 std::string HttpDate(std::time_t time) {
   char text[64];
@@ -54,7 +69,7 @@ TEST_F(AsyncFinalize, FetchesTheOrderUntilItIsValid) {
   EXPECT_EQ(ErrorOfNew(), "nothing");
   EXPECT_THAT(ca_.Routes(), ElementsAre(kFinalize, kOrder, kOrder, kOrder, kCertificate));
   EXPECT_EQ(ca_.Signed(kOrder)[0].payload, "");
-  EXPECT_EQ(sleeps_.Durations(), Waits(3, Seconds(1)));
+  EXPECT_EQ(sleeps_.Durations(), (Waits{kFirst, 2 * kFirst, 4 * kFirst}));
 }
 
 TEST_F(AsyncFinalize, WaitsForBothStatusAndCertificate) {
@@ -73,13 +88,13 @@ TEST_F(AsyncFinalize, WaitsAsLongAsTheCaAsks) {
   EXPECT_EQ(WaitAfter("86400"), Seconds(10));
   EXPECT_EQ(WaitAfter("99999999999999999999"), Seconds(10));
   EXPECT_EQ(WaitAfter("0"), Seconds(1));
-  EXPECT_EQ(WaitAfter("-5"), Seconds(1));
-  EXPECT_EQ(WaitAfter("soon"), Seconds(1));
+  EXPECT_EQ(WaitAfter("-5"), kFirst);
+  EXPECT_EQ(WaitAfter("soon"), kFirst);
 }
 
 TEST_F(AsyncFinalize, WaitsUntilTheDateThatTheCaNames) {
   const std::time_t now = std::time(nullptr);
-  const Seconds wait = WaitAfter(HttpDate(now + 8));
+  const Milliseconds wait = WaitAfter(HttpDate(now + 8));
   EXPECT_GE(wait, Seconds(5));
   EXPECT_LE(wait, Seconds(8));
   EXPECT_EQ(WaitAfter(HttpDate(now + 3600)), Seconds(10));
@@ -91,15 +106,57 @@ TEST_F(AsyncFinalize, GoesByTheRetryAfterOfTheLatestReply) {
   ca_.Once(kOrder, Order("processing", false, "7"));
   ca_.Once(kOrder, Order("processing"));
   EXPECT_EQ(ErrorOfNew(), "nothing");
-  EXPECT_EQ(sleeps_.Durations(), (Waits{Seconds(2), Seconds(7), Seconds(1)}));
+  EXPECT_EQ(sleeps_.Durations(), (Waits{Seconds(2), Seconds(7), kFirst}));
 }
 
 TEST_F(AsyncFinalize, EndsInATimeoutAfterSixtySeconds) {
   ca_.Once(kFinalize, Order("processing"));
   ca_.Always(kOrder, Order("processing"));
   EXPECT_EQ(ErrorOfNew(), "102 client_v2: Order timeout");
-  EXPECT_EQ(sleeps_.Total(), Seconds(60));
-  EXPECT_EQ(ca_.Count(kOrder), 60U);
+  EXPECT_EQ(sleeps_.Total(), Milliseconds(59100));  // another two seconds would be too long
+  EXPECT_EQ(ca_.Count(kOrder), 33U);
+}
+
+TEST_F(AsyncFinalize, WaitsLongerEachTimeUpToTwoSeconds) {
+  ca_.Once(kFinalize, Order("processing"));
+  ca_.Once(kOrder, Order("processing"), 4);
+  ca_.Once(kOrder, Order("processing", false, "5"));
+  ca_.Once(kOrder, Order("processing"), 2);
+  EXPECT_EQ(ErrorOfNew(), "nothing");
+  EXPECT_EQ(sleeps_.Durations(), (Waits{kFirst, 2 * kFirst, 4 * kFirst, 8 * kFirst, 16 * kFirst,
+                                        Seconds(5), Seconds(2), Seconds(2)}));
+}
+
+TEST_F(AsyncFinalize, CountsTimeOnTheWire) {
+  ca_.Once(kFinalize, Order("processing", false, "10"));
+  ca_.Always(kOrder, Order("processing", false, "10"));
+  ca_.Before(kOrder, [] { on_the_wire += Seconds(15); });  // so long takes each answer
+  EXPECT_EQ(ErrorOfNew(), "102 client_v2: Order timeout");
+  on_the_wire = Seconds(0);
+  EXPECT_EQ(ca_.Count(kOrder), 4U);  // after 60 s, no pause of 10 fits
+}
+
+TEST_F(AsyncFinalize, TakesNoCertificateByAnotherNameForNone) {
+  for (const char* none : {"null", "\"\""}) {
+    const HttpReply reply = HttpReply::Json(
+        200, std::string(R"({"status": "processing", "certificate": )") + none + "}");
+    ca_.ClearRequests();
+    ca_.Once(kFinalize, reply);
+    ca_.Once(kOrder, reply);
+    ca_.Once(kOrder, HttpReply::Json(
+                         200, std::string(R"({"status": "valid", "certificate": )") + none + "}"));
+    EXPECT_EQ(ErrorOfNew(), "nothing") << none;
+    EXPECT_THAT(ca_.Routes(), ElementsAre(kFinalize, kOrder, kOrder, kOrder, kCertificate));
+  }
+  ca_.Once(kFinalize, HttpReply::Json(200, R"({"status": "processing", "certificate": 5})"));
+  EXPECT_EQ(ErrorOfNew(), "200 client_v2: unexpect json response.");
+}
+
+TEST_F(AsyncFinalize, SaysWhyFinalizeFoundTheOrderInvalid) {
+  ca_.Once(kFinalize, HttpReply::Json(
+                          200, R"({"status": "invalid", "error": {"detail": "CAA forbids 5%s"}})"));
+  EXPECT_EQ(ErrorOfNew(), "200 client_v2: CAA forbids 5%s");
+  EXPECT_THAT(ca_.Routes(), ElementsAre(kFinalize));
 }
 
 TEST_F(AsyncFinalize, NeverWaitsBeyondSixtySeconds) {
@@ -152,7 +209,7 @@ TEST_F(AsyncFinalize, FinalizesAgainOnceTheOrderIsReady) {
   EXPECT_THAT(ca_.Routes(),
               ElementsAre(kFinalize, kOrder, kOrder, kOrder, kFinalize, kCertificate));
   EXPECT_EQ(ca_.Signed(kFinalize)[0].payload, ca_.Signed(kFinalize)[1].payload);
-  EXPECT_EQ(sleeps_.Durations(), Waits(3, Seconds(1)));
+  EXPECT_EQ(sleeps_.Durations(), (Waits{kFirst, 2 * kFirst, 4 * kFirst}));
 }
 
 TEST_F(AsyncFinalize, HeedsTheRetryAfterOfTheRefusal) {
@@ -187,7 +244,7 @@ TEST_F(AsyncFinalize, GivesUpOnAnOrderThatNeverGetsReady) {
   ca_.Once(kFinalize, NotReady());
   ca_.Always(kOrder, Order("pending", false, "10"));
   EXPECT_EQ(ErrorOfNew(), "102 client_v2: Order timeout");
-  EXPECT_EQ(sleeps_.Total(), Seconds(51));
+  EXPECT_EQ(sleeps_.Total(), Milliseconds(50100));
   ca_.Once(kFinalize, NotReady());
   ca_.Once(kOrder,
            HttpReply::Json(200, R"({"status": "invalid", "error": {"detail": "too late"}})"));
@@ -211,6 +268,9 @@ TEST_F(AsyncFinalize, IsOffUnlessTheSettingIsTrue) {
   for (const char* settings : {R"({"asyncfinalize": false})", R"({"asyncfinalize": 1})",
                                R"({"asyncfinalize": "true"})", "{}", "{"}) {
     Settings(settings);
+    ca_.Once(kFinalize, HttpReply::Json(200, R"({"status": "invalid", "certificate": ")" +
+                                                 ca_.Url("/certificate/1") + "\"}"));
+    EXPECT_EQ(ErrorOfNew(), "nothing") << settings;
     client_->NewNonce();  // the download that fails takes one and brings none
     ca_.Once(kFinalize, Order("processing"));
     EXPECT_EQ(ErrorOfNew(), "100 client_network: Server is not reachable.") << settings;

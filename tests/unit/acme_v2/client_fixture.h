@@ -27,7 +27,8 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 
 using Seconds = std::chrono::seconds;
-using Waits = std::vector<Seconds>;
+using Milliseconds = std::chrono::milliseconds;
+using Waits = std::vector<Milliseconds>;
 
 // A document that the test wrote itself.
 inline Json::Value Parsed(const std::string& text) {

@@ -121,6 +121,20 @@ TEST_F(Nonces, MayBeMissingFromTheRefillToo) {
   EXPECT_THAT(ca_.Routes(), ElementsAre("GET /new-nonce"));
 }
 
+TEST_F(Nonces, ThatCannotBeRefilledLendNoOlderPause) {
+  WriteFile(kSettingsFile, R"({"noncerefill": true})");
+  const auto client = ReadyClient();
+  ca_.Once("POST /x", HttpReply::Json(503, "{}", {"Retry-After: 9", "Replay-Nonce: "}));
+  client->PostAsGet(ca_.Url("/x"));
+  EXPECT_EQ(client->RetryDelay(), Seconds(9));
+  for (const HttpReply& refill :
+       {HttpReply::Text(503, "", {"Replay-Nonce: "}), HttpReply::Drop()}) {
+    ca_.Once("GET /new-nonce", refill);
+    EXPECT_NE(ErrorOf([&] { client->PostAsGet(ca_.Url("/x")); }), "nothing");
+    EXPECT_EQ(client->RetryDelay(), Seconds(2));
+  }
+}
+
 TEST_F(Nonces, AreRefilledBetweenAttemptsAsWell) {
   WriteFile(kSettingsFile, R"({"noncerefill": true})");
   const auto client = ReadyClient();

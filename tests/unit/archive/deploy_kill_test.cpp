@@ -68,7 +68,8 @@ TEST_F(DeployUnderFireTest, AKilledRunLeavesTheWholeOldOrTheWholeNewSet) {
     const std::string next = deployed == "one" ? "two" : "one";
     const pid_t run = fork();
     if (run == 0) {
-      platform::SetSleeper([](std::chrono::seconds) {});  // its killed forerunner's tools are gone
+      platform::SetSleeper(
+          [](std::chrono::milliseconds) {});  // its killed forerunner's tools are gone
       _exit(RegisterAndDeploy(next, smtp_, "", kActionRedeploy) ? 0 : 1);
     }
     usleep(static_cast<useconds_t>(microseconds(random)));

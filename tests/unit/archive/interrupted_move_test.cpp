@@ -20,7 +20,7 @@ using testing::IsEmpty;
 class InterruptedMoveTest : public ArchiveTest {
  protected:
   InterruptedMoveTest() {
-    old_ = platform::SetSleeper([this](std::chrono::seconds time) { slept_ += time; });
+    old_ = platform::SetSleeper([this](std::chrono::milliseconds time) { slept_ += time; });
   }
   ~InterruptedMoveTest() override { platform::SetSleeper(old_); }
 
@@ -41,7 +41,7 @@ class InterruptedMoveTest : public ArchiveTest {
   const std::string s_ = "/usr/kova/d/D.temp";
   const std::string d_ = "/usr/kova/d/D";
   const std::string b_ = "/usr/kova/d/D.bak";
-  std::chrono::seconds slept_{0};
+  std::chrono::milliseconds slept_{0};
   platform::Sleeper old_;
 };
 

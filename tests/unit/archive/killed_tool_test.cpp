@@ -47,7 +47,7 @@ class KilledToolTest : public ArchiveTest, public testing::WithParamInterface<co
   }
 
   static Status Deploy(const std::string& id) {
-    platform::SetSleeper([](std::chrono::seconds) {});
+    platform::SetSleeper([](std::chrono::milliseconds) {});
     return RegisterAndDeploy(id, List({ServiceObject("mail", "smtp")}), "", kActionRedeploy);
   }
 

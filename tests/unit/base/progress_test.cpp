@@ -10,6 +10,7 @@
 namespace kova {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test::Terminal;
 
@@ -18,10 +19,11 @@ constexpr char kWipe[] = "\r\033[K";
 class Progress : public testing::Test {
  protected:
   Progress()
-      : before_(platform::SetSleeper([this](seconds duration) { sleeps_.push_back(duration); })) {}
+      : before_(
+            platform::SetSleeper([this](milliseconds duration) { sleeps_.push_back(duration); })) {}
   ~Progress() override { platform::SetSleeper(before_); }
 
-  std::vector<seconds> sleeps_;
+  std::vector<milliseconds> sleeps_;
 
  private:
   platform::Sleeper before_;
@@ -55,7 +57,7 @@ TEST_F(Progress, ShowsHowLongAStageHasWaited) {
   EXPECT_EQ(terminal.Shown(), std::string(kWipe) + "a.example: validating (waited 2 s)");
   WaitVisibly(seconds(3));
   EXPECT_EQ(terminal.Shown(), std::string(kWipe) + "a.example: validating (waited 5 s)");
-  EXPECT_EQ(sleeps_, (std::vector<seconds>{seconds(2), seconds(3)}));
+  EXPECT_EQ(sleeps_, (std::vector<milliseconds>{seconds(2), seconds(3)}));
 }
 
 TEST_F(Progress, CountsAnewForAnotherStage) {
@@ -110,7 +112,7 @@ TEST_F(Progress, ShowsNothingWhenStandardErrorIsNoTerminal) {
     WaitVisibly(seconds(2));
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(sleeps_, std::vector<seconds>{seconds(2)});
+  EXPECT_EQ(sleeps_, std::vector<milliseconds>{seconds(2)});
 }
 
 TEST_F(Progress, DrawsItselfAgainAfterBeingHidden) {

@@ -59,7 +59,8 @@ TEST_F(DdnsUpdate, TriesSevenTimesForARecordThatNeverShowsUp) {
                             return line.starts_with("failed to query TXT dns ");
                           }),
             7);
-  EXPECT_EQ(sleeps_.Durations(), std::vector<std::chrono::seconds>(6, std::chrono::seconds(1)));
+  EXPECT_EQ(sleeps_.Durations(),
+            std::vector<std::chrono::milliseconds>(6, std::chrono::seconds(1)));
 }
 
 TEST_F(DdnsUpdate, RefusesANameOutsideTheZoneWithoutARequest) {

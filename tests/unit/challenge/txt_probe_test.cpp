@@ -143,7 +143,8 @@ TEST_F(TxtProbe, EndsTheWaitOfASetupWithTheFirstMatch) {
   });
   EXPECT_TRUE(challenge.setup());
   EXPECT_EQ(queries, 3);
-  EXPECT_EQ(sleeps_.Durations(), std::vector<std::chrono::seconds>(2, std::chrono::seconds(1)));
+  EXPECT_EQ(sleeps_.Durations(),
+            std::vector<std::chrono::milliseconds>(2, std::chrono::seconds(1)));
 }
 
 }  // namespace

@@ -40,5 +40,32 @@ TEST(ToBase64UrlAlphabet, LeavesPaddingAlone) {
   EXPECT_EQ(text, "a-b_c-_==");
 }
 
+TEST(Base64UrlDecode, GivesTheBytesBack) {
+  for (const std::string bytes : {"", "f", "fo", "foo", "foob", "\xff\xfe\xfd\xfb"}) {
+    EXPECT_EQ(Base64UrlDecode(Base64UrlEncode(bytes)), bytes);
+  }
+  EXPECT_EQ(Base64UrlDecode("Zg=="), "f");
+  EXPECT_EQ(Base64UrlDecode("AAA"), std::string(2, '\0'));
+}
+
+TEST(Base64UrlDecode, TakesNothingElse) {
+  for (const char* text : {"Z", "Zg/", "Zm9+", "Zm9v Zg", "Zm9v\n", "Z=g", "Zm9vY"}) {
+    EXPECT_EQ(Base64UrlDecode(text), std::nullopt) << text;
+  }
+}
+
+// RFC 7515, appendix A.1.
+TEST(HmacSha256, SignsAsTheStandardDoes) {
+  const std::string key =
+      Base64UrlDecode(
+          "AyM1SysPpbyDfgZld3umj1qzKObwVMkoqQ-EstJQLr_T-1qS0gZH75aKtMN3Yj0iPS4hcgUuTwjAzZr1Z9CAow")
+          .value();
+  EXPECT_EQ(HmacSha256Base64Url(
+                key,
+                "eyJ0eXAiOiJKV1QiLA0KICJhbGciOiJIUzI1NiJ9.eyJpc3MiOiJqb2UiLA0KICJleHAiOjEzMDA4MTkz"
+                "ODAsDQogImh0dHA6Ly9leGFtcGxlLmNvbS9pc19yb290Ijp0cnVlfQ"),
+            "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk");
+}
+
 }  // namespace
 }  // namespace kova

@@ -14,7 +14,7 @@ constexpr seconds kAbsent{77};
 seconds Of(const std::string& value) {
   HttpResponse response;
   response.header = "HTTP/1.1 200 OK\r\nRetry-After: " + value + "\r\n\r\n";
-  return RetryAfter(response, kAbsent);
+  return RetryAfter(response).value_or(kAbsent);
 }
 
 std::string DateIn(std::time_t distance) {
@@ -57,7 +57,7 @@ TEST(RetryAfter, IsAbsentWhenItIsNeither) {
   for (const char* text : {"", "soon", "-5", "1.5", "5 s", "0x5", "+5", "%n%n"}) {
     EXPECT_EQ(Of(text), kAbsent) << text;
   }
-  EXPECT_EQ(RetryAfter(HttpResponse(), kAbsent), kAbsent);
+  EXPECT_EQ(RetryAfter(HttpResponse()).value_or(kAbsent), kAbsent);
 }
 
 TEST(RetryAfter, IgnoresBlanksAround) { EXPECT_EQ(Of(" 5 \t"), seconds(5)); }

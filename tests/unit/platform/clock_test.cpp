@@ -11,6 +11,7 @@ namespace kova {
 namespace {
 
 using platform::SleepFor;
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test::FaultScope;
 using test::SleepCounter;
@@ -49,6 +50,22 @@ TEST(ClockTest, ARemainderBelowASecondIsSleptAsWell) {
   scope.faults.sleeps = {{0, EINTR}, {0, 0}};
   SleepFor(seconds(1));
   EXPECT_THAT(scope.faults.slept, ElementsAre(1U, 1U));
+}
+
+TEST(ClockTest, WhatIsNoWholeSecondsIsOneSleepToTheMillisecond) {
+  FaultScope scope;
+  SleepFor(milliseconds(100));
+  SleepFor(milliseconds(3200));
+  SleepFor(milliseconds(-5));
+  EXPECT_THAT(scope.faults.slept, IsEmpty());
+  EXPECT_THAT(scope.faults.napped, ElementsAre(100, 3200, 0));
+}
+
+TEST(ClockTest, ASignalDoesNotCutAShortWait) {
+  FaultScope scope;
+  scope.faults.interrupted_naps = 1;
+  SleepFor(milliseconds(100));
+  EXPECT_THAT(scope.faults.napped, ElementsAre(100, 1));
 }
 
 TEST(ClockTest, TheCounterTakesThePlaceOfSleeping) {

@@ -96,6 +96,17 @@ ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
   return static_cast<ssize_t>(size);
 }
 
+int nanosleep(const struct timespec* request, struct timespec* remaining) {
+  auto* faults = CurrentFaults();
+  if (faults == nullptr) return static_cast<int>(syscall(SYS_nanosleep, request, remaining));
+  faults->napped.push_back(request->tv_sec * 1000 + request->tv_nsec / 1000000);
+  if (faults->interrupted_naps == 0) return 0;
+  --faults->interrupted_naps;
+  *remaining = {0, 1000000};
+  errno = EINTR;
+  return -1;
+}
+
 unsigned sleep(unsigned seconds) {
   auto* faults = CurrentFaults();
   if (faults == nullptr) {

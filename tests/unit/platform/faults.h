@@ -32,6 +32,8 @@ struct Faults {
   };
   std::vector<Sleep> sleeps;
   std::vector<unsigned> slept;  // the arguments of sleep(3)
+  std::vector<long> napped;     // those of nanosleep(2), in milliseconds
+  int interrupted_naps = 0;     // so many of these fail with EINTR, a millisecond before their end
 };
 
 // The faults in force; none outside the life of a FaultScope.
