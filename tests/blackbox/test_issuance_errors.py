@@ -56,7 +56,8 @@ BEGIN, END = "-----BEGIN CERTIFICATE-----", "-----END CERTIFICATE-----"
 @pytest.mark.parametrize("body", [
     "", "<html>", BEGIN, END, END + BEGIN, f"{BEGIN}\nx\n{END}\n",
     f"{END}\n{BEGIN}\nx\n", f"{BEGIN}\nx\n{BEGIN}\ny\n{END}\n"])
-def test_chain_that_cannot_be_split(host, ca, account, once, body):
+def test_chain_that_cannot_be_split(host, ca, account, body):
+    host.settings(orderattempts=1, skipdns01=True, checkissued=None)
     ca.answer("certificate", Reply(200, body))
     expect.gave_up(host.new_cert(ca.directory, [NAME]), 202, "Failed to save pems", attempts=1)
     assert host.certificates() == []
@@ -68,7 +69,8 @@ def test_single_certificate_is_not_enough(host, ca, account, once):
     assert host.certificates() == []
 
 
-def test_files_of_another_kind_stay_when_saving_fails(host, ca, account, once):
+def test_files_of_another_kind_stay_when_saving_fails(host, ca, account):
+    host.settings(orderattempts=1, skipdns01=True, checkissued=None)
     host.write(paths.ARCHIVE + "/AbC123/info", "mine")
     ca.answer("certificate", Reply(200, ""))
     result = host.new_cert(ca.directory, [NAME], "-c", "AbC123")
