@@ -19,7 +19,6 @@
 #include "platform/files.h"
 #include "platform/process.h"
 #include "platform/service.h"
-#include "platform/users.h"
 
 namespace kova::cert_archive {
 namespace {

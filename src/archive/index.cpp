@@ -13,7 +13,6 @@
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
-#include "platform/json_text.h"
 
 namespace kova::cert_archive {
 namespace {

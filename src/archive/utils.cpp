@@ -13,7 +13,6 @@
 #include "platform/fd.h"
 #include "platform/files.h"
 #include "platform/process.h"
-#include "platform/scoped_umask.h"
 
 namespace kova::cert_archive {
 namespace {

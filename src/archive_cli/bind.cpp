@@ -6,7 +6,7 @@
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "base/json.h"
-#include "platform/users.h"
+#include "platform/service.h"
 
 namespace kova::archive_cli {
 namespace {

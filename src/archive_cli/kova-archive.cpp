@@ -17,6 +17,7 @@
 #include "archive_cli/text.h"
 #include "base/json.h"
 #include "platform/process.h"
+#include "platform/signals.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -56,6 +57,7 @@ Reply RunQuietly(const Command& command, const Arguments& arguments, std::string
 
 int Report(const Command& command, const Arguments& arguments, Reply reply,
            const std::string& errors) {
+  platform::FinishRun();
   const bool failed = !reply.failure.empty();
   if (failed && !errors.empty()) reply.failure += " (" + LastLine(errors) + ")";
   if (arguments.json) {
@@ -110,7 +112,9 @@ int Run(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) try {
   kova::platform::PrepareProcess();
-  return kova::archive_cli::Run({argv + (argc > 0 ? 1 : 0), argv + argc});
+  return kova::platform::RunInterruptibly("kova-archive", [&] {
+    return kova::archive_cli::Run({argv + (argc > 0 ? 1 : 0), argv + argc});
+  });
 } catch (const std::bad_alloc&) {
   // Without any memory of our own: there may be none.
   constexpr std::string_view kMessage = "kova-archive: out of memory\n";

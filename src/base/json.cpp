@@ -1,5 +1,6 @@
 #include "base/json.h"
 
+#include <json/value.h>
 #include <json/writer.h>
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <cstddef>
 
 #include "platform/files.h"
-#include "platform/json_text.h"
 
 namespace kova {
 namespace {

@@ -8,7 +8,6 @@
 #include <cstdio>
 
 #include "platform/error.h"
-#include "platform/syslog_line.h"
 
 namespace kova {
 

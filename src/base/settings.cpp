@@ -5,7 +5,7 @@
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/renewal_settings.h"
-#include "platform/json_text.h"
+#include "platform/files.h"
 
 namespace kova {
 namespace {

@@ -8,6 +8,7 @@
 #include "challenge/vendor_zone.h"
 #include "crypto/encoding.h"
 #include "net/client_network.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
@@ -15,6 +16,16 @@ namespace {
 constexpr char kBuiltInEndpoint[] = "https://ddns.kova.example/main.php";
 constexpr int kReadinessTries = 7;
 constexpr std::chrono::seconds kReadinessPause{1};
+
+// Sets `may_exist` when the run is to end in the middle: the service may have heard it.
+HttpResponse RequestRecord(HttpClient& http, const std::string& url, bool& may_exist) {
+  try {
+    return http.Get(url);
+  } catch (const platform::Interruption&) {
+    may_exist = true;
+    throw;
+  }
+}
 
 }  // namespace
 
@@ -52,7 +63,7 @@ bool KovaDns01Challenge::setup() {
 bool KovaDns01Challenge::CreateRecord() {
   const std::string url = BuildDdnsUrl(true, domain);
   if (url.empty()) return false;
-  const HttpResponse response = http_.Get(url);
+  const HttpResponse response = RequestRecord(http_, url, isSetup_);
   if (response.status != 200) {
     DebugStep("Failed to setup challenge by dns01 with [%ld]", response.status);
     return false;
@@ -75,6 +86,7 @@ void KovaDns01Challenge::AwaitRecord() {
 void KovaDns01Challenge::teardown() {
   if (!isSetup_) return;
   isSetup_ = false;
+  const platform::CleanupScope cleanup;
   const std::string url = BuildDdnsUrl(false, domain);
   if (url.empty()) return;
   const HttpResponse response = http_.Get(url);

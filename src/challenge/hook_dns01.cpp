@@ -5,6 +5,7 @@
 #include "challenge/vendor_zone.h"
 #include "crypto/encoding.h"
 #include "platform/hooks.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
@@ -43,6 +44,7 @@ bool HookDns01Challenge::setup() {
 void HookDns01Challenge::teardown() {
   if (!isSetup_) return;
   isSetup_ = false;
+  const platform::CleanupScope cleanup;
   const int status = Run(kRemove);
   if (status == 0) return;
   LogError(kTag, "The hook dns-txt failed to remove [%s][%s]. [%d]", RecordOf(domain).c_str(),
@@ -51,7 +53,8 @@ void HookDns01Challenge::teardown() {
 
 // The hook's exit status; negative when it could not be run or was killed, or is gone.
 int HookDns01Challenge::Run(const char* action) const {
-  return platform::RunHook(kHook, {action, RecordOf(domain), txtValue_}).value_or(-1);
+  const KovaArgs args = {action, RecordOf(domain), txtValue_};
+  return platform::RunHook(kHook, args, nullptr, platform::kDnsHookLimits).value_or(-1);
 }
 
 std::string HookDns01Challenge::type() { return "dns-01"; }

@@ -4,6 +4,7 @@
 
 #include "base/debug.h"
 #include "platform/portmap.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
@@ -43,6 +44,7 @@ bool OpenRouterPorts() {
 }
 
 void CloseRouterPorts() {
+  const platform::CleanupScope cleanup;
   if (KLibKovaPortMapRulesSet(nullptr, 0, kRuleSet, nullptr, 0) >= 0) return;
   // At least the host's own record must not hold the set any longer.
   static_cast<void>(KLibKovaPortMapRulesConfigSet(kRuleSet, nullptr, 0));

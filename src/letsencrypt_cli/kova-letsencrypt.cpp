@@ -6,6 +6,7 @@
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
 #include "platform/process.h"
+#include "platform/signals.h"
 
 namespace {
 
@@ -22,10 +23,9 @@ constexpr std::array<Command, 5> kCommands = {{
     {"renew", kova::RenewCommand},
 }};
 
-}  // namespace
+constexpr char kTag[] = "kova-letsencrypt";
 
-int main(int argc, char** argv) {
-  kova::platform::PrepareProcess();
+int Run(int argc, char** argv) {
   // The command word takes the place of the program's name for what follows.
   for (const Command& command : kCommands) {
     if (argc > 1 && std::strcmp(argv[1], command.word) == 0) {
@@ -34,4 +34,11 @@ int main(int argc, char** argv) {
   }
   kova::PrintUsage();
   return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  kova::platform::PrepareProcess();
+  return kova::platform::RunInterruptibly(kTag, [&] { return Run(argc, argv); });
 }

@@ -7,6 +7,7 @@
 #include "base/json.h"
 #include "base/log.h"
 #include "lifecycle/failure.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
@@ -15,6 +16,7 @@ constexpr char kTag[] = "kova-letsencrypt";
 
 // Flushed at once: what is only found unwritable when the process ends is told to nobody.
 void Print(const std::string& document) {
+  platform::FinishRun();
   errno = 0;
   const bool written = std::fputs(document.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
   if (written) return;

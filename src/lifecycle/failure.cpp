@@ -4,6 +4,7 @@
 
 #include "base/json.h"
 #include "base/log.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
@@ -35,6 +36,8 @@ std::optional<SLError> Capture(const std::function<void()>& work) {
   try {
     work();
     return std::nullopt;
+  } catch (const platform::Interruption&) {
+    throw;  // no failure of this work alone
   } catch (const SLError& error) {
     return error;
   } catch (const std::exception& error) {

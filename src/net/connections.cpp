@@ -1,11 +1,19 @@
 #include "net/connections.h"
 
 #include "net/sigpipe_ignored.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
 
 constexpr int kLongestPauseMs = 1000;
+
+// Until something moves, the run is to end, or for a second.
+bool Wait(CURLM* multi) {
+  curl_waitfd wake_up{platform::InterruptionFd(), CURL_WAIT_POLLIN, 0};
+  const unsigned watched = wake_up.fd < 0 ? 0 : 1;
+  return curl_multi_poll(multi, &wake_up, watched, kLongestPauseMs, nullptr) == CURLM_OK;
+}
 
 }  // namespace
 
@@ -31,9 +39,8 @@ CURLcode Connections::Drive() {
   while (true) {
     if (curl_multi_perform(multi_.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
     if (running == 0) break;
-    if (curl_multi_poll(multi_.get(), nullptr, 0, kLongestPauseMs, nullptr) != CURLM_OK) {
-      return CURLE_FAILED_INIT;
-    }
+    if (platform::Interrupted()) return CURLE_ABORTED_BY_CALLBACK;
+    if (!Wait(multi_.get())) return CURLE_FAILED_INIT;
   }
   int left = 0;
   const CURLMsg* message = curl_multi_info_read(multi_.get(), &left);

@@ -9,6 +9,7 @@
 #include "base/debug.h"
 #include "base/sl_error.h"
 #include "platform/device.h"
+#include "platform/signals.h"
 
 namespace kova {
 namespace {
@@ -93,7 +94,9 @@ void CurlRequest::SetPost(std::string text) {
 }
 
 HttpResponse CurlRequest::Perform(Connections& connections) {
+  platform::ThrowIfInterrupted();
   if (connections.Run(handle_.get()) != CURLE_OK) {
+    platform::ThrowIfInterrupted();
     throw Error(code::kUnreachable, kTag, "Server is not reachable.");
   }
   HttpResponse response;

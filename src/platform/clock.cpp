@@ -1,50 +1,44 @@
 #include "platform/clock.h"
 
-#include <unistd.h>
+#include <poll.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <ctime>
 #include <utility>
 
+#include "platform/signals.h"
+
 namespace kova::platform {
 namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using Clock = std::chrono::steady_clock;
 
 Sleeper& Replacement() {
   static Sleeper replacement;
   return replacement;
 }
 
-// One sleep(3) of the whole duration; it is repeated only after a signal, and then not for what it
-// returns, which is cut to whole seconds.
-void SleepSeconds(seconds duration) {
-  const auto deadline = Clock::now() + duration;
-  while (duration.count() > 0) {
-    errno = 0;
-    const unsigned left = sleep(static_cast<unsigned>(duration.count()));
-    if (left == 0 && errno != EINTR) return;
-    duration = std::chrono::ceil<seconds>(deadline - Clock::now());
-  }
+timespec InTimespec(std::chrono::nanoseconds time) {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+  return {static_cast<time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
 }
 
-void SleepMilliseconds(milliseconds duration) {
-  const seconds whole = std::chrono::floor<seconds>(duration);
-  timespec rest{whole.count(), std::chrono::nanoseconds(duration - whole).count()};
-  while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
+// One ppoll(2) of the whole duration; it is repeated for the rest after a signal that ends nothing.
+void Block(std::chrono::milliseconds duration) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + duration;
+  std::chrono::nanoseconds left = duration;
+  while (left.count() > 0) {
+    pollfd wake_up{InterruptionFd(), POLLIN, 0};
+    const timespec time = InTimespec(left);
+    if (ppoll(&wake_up, 1, &time, nullptr) >= 0) return;
+    left = deadline - Clock::now();
   }
 }
 
 }  // namespace
 
-void SleepFor(milliseconds duration) {
-  if (Replacement()) return Replacement()(duration);
-  const seconds whole = std::chrono::floor<seconds>(duration);
-  if (duration == whole) return SleepSeconds(whole);
-  SleepMilliseconds(std::max(duration, milliseconds(0)));
+void SleepFor(std::chrono::milliseconds duration) {
+  ThrowIfInterrupted();
+  Replacement() ? Replacement()(duration) : Block(duration);
+  ThrowIfInterrupted();
 }
 
 Sleeper SetSleeper(Sleeper sleeper) { return std::exchange(Replacement(), std::move(sleeper)); }

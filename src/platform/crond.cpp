@@ -14,7 +14,7 @@
 #include "platform/file_writer.h"
 #include "platform/files.h"
 #include "platform/job_moment.h"
-#include "platform/users.h"
+#include "platform/service.h"
 
 namespace KOVA::KOVACrond {
 namespace {
@@ -89,6 +89,14 @@ bool IsFileName(const std::string& name) {
   return !name.empty() && name.find_first_not_of(kAllowed) == std::string::npos;
 }
 
+// Empty when the period is none.
+std::string CrontabLine(const Job& job, const std::string& period, const JobMoment& moment) {
+  const std::string days = DaysOf(period, moment.weekday);
+  if (days.empty()) return {};
+  return std::to_string(moment.minute) + " " + std::to_string(moment.hour) + " " + days + " " +
+         job.user + " " + Escaped(job.command) + "\n";
+}
+
 // Empty when the array holds anything that cannot be a job.
 std::string Render(const Json::Value& jobs, const JobMoment& moment) {
   if (!jobs.isArray()) return {};
@@ -96,11 +104,9 @@ std::string Render(const Json::Value& jobs, const JobMoment& moment) {
   for (const Json::Value& object : jobs) {
     Job job;
     if (!ReadJob(object, job) || !IsUser(job.user)) return {};
-    const std::string days = DaysOf(job.period, moment.weekday);
-    if (days.empty()) return {};
-    text += "# " + job.name + "\n" + std::to_string(moment.minute) + " " +
-            std::to_string(moment.hour) + " " + days + " " + job.user + " " + Escaped(job.command) +
-            "\n";
+    const std::string line = CrontabLine(job, job.period, moment);
+    if (line.empty()) return {};
+    text += "# " + job.name + "\n" + line;
   }
   return text;
 }

@@ -1,5 +1,6 @@
 #include "platform/device.h"
 
+#include <json/value.h>
 #include <sys/utsname.h>
 #include <syslog.h>
 
@@ -9,9 +10,6 @@
 
 #include "platform/error.h"
 #include "platform/files.h"
-#include "platform/interfaces.h"
-#include "platform/json_text.h"
-#include "platform/syslog_line.h"
 #include "platform/version.h"
 
 namespace kova::platform {

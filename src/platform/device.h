@@ -31,6 +31,10 @@ std::string DdnsNameServer();
 // order, else of /etc/machine-id; empty when none of them is to be had.
 std::string MacAddressText();
 
+// The hardware address, in hexadecimal digits, of the first interface in name order that has one
+// and is not the loopback; empty when there is none.
+std::string FirstMacAddress();
+
 // False when the record says router "none".
 bool RouterUsesUpnp();
 

@@ -1,6 +1,8 @@
-// Files and folders. Calls that can fail record the platform's error triple (platform/error.h).
+// Files and folders, whole and as JSON. Calls that can fail record the platform's error triple
+// (platform/error.h).
 #pragma once
 
+#include <json/forwards.h>
 #include <sys/types.h>
 
 #include <cstdio>
@@ -41,5 +43,15 @@ std::string CanonicalPath(const std::string& path);
 // fopen(3) for reading, but never of a pipe, a socket or a device, which could keep us waiting:
 // that is EINVAL. None, with errno; the error triple stays as it is.
 [[nodiscard]] FilePtr OpenToRead(const std::string& path);
+
+// The one call of the JSON parser. Everything that reads JSON, from a file or from a server, comes
+// through here, so that no text can end the process. Parses without collecting comments. False when
+// `text` is not JSON, also when it is nested more deeply than the parser follows; `value` is then
+// null.
+[[nodiscard]] bool ParseJson(const std::string& text, Json::Value& value);
+
+// The JSON object in the file at `path`. False when the file cannot be read (errno says why), or
+// does not hold a JSON object (errno is then 0).
+[[nodiscard]] bool ReadJsonObject(const std::string& path, Json::Value& object);
 
 }  // namespace kova::platform

@@ -8,13 +8,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/syslog_line.h"
+#include "platform/error.h"
 
 namespace kova::platform {
 namespace {
 
 constexpr char kTag[] = "hooks";
-constexpr size_t kLongestOutput = 64U << 10;
 
 std::string PathOf(const std::string& name) { return std::string(kHookFolder) + "/" + name; }
 
@@ -31,6 +30,18 @@ std::string Fault(const std::string& path, const struct stat& status) {
   if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "writable by group or others";
   if (faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0) return "not executable";
   return {};
+}
+
+void TellLimit(const std::string& path, int error, const ChildLimits& limits) {
+  if (error == ETIMEDOUT) {
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(limits.time).count();
+    PlatformLog(LOG_ERR, kTag, __LINE__, "Ended hook [%s]: still running after %lld s",
+                path.c_str(), static_cast<long long>(seconds));
+  }
+  if (error == EMSGSIZE) {
+    PlatformLog(LOG_ERR, kTag, __LINE__, "Ended hook [%s]: more than %zu bytes of output",
+                path.c_str(), limits.output);
+  }
 }
 
 }  // namespace
@@ -52,11 +63,13 @@ bool HasHook(const std::string& name) {
   return false;
 }
 
-std::optional<int> RunHook(const std::string& name, const KovaArgs& args, std::string* output) {
-  const std::string path = PathOf(name);
+std::optional<int> RunHook(const std::string& name, const KovaArgs& args, std::string* output,
+                           const ChildLimits& limits) {
   if (!HasHook(name)) return std::nullopt;
-  if (output != nullptr) return RunAndCapture(path, args, kLongestOutput, *output);
-  return KLIBCExec(path, args);
+  const std::string path = PathOf(name);
+  const int result = RunWithin(limits, path, args, output);
+  if (result < 0) TellLimit(path, KLIBCErrGet(), limits);
+  return result;
 }
 
 }  // namespace kova::platform

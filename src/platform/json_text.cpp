@@ -1,9 +1,9 @@
-#include "platform/json_text.h"
-
 #include <json/reader.h>
+#include <json/value.h>
 
 #include <cerrno>
 #include <exception>
+#include <string>
 
 #include "platform/files.h"
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <span>
 #include <sstream>
 #include <string>
@@ -14,10 +13,7 @@
 #include "platform/device.h"
 #include "platform/error.h"
 #include "platform/hooks.h"
-#include "platform/portmap_record.h"
-#include "platform/rule_set.h"
-#include "platform/syslog_line.h"
-#include "platform/upnp.h"
+#include "platform/router.h"
 
 namespace kova::platform {
 namespace {
@@ -34,37 +30,9 @@ int Failed(int error, int line = __builtin_LINE()) {
   return -1;
 }
 
-// The gateway that the last search of this process found, if any.
-class Router {
- public:
-  const Gateway* Search() {
-    searched_ = true;
-    gateway_ = RouterUsesUpnp() ? Gateway::Discover() : nullptr;
-    return gateway_.get();
-  }
-
-  const Gateway* Known() { return searched_ ? gateway_.get() : Search(); }
-
- private:
-  bool searched_ = false;
-  std::unique_ptr<Gateway> gateway_;
-};
-
-// One search serves the whole run.
 Router& TheRouter() {
-  static Router router;
+  static Router router;  // what was found, or not found, serves the later calls of the process
   return router;
-}
-
-// 0, or the failure of the operation. A gateway that no longer answers is searched for once more:
-// after a restart it may be found at another address.
-int OnGateway(const std::function<int(const Gateway&)>& operation) {
-  const Gateway* gateway = TheRouter().Known();
-  if (gateway == nullptr) return kGatewayUnreachable;
-  const int result = operation(*gateway);
-  if (result != kGatewayUnreachable) return result;
-  gateway = TheRouter().Search();
-  return gateway == nullptr ? kGatewayUnreachable : operation(*gateway);
 }
 
 KovaArgs HookArguments(const std::string& set, Rules rules) {
@@ -92,10 +60,8 @@ int SetOnRouter(const std::string& set, Rules rules, Results results) {
     if (*hook == 0) ReadHookResults(output, rules, results);
     return *hook;
   }
-  return OnGateway([&](const Gateway& gateway) {
-    return rules.empty() ? RemoveRuleSet(gateway, set, RecordedPorts(set))
-                         : ReplaceRuleSet(gateway, set, rules, results);
-  });
+  return rules.empty() ? TheRouter().Remove(set, RecordedPorts(set))
+                       : TheRouter().Replace(set, rules, results);
 }
 
 bool IsPort(int port) { return port > 0 && port <= kHighestPort; }
@@ -116,7 +82,7 @@ using namespace kova::platform;
 
 int KLibKovaPortMapRouterDetect() {
   if (const auto hook = RunHook("router-detect", {})) return *hook;
-  return TheRouter().Search() != nullptr ? 0 : Failed(ENODEV);
+  return TheRouter().Search() ? 0 : Failed(ENODEV);
 }
 
 int KLibKovaPortMapRulesSet(KOVA_RULE_SET_RESULT* results, int result_count, const char* name,

@@ -10,22 +10,7 @@
 // the router call for it succeeded, and drops it once the router's removal did.
 #pragma once
 
-namespace kova::platform {
-
-inline constexpr char kPortmapRecordPath[] = "/usr/kova/etc/portmap.json";
-
-}  // namespace kova::platform
-
-struct KOVA_PORTMAP_RULE {
-  int router_port;
-  int reserved;  // always 0
-  int device_port;
-};
-
-struct KOVA_RULE_SET_RESULT {
-  int port;               // router port of the rule
-  unsigned char success;  // non-zero: the router confirmed it
-};
+#include "platform/portmap_record.h"
 
 // 0 when a router that accepts port mappings was found, any other value is a failure code. What
 // was found, or not found, serves the later calls of the same process.

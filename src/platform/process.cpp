@@ -1,7 +1,6 @@
 #include "platform/process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <syslog.h>
 
@@ -9,21 +8,16 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-
-extern "C" {  // this C library's header does not say so itself
-#include <sys/pidfd.h>
-}
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/spawn.h"
-#include "platform/syslog_line.h"
 
 namespace kova::platform {
 namespace {
 
 constexpr char kTag[] = "process";
 constexpr size_t kLongestLine = 512;
-constexpr int kChunk = 4096;
 
 int CannotRun(int error, int line = __builtin_LINE()) {
   RecordError(error, __builtin_FILE(), line);
@@ -36,11 +30,23 @@ std::vector<std::string> Vector(const std::string& program, const KovaArgs& args
   return argv;
 }
 
-int RunInheriting(const std::vector<std::string>& argv) {
+// What becomes of a child when the run is to end before it.
+enum class WhenCut { kKill, kLeave };
+
+int WaitUnlessCut(pid_t child, WhenCut when_cut) {
+  if (AwaitExit(child)) return WaitFor(child);
+  if (when_cut == WhenCut::kKill) {
+    kill(child, SIGKILL);
+    (void)WaitFor(child);
+  }
+  return CannotRun(EINTR);
+}
+
+int RunInheriting(const std::vector<std::string>& argv, WhenCut when_cut) {
   const ChildSignalGuard guard;
   pid_t child = -1;
-  const int error = Spawn(argv, -1, -1, &child);
-  return error != 0 ? CannotRun(error) : WaitFor(child);
+  const int error = Spawn(argv, {}, &child);
+  return error != 0 ? CannotRun(error) : WaitUnlessCut(child, when_cut);
 }
 
 // The last line of the file that holds more than blanks, fit for one syslog line.
@@ -63,9 +69,9 @@ int RunTool(const std::vector<std::string>& argv, std::string* complaint) {
   const Fd errors = AboveStandard(Fd(memfd_create("stderr", MFD_CLOEXEC)));
   const ChildSignalGuard guard;
   pid_t child = -1;
-  const int error = Spawn(argv, -1, errors.Get(), &child);
+  const int error = Spawn(argv, {-1, errors.Get(), /*own_group=*/false}, &child);
   if (error != 0) return CannotRun(error);
-  const int result = WaitFor(child);
+  const int result = WaitUnlessCut(child, WhenCut::kKill);
   if (result == 0 || !errors) return result;
   const int reason = errno;
   const std::string line = LastLine(errors.Get());
@@ -75,61 +81,29 @@ int RunTool(const std::vector<std::string>& argv, std::string* complaint) {
   return result;
 }
 
-struct Pipe {
-  Fd reading;
-  Fd writing;
-};
+constexpr int kNoError = 0;
 
-int MakePipe(Pipe& result) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return errno;
-  result = {AboveStandard(Fd(ends[0])), AboveStandard(Fd(ends[1]))};
-  if (!result.reading || !result.writing) return errno;
-  return fcntl(result.reading.Get(), F_SETFL, O_NONBLOCK) == 0 ? 0 : errno;
+// The errno of a child that did not end by itself.
+int ErrorOf(ChildEnd end) {
+  switch (end) {
+    case ChildEnd::kExited:
+      return kNoError;
+    case ChildEnd::kTooLate:
+      return ETIMEDOUT;
+    case ChildEnd::kTooMuch:
+      return EMSGSIZE;
+    case ChildEnd::kInterrupted:
+      return EINTR;
+  }
+  return EINVAL;
 }
 
-// Collects what a child writes, up to a limit, and drops the rest.
-class Collector {
- public:
-  Collector(int fd, size_t limit, std::string& output) : fd_(fd), limit_(limit), output_(output) {}
-
-  // One read of what is there. False when nothing is, or at the end.
-  bool ReadSome() {
-    std::array<char, kChunk> buffer{};
-    ssize_t count = 0;
-    do {
-      count = read(fd_, buffer.data(), buffer.size());
-    } while (count < 0 && errno == EINTR);
-    if (count == 0) ended_ = true;
-    if (count <= 0) return false;
-    output_.append(buffer.data(), std::min(static_cast<size_t>(count), limit_ - output_.size()));
-    return true;
-  }
-
-  // What the child itself left in the pipe, and not what a process behind it goes on writing.
-  void Drain() {
-    const int capacity = fcntl(fd_, F_GETPIPE_SZ);
-    for (int left = capacity; left >= 0 && ReadSome(); left -= kChunk) continue;
-  }
-
-  [[nodiscard]] bool Ended() const { return ended_; }
-
- private:
-  int fd_;
-  size_t limit_;
-  std::string& output_;
-  bool ended_ = false;
-};
-
-void CollectUntilExit(pid_t child, int fd, Collector& collector) {
-  const Fd exit(pidfd_open(child, 0));
-  std::array<pollfd, 2> events{{{exit.Get(), POLLIN, 0}, {fd, POLLIN, 0}}};
-  while (!collector.Ended()) {
-    if (poll(events.data(), events.size(), -1) < 0 && errno != EINTR) return;
-    if (events[0].revents != 0) break;
-    if (events[1].revents != 0) collector.ReadSome();
-  }
-  collector.Drain();
+int WaitWithin(const ChildLimits& limits, pid_t child, int reading, std::string& written) {
+  const ChildEnd end = WatchChild(child, reading, limits, written);
+  if (end == ChildEnd::kExited) return WaitFor(child);
+  kill(-child, SIGKILL);
+  (void)WaitFor(child);
+  return CannotRun(ErrorOf(end));
 }
 
 }  // namespace
@@ -144,19 +118,21 @@ void PrepareProcess() {
   signal(SIGPIPE, SIG_IGN);
 }
 
-int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,
-                  std::string& output) {
-  output.clear();
+int RunWithin(const ChildLimits& limits, const std::string& program, const KovaArgs& args,
+              std::string* output) {
+  std::string written;
   Pipe pipe;
-  if (const int error = MakePipe(pipe); error != 0) return CannotRun(error);
+  const int pipe_error = output == nullptr ? 0 : MakePipe(pipe);
+  if (pipe_error != 0) return CannotRun(pipe_error);
   const ChildSignalGuard guard;
   pid_t child = -1;
-  const int error = Spawn(Vector(program, args), pipe.writing.Get(), -1, &child);
-  if (error != 0) return CannotRun(error);
-  pipe.writing = Fd();
-  Collector collector(pipe.reading.Get(), limit, output);
-  CollectUntilExit(child, pipe.reading.Get(), collector);
-  return WaitFor(child);
+  const int error =
+      Spawn(Vector(program, args), {pipe.writing.Get(), -1, /*own_group=*/true}, &child);
+  if (error == 0) pipe.writing = Fd();
+  const int result =
+      error == 0 ? WaitWithin(limits, child, pipe.reading.Get(), written) : CannotRun(error);
+  if (output != nullptr) *output = std::move(written);
+  return result;
 }
 
 }  // namespace kova::platform
@@ -164,17 +140,18 @@ int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit
 using kova::platform::RunInheriting;
 using kova::platform::RunTool;
 using kova::platform::Vector;
+using kova::platform::WhenCut;
 
 int KLIBCExec(const std::string& program, const KovaArgs& args) {
-  return RunInheriting(Vector(program, args));
+  return RunInheriting(Vector(program, args), WhenCut::kKill);
 }
 
 int KLIBCExecl(const std::string& program, unsigned option, const KovaArgs& args,
                std::string* complaint) {
   const std::vector<std::string> argv = Vector(program, args);
-  return option == kKovaExecTool ? RunTool(argv, complaint) : RunInheriting(argv);
+  return option == kKovaExecTool ? RunTool(argv, complaint) : RunInheriting(argv, WhenCut::kLeave);
 }
 
 int KLIBCExecv(const KovaArgs& argv, int flag, std::string* complaint) {
-  return flag == 1 ? RunTool(argv, complaint) : RunInheriting(argv);
+  return flag == 1 ? RunTool(argv, complaint) : RunInheriting(argv, WhenCut::kKill);
 }

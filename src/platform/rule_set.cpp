@@ -11,11 +11,11 @@ constexpr int kLeaseSeconds = 3600;
 constexpr int kPermanent = 0;
 
 bool IsOwn(const Gateway& gateway, const std::string& set, const PortMapping& mapping) {
-  return mapping.client == gateway.HostAddress() && mapping.description == set;
+  return mapping.client == gateway.host_address && mapping.description == set;
 }
 
 bool Serves(const Gateway& gateway, const KOVA_PORTMAP_RULE& rule, const PortMapping& mapping) {
-  return mapping.enabled && mapping.client == gateway.HostAddress() &&
+  return mapping.enabled && mapping.client == gateway.host_address &&
          mapping.internal_port == std::to_string(rule.device_port);
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/portmap.h"
+#include "platform/portmap_record.h"
 #include "platform/upnp.h"
 
 namespace kova::platform {

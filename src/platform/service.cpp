@@ -3,10 +3,10 @@
 #include <syslog.h>
 
 #include "platform/device.h"
+#include "platform/error.h"
 #include "platform/files.h"
 #include "platform/hooks.h"
 #include "platform/process.h"
-#include "platform/syslog_line.h"
 
 using namespace kova::platform;
 

@@ -1,8 +1,13 @@
-// Services, the web front-end and system notifications.
+// Users, services, the web front-end and system notifications.
 #pragma once
+
+#include <sys/types.h>
 
 #include <string>
 #include <vector>
+
+// 0 and both ids, or negative when there is no such user (error triple set).
+int KOVAUserGetUGID(const std::string& name, uid_t* uid, gid_t* gid);
 
 int KLIBServiceReload(const std::string& name);                  // 0, or -1
 int KLIBServicectlIsJobRunning(const std::string& name, int);    // non-zero when running

@@ -5,17 +5,20 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <string_view>
 
 #include "platform/error.h"
+#include "platform/process.h"
 
 namespace kova::platform {
 namespace {
 
 constexpr int kFirstFree = STDERR_FILENO + 1;
+constexpr std::string_view kPathName = "PATH=";
 
 class Attributes {
  public:
-  Attributes() {
+  explicit Attributes(bool own_group) {
     sigset_t all;
     sigset_t none;
     sigfillset(&all);
@@ -23,7 +26,9 @@ class Attributes {
     posix_spawnattr_init(&value_);
     posix_spawnattr_setsigdefault(&value_, &all);
     posix_spawnattr_setsigmask(&value_, &none);
-    posix_spawnattr_setflags(&value_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
+    if (own_group) flags |= POSIX_SPAWN_SETPGROUP;  // 0, as it is initialised: its own
+    posix_spawnattr_setflags(&value_, static_cast<short>(flags));
   }
   ~Attributes() { posix_spawnattr_destroy(&value_); }
   Attributes(const Attributes&) = delete;
@@ -72,6 +77,16 @@ class Descriptors {
   int error_ = 0;
 };
 
+// Ours, with `path` in the place of PATH.
+std::vector<char*> EnvironmentWith(std::string& path) {
+  std::vector<char*> words = {path.data()};
+  for (char** word = environ; word != nullptr && *word != nullptr; ++word) {
+    if (!std::string_view(*word).starts_with(kPathName)) words.push_back(*word);
+  }
+  words.push_back(nullptr);
+  return words;
+}
+
 }  // namespace
 
 ChildSignalGuard::ChildSignalGuard() {
@@ -91,7 +106,7 @@ Fd AboveStandard(Fd fd) {
   return Fd(fcntl(fd.Get(), F_DUPFD_CLOEXEC, kFirstFree));
 }
 
-int Spawn(const std::vector<std::string>& argv, int output, int errors, pid_t* child) {
+int Spawn(const std::vector<std::string>& argv, const SpawnOptions& options, pid_t* child) {
   if (argv.empty() || !argv[0].starts_with('/')) return EINVAL;
   std::vector<char*> words;
   for (const std::string& word : argv) {
@@ -99,10 +114,13 @@ int Spawn(const std::vector<std::string>& argv, int output, int errors, pid_t* c
     words.push_back(const_cast<char*>(word.c_str()));
   }
   words.push_back(nullptr);
-  const Attributes attributes;
-  const Descriptors descriptors(output, errors);
+  const Attributes attributes(options.own_group);
+  const Descriptors descriptors(options.output, options.errors);
   if (descriptors.Error() != 0) return descriptors.Error();
-  return posix_spawn(child, words[0], descriptors.Get(), attributes.Get(), words.data(), environ);
+  std::string path = std::string(kPathName) + kChildPath;
+  std::vector<char*> environment = EnvironmentWith(path);
+  return posix_spawn(child, words[0], descriptors.Get(), attributes.Get(), words.data(),
+                     environment.data());
 }
 
 int WaitFor(pid_t child) {

@@ -28,11 +28,17 @@ class ChildSignalGuard {
 // Where the program was started with those closed, a new descriptor may have got their number.
 [[nodiscard]] Fd AboveStandard(Fd fd);
 
-// Starts argv[0] (an absolute path). Standard input is /dev/null; standard output and standard
-// error are the given descriptors (both from AboveStandard), or -1: /dev/null for standard output,
-// our own for standard error. Every other descriptor is closed and every signal is at its default.
+struct SpawnOptions {
+  int output = -1;         // standard output and standard error (both from AboveStandard), or -1:
+  int errors = -1;         // /dev/null for standard output, our own for standard error
+  bool own_group = false;  // the child leads a process group of its own
+};
+
+// Starts argv[0] (an absolute path). Standard input is /dev/null, every descriptor beyond the
+// standard ones is closed, every signal is at its default and PATH is kChildPath (process.h).
 // Returns 0 and the process, or the errno of what failed, that of execve included.
-[[nodiscard]] int Spawn(const std::vector<std::string>& argv, int output, int errors, pid_t* child);
+[[nodiscard]] int Spawn(const std::vector<std::string>& argv, const SpawnOptions& options,
+                        pid_t* child);
 
 // Waits for the child. Its exit status, or negative (error triple EINTR) when a signal killed it.
 [[nodiscard]] int WaitFor(pid_t child);

@@ -1,10 +1,10 @@
-#include "platform/syslog_line.h"
-
 #include <syslog.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <string>
+
+#include "platform/error.h"
 
 namespace kova::platform {
 

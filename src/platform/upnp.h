@@ -1,7 +1,6 @@
 // The Internet Gateway Device of the local network, spoken to over UPnP.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,19 +24,19 @@ namespace upnp_error {
 inline constexpr int kActionFailed = 501;  // also for answers that make no sense
 inline constexpr int kNoSuchEntry = 714;
 inline constexpr int kOnlyPermanentLeases = 725;
+inline constexpr int kHighest = 9999;  // that is taken for one
 }  // namespace upnp_error
 
-class Gateway {
- public:
-  // Searches the network for 2 seconds at most. None without a gateway that is connected.
-  static std::unique_ptr<Gateway> Discover();
+// A gateway, as it described itself: nothing of it is to be trusted. Only a confined process talks
+// to one (confined.h).
+struct Gateway {
+  std::string control_url;
+  std::string service_type;
+  std::string host_address;  // the address of this host that the gateway sees
 
-  ~Gateway();
-  Gateway(const Gateway&) = delete;
-  Gateway& operator=(const Gateway&) = delete;
-
-  // The address of this host that the gateway sees.
-  [[nodiscard]] const std::string& HostAddress() const { return host_address_; }
+  // Searches the network for 2 seconds at most, and asks what it found as long as that takes. None
+  // without a gateway that is connected.
+  static std::optional<Gateway> Discover();
 
   // Every mapping that the router shows.
   [[nodiscard]] int List(std::vector<PortMapping>& mappings) const;
@@ -51,12 +50,7 @@ class Gateway {
 
   [[nodiscard]] int Delete(const PortMapping& mapping) const;
 
- private:
-  struct Device;  // the library's description of it
-  Gateway(std::unique_ptr<Device> device, std::string host_address);
-
-  std::unique_ptr<Device> device_;
-  std::string host_address_;
+  bool operator==(const Gateway&) const = default;
 };
 
 }  // namespace kova::platform

@@ -1,11 +1,11 @@
-#include "platform/users.h"
-
 #include <pwd.h>
 
 #include <cerrno>
+#include <string>
 #include <vector>
 
 #include "platform/error.h"
+#include "platform/service.h"
 
 int KOVAUserGetUGID(const std::string& name, uid_t* uid, gid_t* gid) {
   constexpr size_t kLargestRecord = 1 << 20;

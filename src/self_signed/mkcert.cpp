@@ -9,7 +9,6 @@
 #include "base/log.h"
 #include "platform/files.h"
 #include "platform/process.h"
-#include "platform/scoped_umask.h"
 
 namespace kova::mkcert {
 namespace {

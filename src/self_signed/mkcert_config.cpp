@@ -6,7 +6,6 @@
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/process.h"
-#include "platform/scoped_umask.h"
 
 namespace kova::mkcert {
 namespace {

@@ -202,6 +202,19 @@ void FakeRouter::AnswerSearch() {
   sendto(ssdp_, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from), size);
 }
 
+// Until the client has had enough.
+void FakeRouter::Torment(int fd, Manner manner) {
+  const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n<?xml ";
+  const std::string chunk(manner == Manner::kDrips ? 1 : 65536, 'x');
+  if (manner != Manner::kSilent) send(fd, head.data(), head.size(), MSG_NOSIGNAL);
+  while (!stopping_) {
+    pollfd peer{fd, POLLIN | POLLRDHUP, 0};
+    if (poll(&peer, 1, manner == Manner::kEndless ? 0 : 50) != 0) return;
+    if (manner == Manner::kSilent) continue;
+    if (send(fd, chunk.data(), chunk.size(), MSG_NOSIGNAL) < 0) return;
+  }
+}
+
 void FakeRouter::AnswerRequest() {
   static const std::regex action_form(R"(\r\nSOAPAction: "[^"#]*#(\w+)\")", std::regex::icase);
   static const std::regex argument_form(R"(<(New\w+)>([^<]*)</)");
@@ -211,7 +224,17 @@ void FakeRouter::AnswerRequest() {
   const std::string request = Receive(fd);
   std::smatch match;
   if (!std::regex_search(request, match, action_form)) {
-    Send(fd, "200 OK", Description(traits_.device_type));
+    if (traits_.description != Manner::kAtOnce) {
+      Torment(fd, traits_.description);
+    } else {
+      Send(fd, "200 OK",
+           Description(traits_.device_type) + "<!--" + std::string(traits_.padding, 'x') + "-->");
+    }
+    close(fd);
+    return;
+  }
+  if (traits_.answers != Manner::kAtOnce) {
+    Torment(fd, traits_.answers);
     close(fd);
     return;
   }
@@ -285,6 +308,7 @@ std::string FakeRouter::Delete(const Arguments& arguments) {
   const std::string port = arguments.at("NewExternalPort");
   changes_.push_back("delete " + port);
   if (traits_.keeps_mappings) return Refusal(606);
+  for (const RouterMapping& ended : std::exchange(ended_, {})) std::erase(mappings_, ended);
   const RouterMapping* existing = Lookup(port, arguments.at("NewProtocol"));
   if (existing == nullptr) return Refusal(714);
   std::erase(mappings_, RouterMapping(*existing));
@@ -299,7 +323,8 @@ std::string FakeRouter::List(const Arguments& arguments) {
   if (index >= mappings_.size()) {
     return traits_.end_of_list == 0 ? "" : Refusal(traits_.end_of_list);
   }
-  const RouterMapping& mapping = mappings_[index];
+  const RouterMapping mapping = mappings_[index];
+  if (traits_.ends_what_it_listed) ended_.push_back(mapping);
   return Element("NewRemoteHost", mapping.remote_host) +
          Element("NewExternalPort", mapping.external_port) +
          Element("NewProtocol", mapping.protocol) +

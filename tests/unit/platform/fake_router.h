@@ -26,6 +26,14 @@ struct RouterMapping {
   bool operator==(const RouterMapping&) const = default;
 };
 
+// How a server gives its answers.
+enum class Manner {
+  kAtOnce,
+  kDrips,    // a byte now and then, for ever
+  kEndless,  // as fast as it goes, for ever
+  kSilent,   // nothing, and the line is held
+};
+
 // How the router behaves.
 struct RouterTraits {
   std::string status = "Connected";
@@ -38,7 +46,11 @@ struct RouterTraits {
   bool keeps_mappings = false;    // refuses to delete
   int end_of_list = 713;          // how it says so; 0: with an empty answer
   bool endless_list = false;
-  int refuses_to_list = 0;  // with that error, whatever the index
+  int refuses_to_list = 0;           // with that error, whatever the index
+  bool ends_what_it_listed = false;  // a mapping's lease ends as soon as it has been shown
+  Manner description = Manner::kAtOnce;
+  Manner answers = Manner::kAtOnce;  // to everything but the search and the description
+  size_t padding = 0;                // bytes of comment in the description
 };
 
 class FakeRouter {
@@ -67,6 +79,7 @@ class FakeRouter {
   void Run();
   void AnswerSearch();
   void AnswerRequest();
+  void Torment(int fd, Manner manner);
   std::string Answer(const std::string& action, const Arguments& arguments);
   std::string Add(const Arguments& arguments);
   std::string Delete(const Arguments& arguments);
@@ -78,6 +91,7 @@ class FakeRouter {
   std::mutex mutex_;
   RouterTraits traits_;
   std::vector<RouterMapping> mappings_;
+  std::vector<RouterMapping> ended_;  // still listed, but gone when they are to be deleted
   std::vector<std::string> changes_;
   int searches_ = 0;
   int list_requests_ = 0;

@@ -1,6 +1,7 @@
 #include "faults.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -26,6 +29,7 @@ bool Fails(const std::string& name) {
   Faults* faults = CurrentFaults();
   if (faults == nullptr) return false;
   faults->calls.push_back(name);
+  if (faults->deadly == name) kill(getpid(), SIGKILL);
   if (faults->failing != name) return false;
   faults->failing.clear();
   errno = faults->error;
@@ -60,6 +64,22 @@ ssize_t write(int fd, const void* data, size_t size) {
   return syscall(SYS_write, fd, data, size);
 }
 
+int open(const char* path, int flags, ...) {
+  auto* faults = CurrentFaults();
+  if (faults != nullptr && faults->every_file_has_a_name && (flags & O_TMPFILE) == O_TMPFILE) {
+    errno = EOPNOTSUPP;
+    return -1;
+  }
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) {
+    std::va_list rest;
+    va_start(rest, flags);
+    mode = va_arg(rest, mode_t);
+    va_end(rest);
+  }
+  return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
 int fsync(int fd) {
   struct stat status {};
   fstat(fd, &status);
@@ -74,6 +94,10 @@ int fchown(int fd, uid_t uid, gid_t gid) noexcept {
 
 int rename(const char* from, const char* to) noexcept {
   return Call("rename", SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+
+int linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) noexcept {
+  return Call("link", SYS_linkat, from_folder, from, to_folder, to, flags);
 }
 
 int unlink(const char* path) noexcept {
@@ -96,30 +120,18 @@ ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
   return static_cast<ssize_t>(size);
 }
 
-int nanosleep(const struct timespec* request, struct timespec* remaining) {
+int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
   auto* faults = CurrentFaults();
-  if (faults == nullptr) return static_cast<int>(syscall(SYS_nanosleep, request, remaining));
-  faults->napped.push_back(request->tv_sec * 1000 + request->tv_nsec / 1000000);
-  if (faults->interrupted_naps == 0) return 0;
-  --faults->interrupted_naps;
-  *remaining = {0, 1000000};
+  if (faults == nullptr || timeout == nullptr) {
+    timespec copy = timeout == nullptr ? timespec{} : *timeout;  // the kernel writes to it
+    return static_cast<int>(syscall(SYS_ppoll, fds, count, timeout == nullptr ? nullptr : &copy,
+                                    mask, sizeof(unsigned long)));
+  }
+  faults->waits.push_back(std::chrono::seconds(timeout->tv_sec) +
+                          std::chrono::nanoseconds(timeout->tv_nsec));
+  if (faults->interrupted_waits-- <= 0) return 0;
   errno = EINTR;
   return -1;
-}
-
-unsigned sleep(unsigned seconds) {
-  auto* faults = CurrentFaults();
-  if (faults == nullptr) {
-    timespec rest{static_cast<time_t>(seconds), 0};
-    while (nanosleep(&rest, &rest) != 0) continue;
-    return 0;
-  }
-  faults->slept.push_back(seconds);
-  if (faults->sleeps.empty()) return 0;
-  const auto [left, error] = faults->sleeps.front();
-  faults->sleeps.erase(faults->sleeps.begin());
-  if (error != 0) errno = error;
-  return left;
 }
 
 }  // extern "C"

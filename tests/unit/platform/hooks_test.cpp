@@ -5,6 +5,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "host_files.h"
@@ -89,6 +90,51 @@ TEST_F(HooksTest, AHookThatCannotBeRunOrIsKilledIsANegativeResult) {
   EXPECT_EQ(RunHook("notify", {}), -1);
   WriteFile(path_, "#!/no/such/interpreter\n", 0755);
   EXPECT_EQ(RunHook("notify", {}), -1);
+}
+
+TEST_F(HooksTest, TheLimitsAreTheIntegratorsContract) {
+  EXPECT_EQ(kHookLimits.time, std::chrono::seconds(60));
+  EXPECT_EQ(kHookLimits.output, 65536U);
+  EXPECT_EQ(kDnsHookLimits.time, std::chrono::minutes(10));
+  EXPECT_EQ(kDnsHookLimits.output, 65536U);
+}
+
+TEST_F(HooksTest, AHookThatTakesTooLongHasFailed) {
+  PutHook("echo early; sleep 60 & wait\n");
+  const ChildLimits limits{std::chrono::milliseconds(300), kHookLimits.output};
+  const auto start = std::chrono::steady_clock::now();
+  std::string output;
+  for (std::string* wanted : {&output, static_cast<std::string*>(nullptr)}) {
+    SyslogCapture log;
+    EXPECT_EQ(RunHook("notify", {}, wanted, limits), -1);
+    EXPECT_THAT(log.Texts(),
+                ElementsAre("hooks:# Ended hook [" + path_ + "]: still running after 1 s"));
+    EXPECT_EQ(log.Messages().at(0).priority, LOG_ERR);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST_F(HooksTest, AHookThatWritesTooMuchHasFailed) {
+  PutHook("head -c 65536 /dev/zero\n");
+  SyslogCapture log;
+  std::string output;
+  EXPECT_EQ(RunHook("notify", {}, &output), 0);
+  EXPECT_EQ(output.size(), 65536U);
+  EXPECT_THAT(log.Texts(), IsEmpty());
+  for (const char* script : {"head -c 65537 /dev/zero\n", "exec cat /dev/zero\n"}) {
+    PutHook(script);
+    log.Clear();
+    EXPECT_EQ(RunHook("notify", {}, &output), -1);
+    EXPECT_THAT(log.Texts(),
+                ElementsAre("hooks:# Ended hook [" + path_ + "]: more than 65536 bytes of output"));
+  }
+}
+
+TEST_F(HooksTest, WhatAHookLeavesRunningCanGoOnWriting) {
+  PutHook("(sleep 0.3; echo late && touch " + scratch_.Path("ran") + ") &\n");
+  EXPECT_EQ(RunHook("notify", {}), 0);
+  usleep(600'000);
+  EXPECT_TRUE(Exists(scratch_.Path("ran")));
 }
 
 TEST_F(HooksTest, AFileThatOthersCouldChangeIsIgnored) {

@@ -1,10 +1,10 @@
-#include "platform/json_text.h"
-
 #include <gtest/gtest.h>
+#include <json/value.h>
 
 #include <cerrno>
 
 #include "host_files.h"
+#include "platform/files.h"
 #include "scratch.h"
 
 namespace kova::platform {

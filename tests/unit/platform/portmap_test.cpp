@@ -16,8 +16,8 @@
 #include "host_files.h"
 #include "platform/device.h"
 #include "platform/error.h"
+#include "platform/files.h"
 #include "platform/hooks.h"
-#include "platform/json_text.h"
 #include "platform/lock.h"
 #include "scratch.h"
 #include "syslog_capture.h"
@@ -338,6 +338,19 @@ TEST_F(PortmapRouterTest, ARouterThatKeepsTheMappingsFailsTheRemoval) {
   EXPECT_LT(Close(), 0);
   EXPECT_EQ(KLIBCErrGet(), EHOSTUNREACH);
   EXPECT_EQ(ReadFile(kPortmapRecordPath), kBothRules);  // for they are still open
+}
+
+TEST_F(PortmapRouterTest, AMappingThatEndsBetweenListingAndDeletingIsGoneAllTheSame) {
+  RouterTraits traits;
+  traits.ends_what_it_listed = true;
+  Start(traits);
+  EXPECT_EQ(Open(), 0);
+  EXPECT_THAT(router_.Mappings(), ElementsAre(Own("80"), Own("443")));
+  EXPECT_EQ(Close(), 0);
+  EXPECT_THAT(router_.Mappings(), IsEmpty());
+  EXPECT_THAT(router_.TakeChanges(),
+              ElementsAre("add 80 3600", "add 443 3600", "delete 80", "delete 443"));
+  EXPECT_EQ(ReadFile(kPortmapRecordPath), "{}\n");
 }
 
 TEST_F(PortmapRouterTest, ARouterThatWasRestartedIsFoundAgain) {

@@ -1,11 +1,10 @@
-#include "platform/syslog_line.h"
-
 #include <gmock/gmock.h>
 #include <syslog.h>
 
 #include <cerrno>
 #include <string>
 
+#include "platform/error.h"
 #include "syslog_capture.h"
 
 namespace kova::platform {

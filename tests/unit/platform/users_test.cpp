@@ -1,5 +1,3 @@
-#include "platform/users.h"
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -7,6 +5,7 @@
 
 #include "host_files.h"
 #include "platform/error.h"
+#include "platform/service.h"
 
 namespace kova::platform {
 namespace {

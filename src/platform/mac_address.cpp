@@ -1,5 +1,3 @@
-#include "platform/interfaces.h"
-
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netpacket/packet.h>
@@ -8,6 +6,9 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <string>
+
+#include "platform/device.h"
 
 namespace kova::platform {
 namespace {

@@ -1,0 +1,135 @@
+"""SIGTERM, SIGINT and SIGHUP in the middle of a run: what it published is taken back, and it ends by
+that signal with one line in the system log and nothing on standard output."""
+
+import glob
+import json
+import os
+import signal
+
+import pytest
+from lib import expect, paths
+from lib.archive_cli import ArchiveCli
+from lib.http_script import Reply
+from lib.renewal import Archive, record
+from lib.router import CLOSED, OPENED
+
+NAME = "www.host.example"
+RECORD = "/usr/kova/etc/portmap.json"
+NEVER = 8  # seconds before an answer that nobody waits for
+SIGNALS = {signal.SIGTERM: "Terminated", signal.SIGINT: "Interrupt", signal.SIGHUP: "Hangup"}
+
+
+def tell(number, program=paths.PROGRAM):
+    """Sends the signal to the program under test, the only one of this host."""
+    [pid] = [int(path.split("/")[2]) for path in glob.glob("/proc/[0-9]*/exe")
+             if os.path.realpath(path) == program]
+    os.kill(pid, number)
+
+
+def telling(number, *look):
+    """As an answer of a server: the signal first, and then nothing. `look` is called before it."""
+    def answer(_request, _normal):
+        for each in look:
+            each()
+        tell(number)
+        return Reply(200, {}, delay=NEVER)
+    return answer
+
+
+def ended(result, number, program="kova-letsencrypt"):
+    assert result.status == -number
+    assert result.stdout == ""
+    assert f"{program}:# Ended by signal {int(number)} ({SIGNALS[number]})" in result.errors
+    assert result.seconds < NEVER - 2
+
+
+def while_validating(ca, answer):
+    """`answer` to the look that follows the challenge."""
+    ca.answer("authz", lambda _request, normal: normal(), answer)
+
+
+@pytest.fixture(autouse=True)
+def http_alone(host, ca):
+    host.settings(skipdns01=True)
+
+
+@pytest.mark.parametrize("number", SIGNALS)
+def test_token_and_ports_are_taken_back(host, ca, router, account, number):
+    seen = []
+    while_validating(ca, telling(number, lambda: seen.append(
+        (len(os.listdir(paths.TOKENS)), router.calls))))
+    result = host.new_cert(ca.directory, [NAME])
+    assert seen == [(1, ["detect", OPENED])]
+    ended(result, number)
+    assert len(result.errors) == 1
+    assert os.listdir(paths.TOKENS) == []
+    assert router.calls == ["detect", OPENED, CLOSED]
+    assert json.loads(expect.read(RECORD)) == {}
+    assert host.certificates() == [] and not os.path.exists(paths.CRON_JOB)
+
+
+def test_txt_record_is_taken_back(host, ca, dns, ddns, account):
+    host.settings(skipdns01=None, kovaddns=ddns.endpoint)
+    while_validating(ca, telling(signal.SIGTERM))
+    ended(host.new_cert(ca.directory, ["box.ddns.example"]), signal.SIGTERM)
+    assert [update.action for update in ddns.updates] == ["create", "delete"]
+    assert ddns.updates[0].txt == ddns.updates[1].txt
+
+
+def test_txt_record_that_may_have_been_made_is_taken_back(host, ca, dns, ddns, account):
+    host.settings(skipdns01=None, kovaddns=ddns.endpoint)
+    ddns.answer("create", telling(signal.SIGINT))
+    ended(host.new_cert(ca.directory, ["box.ddns.example"]), signal.SIGINT)
+    assert [update.action for update in ddns.updates] == ["create", "delete"]
+
+
+def test_second_signal_ends_the_taking_back(host, ca, dns, ddns, account):
+    host.settings(skipdns01=None, kovaddns=ddns.endpoint)
+    while_validating(ca, telling(signal.SIGTERM))
+    ddns.answer("delete", telling(signal.SIGHUP))
+    result = host.new_cert(ca.directory, ["box.ddns.example"])
+    assert (result.status, result.stdout) == (-signal.SIGHUP, "")
+    assert result.seconds < NEVER - 2
+
+
+@pytest.mark.parametrize("endpoint", ["directory", "newOrder", "finalize", "certificate"])
+def test_any_request_is_cut_short(host, ca, router, account, endpoint):
+    ca.answer(endpoint, telling(signal.SIGTERM))
+    ended(host.new_cert(ca.directory, [NAME]), signal.SIGTERM)
+    assert host.certificates() == []
+
+
+def test_hook_is_cut_short_and_the_ports_are_closed(host, ca, router, account):
+    marker = host.workspace + "/survived"
+    host.hook("router-detect",
+              f"kill -TERM $PPID; tail -f /dev/null --pid=$PPID; sleep 1; touch {marker}\n")
+    ended(host.new_cert(ca.directory, [NAME]), signal.SIGTERM)
+    assert router.calls == [CLOSED]
+    assert not os.path.exists(marker)
+
+
+def test_renewal_of_many_ends_with_the_one_at_hand(host, ca, router, account):
+    archive = Archive(host)
+    for identity in ("aaa", "bbb"):
+        archive.add(identity, record=record(ca.directory, account))
+    ca.answer("newOrder", telling(signal.SIGTERM))
+    before = expect.tree(paths.ARCHIVE)
+    ended(host.run("renew-all"), signal.SIGTERM)
+    assert ca.trace.count("newOrder") == 1
+    assert expect.tree(paths.ARCHIVE) == before
+
+
+def test_reload_script_is_not_waited_for(host):
+    cli = ArchiveCli(host)
+    cli.certificate("aaa")
+    script = cli.reloads.script(then="kill -TERM $PPID; exec 2>&-; tail -f /dev/null --pid=$PPID")
+    result = cli.bind("aaa")
+    ended(result, signal.SIGTERM, "kova-archive")
+    assert cli.reloads.lines and os.path.exists(script)
+    assert cli.services("aaa") == ["nginx/web"]
+
+
+def test_nohup_goes_on(host, ca, router, account):
+    while_validating(ca, lambda _request, normal: (tell(signal.SIGHUP), normal())[1])
+    expect.issued(host.run(paths.PROGRAM, "new-cert", "-s", ca.directory, "-d", NAME, "-m",
+                           "admin@host.example", program="/usr/bin/nohup"))
