@@ -17,7 +17,7 @@ build=(
 demo=(iproute2 util-linux hostname pebble nginx curl)
 bench=(libbenchmark-dev gnuplot-nox uacme lego certbot dehydrated python3 python3-cryptography)
 test=(
-  clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
+  ccache clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
   systemd file man-db mandoc bash-completion debootstrap dpkg-dev lintian

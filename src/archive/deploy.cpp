@@ -166,7 +166,7 @@ Status Deliver(Delivery& delivery) {
   if (Status found = FindOwner(delivery); !found) return found;
   bool kept = false;
   std::vector<Verdict> verdicts;
-  const Status settled = Settle(delivery, kept, verdicts);
+  Status settled = Settle(delivery, kept, verdicts);
   for (const Verdict& verdict : verdicts) ReportRecovery(verdict);
   if (!settled || kept) return settled;
   return delivery.move.action->reload == 0 ? Status() : Reload(delivery.service);
@@ -183,15 +183,23 @@ Status DeployOne(const Move& move, const Json::Value& object, const Decision& de
   return Deliver(delivery);
 }
 
+// The certificates that list the service: `from` alone when it is named, else all but `target`.
+std::vector<std::string> Listing(const Json::Value& info, const Json::Value& object,
+                                 const std::string& from, const std::string& target) {
+  std::vector<std::string> ids;
+  for (const std::string& id : info.getMemberNames()) {
+    const bool wanted = from.empty() ? id != target : id == from;
+    if (wanted && Lists(info[id], object)) ids.push_back(id);
+  }
+  return ids;
+}
+
 // Those that list the service by now, the target excepted unless it is what is asked for. Nothing
 // is to be changed in the index when the target alone lists it.
 Status FindSources(const Json::Value& object, const std::string& from, Move& move) {
   Json::Value info;
   if (Status read = ReadIndexObject(info); !read) return read;
-  for (const std::string& id : info.getMemberNames()) {
-    const bool wanted = from.empty() ? id != move.target : id == from;
-    if (wanted && Lists(info[id], object)) move.sources.push_back(id);
-  }
+  move.sources = Listing(info, object, from, move.target);
   if (!from.empty() && move.sources.empty()) {
     return Status::Failed("certificate [" + from + "] does not list the service any more");
   }

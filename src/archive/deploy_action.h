@@ -14,6 +14,7 @@ struct CRTActionInfo {
   std::int32_t reload;       // true: the subscriber's reload script is run
 };
 
+// NOLINTNEXTLINE(readability-identifier-naming): known by that name
 extern const CRTActionInfo rgCRTActionInfo[4];
 
 inline constexpr int kActionMove = 0;       // from the source certificate to the target

@@ -38,7 +38,8 @@ class DefaultSetTest : public ArchiveTest {
 
   static std::string Openssl(KovaArgs args) {
     std::string output;
-    EXPECT_EQ(platform::RunAndCapture("/usr/bin/openssl", args, 65536, output), 0);
+    EXPECT_EQ(
+        platform::RunWithin({platform::kNoTimeLimit, 65536}, "/usr/bin/openssl", args, &output), 0);
     return output;
   }
   std::optional<test::DealtKeys> keys_{std::in_place};
