@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   RoundTrip(value);
   AskForMembers(value);
   try {
-    KOVA_REQUIRE(kova::ObjectBody(response).isObject() && parsed);
+    KOVA_REQUIRE(kova::ObjectBody("client_v2", response).isObject() && parsed);
     (void)kova::ProblemDetail(response);
   } catch (const kova::SLError& error) {
     KOVA_REQUIRE(error.code == kova::code::kProtocol && !value.isObject());
