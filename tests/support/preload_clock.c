@@ -5,7 +5,8 @@
  * KOVA_WALL_CLOCK, seconds since the epoch, is what time(2) says when it is set.
  *
  * KOVA_TORN_WRITE, a number of bytes: the program is killed in the middle of the first write of
- * more than that to a file, after those bytes.
+ * more than that to a file, after those bytes. The file may have no name yet, so KOVA_TORN_REPORT
+ * names another that is told what it was: its mode, its links, and the bytes.
  *
  * Child programs inherit the preload and the log: a hook script's sleep counts, too. */
 #define _GNU_SOURCE
@@ -84,12 +85,24 @@ time_t time(time_t* result) {
   return seconds;
 }
 
+static void report_torn(const struct stat* status, const void* bytes, size_t count) {
+  const char* path = getenv("KOVA_TORN_REPORT");
+  char line[64];
+  int length = snprintf(line, sizeof line, "%o %lu\n", (unsigned)(status->st_mode & 07777),
+                        (unsigned long)status->st_nlink);
+  int report = path == NULL ? -1 : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (report < 0) return;
+  syscall(SYS_write, report, line, (size_t)length);
+  syscall(SYS_write, report, bytes, count);
+}
+
 ssize_t write(int fd, const void* bytes, size_t count) {
   const char* torn = getenv("KOVA_TORN_WRITE");
   struct stat status;
   if (torn != NULL && count > strtoul(torn, NULL, 10) && fstat(fd, &status) == 0 &&
       S_ISREG(status.st_mode)) {
     syscall(SYS_write, fd, bytes, strtoul(torn, NULL, 10));
+    report_torn(&status, bytes, strtoul(torn, NULL, 10));
     kill(getpid(), SIGKILL);
   }
   return syscall(SYS_write, fd, bytes, count);
