@@ -131,7 +131,7 @@ def test_an_archive_that_outlived_a_purge_is_renewed_again(root, deb):
     root.install(deb)
     job = root.read(JOB).splitlines()
     assert job[0].startswith("#")
-    assert re.fullmatch(rf"\d+ \d+ \* \* \d root {PROGRAM} renew-all", job[1].replace("\t", " "))
+    assert re.fullmatch(rf"\d+ \d+ \* \* \* root {PROGRAM} renew-all", job[1].replace("\t", " "))
 
 
 # -- upgrading ------------------------------------------------------------------------------------

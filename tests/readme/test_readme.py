@@ -70,4 +70,6 @@ def test_no_other_block_is_left_unrun():
     shells = [content for language, content in blocks(read("README.md")) if language == "sh"]
     run = [content for title in ("Try it", "Quick start on a Debian server")
            for language, content in blocks(section(title)) if language == "sh"]
-    assert shells == run
+    # That one needs a zone of one's own: the real-world ring tries it against a real name server.
+    elsewhere = [content for language, content in blocks(section("A wildcard")) if language == "sh"]
+    assert shells == run + elsewhere
