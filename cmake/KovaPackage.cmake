@@ -27,7 +27,7 @@ set(CPACK_PACKAGE_DESCRIPTION
 authority (Let's Encrypt by default) with the http-01 and dns-01 challenges,
 opens the ports that a validation needs on a home router through UPnP, and
 keeps the certificates in an archive from which they are deployed to services.
-Renewal is a weekly cron job that spreads over a fleet of hosts.
+Renewal is a cron job whose moment spreads over a fleet of hosts.
 .
 kova-archive lists, binds, deploys and checks the certificates of the archive.")
 

@@ -90,8 +90,8 @@ bool IsFileName(const std::string& name) {
 }
 
 // Empty when the period is none.
-std::string CrontabLine(const Job& job, const std::string& period, const JobMoment& moment) {
-  const std::string days = DaysOf(period, moment.weekday);
+std::string CrontabLine(const Job& job, const JobMoment& moment) {
+  const std::string days = DaysOf(job.period, moment.weekday);
   if (days.empty()) return {};
   return std::to_string(moment.minute) + " " + std::to_string(moment.hour) + " " + days + " " +
          job.user + " " + Escaped(job.command) + "\n";
@@ -104,7 +104,7 @@ std::string Render(const Json::Value& jobs, const JobMoment& moment) {
   for (const Json::Value& object : jobs) {
     Job job;
     if (!ReadJob(object, job) || !IsUser(job.user)) return {};
-    const std::string line = CrontabLine(job, job.period, moment);
+    const std::string line = CrontabLine(job, moment);
     if (line.empty()) return {};
     text += "# " + job.name + "\n" + line;
   }
