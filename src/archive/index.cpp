@@ -105,8 +105,12 @@ Status WriteIndex(const Json::Value& info) {
     LogError(kTag, "Failed to write [%s] to [%s].", JsonToString(info).c_str(), kIndexStagingPath);
     return Status::Failed("Failed to write", kIndexStagingPath, ErrorWords(error));
   }
-  if (const int error = platform::CommitStaged(kIndexStagingPath, kIndexPath); error != 0) {
+  const platform::WriteResult moved = platform::CommitStaged(kIndexStagingPath, kIndexPath);
+  if (const int error = moved; error != 0) {
     LogError(kTag, "Failed to move %s to %s", kIndexStagingPath, kIndexPath);
+    if (moved.InPlace()) {
+      return Status::Failed("Failed to flush the folder of", kIndexPath, ErrorWords(error));
+    }
     return Status::Failed("Failed to move", std::string(kIndexStagingPath) + " to " + kIndexPath,
                           ErrorWords(error));
   }

@@ -36,8 +36,13 @@ bool ListByPattern(const std::string& pattern, std::vector<std::string>& matches
 }
 
 void WriteTextFile(const std::string& path, const std::string& content, mode_t mode) {
-  const int error = platform::ReplaceFile(path, content, mode);
+  const platform::WriteResult result = platform::ReplaceFile(path, content, mode);
+  const int error = result;
   if (error == 0) return;
+  if (result.InPlace()) {
+    throw Error(code::kLocal, kTag,
+                "Failed to flush the folder of " + path + ": " + std::strerror(error));
+  }
   if (IsStorageFailure(error)) {
     throw Error(code::kLocal, kTag, "Failed to write " + path + ": " + std::strerror(error));
   }

@@ -20,8 +20,9 @@ std::string ReadTextFile(const std::string& path);
 
 // Replaces the file whole, with exactly that mode from its first byte on. Throws SLError 202
 // (file "utils"): "Failed to chmod." when the file cannot be created or its mode not be set,
-// "Failed to write PATH: REASON" when its content could not be stored whole. The old file, if any,
-// is then untouched.
+// "Failed to write PATH: REASON" when its content could not be stored whole; the old file, if any,
+// is then untouched. "Failed to flush the folder of PATH: REASON" when the new file stands, but a
+// power cut may still bring the old one back.
 void WriteTextFile(const std::string& path, const std::string& content, mode_t mode);
 
 }  // namespace kova

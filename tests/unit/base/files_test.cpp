@@ -17,6 +17,7 @@ namespace {
 
 bool fchmod_fails = false;
 int fsync_error = 0;
+bool only_folders_fail = false;
 
 }  // namespace
 
@@ -30,7 +31,9 @@ int __wrap_fchmod(int file, mode_t mode) {  // NOLINT
 
 int __real_fsync(int file);   // NOLINT
 int __wrap_fsync(int file) {  // NOLINT
-  if (fsync_error == 0) return __real_fsync(file);
+  struct stat status {};
+  const bool spared = only_folders_fail && fstat(file, &status) == 0 && !S_ISDIR(status.st_mode);
+  if (fsync_error == 0 || spared) return __real_fsync(file);
   errno = fsync_error;
   return -1;
 }
@@ -52,6 +55,7 @@ class Files : public testing::Test {
     forced_glob_result = 0;
     fchmod_fails = false;
     fsync_error = 0;
+    only_folders_fail = false;
   }
 
   static void Put(const std::string& path, const std::string& content) {
@@ -189,6 +193,16 @@ TEST_F(Files, WriteTextFileNamesWhatKeepsDataFromTheDisk) {
     EXPECT_EQ(ReadTextFile(path_), "old");
     EXPECT_EQ(Names(), std::vector<std::string>{"file"});
   }
+}
+
+TEST_F(Files, WriteTextFileTellsTheNewFileWhoseFolderIsNotFlushedFromAnOldOne) {
+  WriteTextFile(path_, "old", 0600);
+  fsync_error = EIO;
+  only_folders_fail = true;
+  EXPECT_EQ(WriteError(path_, "new", 0600),
+            "202 utils: Failed to flush the folder of " + path_ + ": Input/output error");
+  EXPECT_EQ(ReadTextFile(path_), "new");
+  EXPECT_EQ(Names(), std::vector<std::string>{"file"});
 }
 
 }  // namespace
