@@ -8,12 +8,11 @@ std::chrono::seconds on_the_wire{0};
 
 }  // namespace
 
-extern "C" std::chrono::steady_clock::time_point
-__real__ZNSt6chrono3_V212steady_clock3nowEv();  // NOLINT
-extern "C" std::chrono::steady_clock::time_point
-__wrap__ZNSt6chrono3_V212steady_clock3nowEv() {  // NOLINT
-  return __real__ZNSt6chrono3_V212steady_clock3nowEv() + on_the_wire;
-}
+// The linker puts the second in the place of the clock's own call, and keeps that as the first.
+std::chrono::steady_clock::time_point RealNow() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point WireNow() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+
+std::chrono::steady_clock::time_point WireNow() { return RealNow() + on_the_wire; }
 
 namespace kova::test {
 namespace {
