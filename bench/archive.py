@@ -23,6 +23,7 @@ COMMANDS = {
     "renew-all": ([paths.PROGRAM, "renew-all"], 2),
     "list": ([TOOL, "list"], 2),
     "check": ([TOOL, "check"], 6),
+    "check --expiry": ([TOOL, "check", "--expiry", "10"], 6),
 }
 
 

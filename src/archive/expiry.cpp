@@ -19,7 +19,6 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 }  // namespace
 
 bool ExpiresWithin(const std::string& path, std::int32_t days) {
-  const std::int64_t moment = std::time(nullptr) + days * kSecondsPerDay;
   errno = 0;
   const BioPtr file = OpenPem(path);
   if (file == nullptr) {
@@ -34,7 +33,12 @@ bool ExpiresWithin(const std::string& path, std::int32_t days) {
     ERR_clear_error();
     return false;
   }
-  if (Certificate(std::move(certificate)).EndsBy(moment)) return true;
+  return ExpiresWithin(Certificate(std::move(certificate)), path, days);
+}
+
+bool ExpiresWithin(const Certificate& certificate, const std::string& path, std::int32_t days) {
+  const std::int64_t moment = std::time(nullptr) + days * kSecondsPerDay;
+  if (certificate.EndsBy(moment)) return true;
   LogDebugPriority(kTag, "%s will not expired at %lld", path.c_str(),
                    static_cast<long long>(moment));
   return false;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/status.h"
+#include "crypto/certificate.h"
 
 namespace kova::cert_archive {
 
@@ -50,5 +51,9 @@ Status EnsureServices(const std::string& id, Json::Value& services);
 // True when the PEM certificate in that file is no longer valid `days` from now. False, with a
 // message, also for a file that cannot be read: what cannot be read is not renewed.
 [[nodiscard]] bool ExpiresWithin(const std::string& path, std::int32_t days);
+
+// The same for one that was read before, out of that file.
+[[nodiscard]] bool ExpiresWithin(const Certificate& certificate, const std::string& path,
+                                 std::int32_t days);
 
 }  // namespace kova::cert_archive

@@ -108,6 +108,13 @@ std::string Certificate::IssuerOrganization() const {
   return EntryOf(X509_get_issuer_name(certificate_.get()), NID_organizationName);
 }
 
+std::string Certificate::IssuerOrganizationBytes() const {
+  const X509_NAME* issuer = X509_get_issuer_name(certificate_.get());
+  const int index = X509_NAME_get_index_by_NID(issuer, NID_organizationName, -1);
+  if (index < 0) return {};
+  return Bytes(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(issuer, index)));
+}
+
 std::string Certificate::IssuerCommonName() const {
   return EntryOf(X509_get_issuer_name(certificate_.get()), NID_commonName);
 }

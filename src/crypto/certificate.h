@@ -27,6 +27,8 @@ class Certificate {
   // The first such entry as UTF-8; empty when there is none.
   [[nodiscard]] std::string CommonName() const;
   [[nodiscard]] std::string IssuerOrganization() const;
+  // The same in the bytes that the certificate holds, whatever their encoding.
+  [[nodiscard]] std::string IssuerOrganizationBytes() const;
   [[nodiscard]] std::string IssuerCommonName() const;
 
   // Seconds since the epoch; none for a time that is not written as one.

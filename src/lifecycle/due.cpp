@@ -5,6 +5,7 @@
 #include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "acme/renewal_record.h"
 #include "archive/integrity.h"
@@ -44,44 +45,70 @@ bool HasUsableRecord(const std::string& folder) {
          (record.version == 1 || record.version == 2) && !SplitDomainList(record.domains).empty();
 }
 
+// One certificate, read once for all that is asked about it.
+struct Candidate {
+  explicit Candidate(ArchivedCertificate its)
+      : archived(std::move(its)),
+        path(archived.folder + "/cert.pem"),
+        certificate(Certificate::FromFile(path)) {}
+
+  ArchivedCertificate archived;
+  std::string path;
+  std::optional<Certificate> certificate;
+};
+
+// What is missing is said by the function that looks for it in the file.
+std::string IssuerOf(const Candidate& candidate) {
+  const std::string issuer =
+      candidate.certificate ? candidate.certificate->IssuerOrganizationBytes() : std::string();
+  return issuer.empty() ? IssuerOrganization(candidate.path) : issuer;
+}
+
 // The issuer decides, the renewal record does not: a certificate without one fails to be renewed,
 // and is redeployed all the same.
-bool IsOfRenewedIssuer(const std::string& certificate) {
-  const std::string issuer = IssuerOrganization(certificate);
+bool IsOfRenewedIssuer(const Candidate& candidate) {
+  const std::string issuer = IssuerOf(candidate);
   if (issuer.empty()) return false;
-  DebugStep("Issuer name of certificate. [%s]->[%s]", issuer.c_str(), certificate.c_str());
+  DebugStep("Issuer name of certificate. [%s]->[%s]", issuer.c_str(), candidate.path.c_str());
   if (issuer.find(kRenewedIssuer) != std::string::npos) return true;
-  DebugStep("certificate is not issued by Let's encrypt. [%s]", certificate.c_str());
+  DebugStep("certificate is not issued by Let's encrypt. [%s]", candidate.path.c_str());
   return false;
 }
 
+bool EndsWithin(const Candidate& candidate, int days) {
+  return candidate.certificate
+             ? cert_archive::ExpiresWithin(*candidate.certificate, candidate.path, days)
+             : cert_archive::ExpiresWithin(candidate.path, days);
+}
+
 // Due is what either rule finds due; the days count beside the lifetime only when they are set.
-bool EndsSoon(const std::string& certificate, const RenewalSettings& settings, int lead_days) {
+bool EndsSoon(const Candidate& candidate, const RenewalSettings& settings, int lead_days) {
   if (settings.renew_lifetime) {
-    const std::optional<Lifetime> lifetime = LifetimeOf(certificate);
+    const std::optional<Lifetime> lifetime = LifetimeOf(candidate.certificate, candidate.path);
     if (lifetime && IsDue(*lifetime, std::time(nullptr))) return true;
     if (!settings.renew_before_expire_days) return false;
   }
-  return cert_archive::ExpiresWithin(certificate, lead_days);
+  return EndsWithin(candidate, lead_days);
 }
 
-bool IsDue(const std::string& folder, const RenewalSettings& settings, int lead_days) {
-  const std::string certificate = folder + "/cert.pem";
+bool IsDue(const Candidate& candidate, const RenewalSettings& settings, int lead_days) {
+  const std::string& folder = candidate.archived.folder;
   const bool is_ours = settings.renew_any_issuer && HasUsableRecord(folder);
-  if (!is_ours && !IsOfRenewedIssuer(certificate)) return false;
-  if (EndsSoon(certificate, settings, lead_days)) return true;
+  if (!is_ours && !IsOfRenewedIssuer(candidate)) return false;
+  if (EndsSoon(candidate, settings, lead_days)) return true;
   DebugStep("cert is not expired. [%s]", folder.c_str());
   return false;
 }
 
 // After failures in a row it is tried once a day, unless its end is near.
-bool IsHeldBack(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
-  if (!settings.renew_failures || !cert_archive::IsPlainName(certificate.id)) return false;
+bool IsHeldBack(const Candidate& candidate, const RenewalSettings& settings) {
+  const std::string& id = candidate.archived.id;
+  if (!settings.renew_failures || !cert_archive::IsPlainName(id)) return false;
   const std::int64_t now = std::time(nullptr);
-  if (!IsWaiting(ReadRenewalHistory(certificate.id), now)) return false;
-  const std::optional<Lifetime> lifetime = LifetimeOf(certificate.folder + "/cert.pem");
+  if (!IsWaiting(ReadRenewalHistory(id), now)) return false;
+  const std::optional<Lifetime> lifetime = LifetimeOf(candidate.certificate, candidate.path);
   if (!lifetime || IsNearlyOver(*lifetime, now)) return false;
-  DebugStep("failed before, not tried again today. [%s]", certificate.folder.c_str());
+  DebugStep("failed before, not tried again today. [%s]", candidate.archived.folder.c_str());
   return true;
 }
 
@@ -95,8 +122,8 @@ std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings) {
     const ArchivedCertificate certificate = ArchivedCertificate::OfId(id);
     if (!HasFolder(certificate, kTag)) continue;
     FinishRenewal(certificate);
-    const bool to_renew =
-        IsDue(certificate.folder, settings, lead_days) && !IsHeldBack(certificate, settings);
+    const Candidate candidate(certificate);
+    const bool to_renew = IsDue(candidate, settings, lead_days) && !IsHeldBack(candidate, settings);
     if (to_renew || IsRenewalNoted(certificate)) due.push_back({certificate, to_renew});
   }
   return due;

@@ -1,7 +1,6 @@
 #include "lifecycle/lifetime.h"
 
 #include "base/log.h"
-#include "crypto/certificate.h"
 
 namespace kova {
 namespace {
@@ -16,12 +15,12 @@ bool LeftIsUnder(const Lifetime& lifetime, std::int64_t parts, std::int64_t now)
 
 }  // namespace
 
-std::optional<Lifetime> LifetimeOf(const std::string& certificate_path) {
-  const std::optional<Certificate> certificate = Certificate::FromFile(certificate_path);
+std::optional<Lifetime> LifetimeOf(const std::optional<Certificate>& certificate,
+                                   const std::string& path) {
   if (certificate && certificate->NotBefore() && certificate->NotAfter()) {
     return Lifetime{*certificate->NotBefore(), *certificate->NotAfter()};
   }
-  LogError(kTag, "Failed to read the lifetime of %s", certificate_path.c_str());
+  LogError(kTag, "Failed to read the lifetime of %s", path.c_str());
   return std::nullopt;
 }
 

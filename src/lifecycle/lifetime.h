@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "crypto/certificate.h"
+
 namespace kova {
 
 // Seconds since the epoch.
@@ -13,8 +15,10 @@ struct Lifetime {
   std::int64_t end = 0;
 };
 
-// None, with a message, when the file holds no certificate with readable times.
-std::optional<Lifetime> LifetimeOf(const std::string& certificate_path);
+// None, with a message that names its file, when the certificate has no readable times, or none
+// could be read out of that file in the first place.
+std::optional<Lifetime> LifetimeOf(const std::optional<Certificate>& certificate,
+                                   const std::string& path);
 
 // True when less than a third of it is left, or less than half of one under ten days.
 [[nodiscard]] bool IsDue(const Lifetime& lifetime, std::int64_t now);

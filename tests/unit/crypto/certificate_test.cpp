@@ -64,6 +64,19 @@ TEST_F(CertificateTest, KnowsItsIssuer) {
   EXPECT_EQ(Made({}).IssuerOrganization(), "");
 }
 
+TEST_F(CertificateTest, HandsOutItsIssuersBytesAsTheyAre) {
+  MadeCertificate made = MakeCertificate({});
+  X509_NAME* issuer = X509_get_issuer_name(made.certificate.get());
+  const std::string wide("\0A\0B", 4);
+  ASSERT_EQ(1, X509_NAME_add_entry_by_NID(issuer, NID_organizationName, V_ASN1_BMPSTRING,
+                                          reinterpret_cast<const unsigned char*>(wide.data()),
+                                          static_cast<int>(wide.size()), -1, 0));
+  const Certificate certificate(std::move(made.certificate));
+  EXPECT_EQ(certificate.IssuerOrganizationBytes(), wide);
+  EXPECT_EQ(certificate.IssuerOrganization(), "AB");
+  EXPECT_EQ(Made({}).IssuerOrganizationBytes(), "");
+}
+
 TEST_F(CertificateTest, KnowsWhenItHolds) {
   const std::int64_t now = std::time(nullptr);
   const Certificate certificate = Made({.starts = -100, .ends = 1000});
