@@ -25,7 +25,7 @@ Json::Value FinalizeOrder(Session& session, const Order& order, const std::strin
 std::string RevokeAtCa(Session& session, const std::string& folder);
 
 // Removes the renewal record of a folder, which is then no longer renewed; its certificate stays. A
-// failure is only told at debug level 1.
+// failure is told at debug level 1 and, unless there is none, in the log.
 void RemoveRenewalRecord(const std::string& folder);
 
 // Both.

@@ -7,6 +7,7 @@
 #include "acme_v2/issue.h"
 #include "base/debug.h"
 #include "base/files.h"
+#include "base/log.h"
 #include "crypto/pem.h"
 
 namespace kova {
@@ -32,7 +33,11 @@ std::string RevokeAtCa(Session& session, const std::string& folder) {
 
 void RemoveRenewalRecord(const std::string& folder) {
   const std::string path = RenewalRecordPath(folder);
-  if (unlink(path.c_str()) != 0) DebugStep("Failed to unlink %s [%d]", path.c_str(), errno);
+  if (unlink(path.c_str()) == 0) return;
+  const int error = errno;
+  DebugStep("Failed to unlink %s [%d]", path.c_str(), error);
+  // The certificate will be renewed, though it is revoked.
+  if (error != ENOENT) LogError(kTag, "Failed to unlink %s [%d]", path.c_str(), error);
 }
 
 void Revoke(Session& session, const std::string& folder) {

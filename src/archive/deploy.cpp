@@ -106,8 +106,9 @@ Status Reload(const Service& service) {
   return failed;
 }
 
-// One service that gets its files and then, as the action says, its place in the index.
-using Decision = std::function<Status(Move& move)>;
+// One service that gets its files and then, as the action says, its place in the index. A decision
+// that takes the action away leaves the service alone.
+using Decision = std::function<Status(const Json::Value& object, Move& move)>;
 
 struct Delivery {
   Move move;
@@ -150,7 +151,9 @@ Status Settle(Delivery& delivery, bool& kept, std::vector<Verdict>& verdicts) {
   const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
   if (!lock.Held()) return FailedToSet(delivery, lock.Outcome());
   if (delivery.decide) {
-    if (Status decided = delivery.decide(delivery.move); !decided) return decided;
+    Status decided = delivery.decide(delivery.object, delivery.move);
+    kept = delivery.move.action == nullptr;
+    if (!decided || kept) return decided;
   }
   if (Status served = ServeFiles(delivery, kept); !served || kept) return served;
   Status updated = UpdateIndex(delivery.move, delivery.object, verdicts);
@@ -209,11 +212,30 @@ Status FindSources(const Json::Value& object, const std::string& from, Move& mov
   return {};
 }
 
+// Another process may have moved the service since the list was read. An index that cannot be read
+// says nothing against it.
+Status LeaveIfMoved(const Json::Value& object, Move& move) {
+  Json::Value info;
+  if (ReadIndexObject(info) && !Lists(Member(info, move.target.c_str()), object)) {
+    move.action = nullptr;
+  }
+  return {};
+}
+
 Status ReloadRelay() {
   if (KLIBServicectlIsJobRunning(kRelayDaemon, 0) == 0) return {};
   if (KLIBServiceReload(kRelayDaemon) != -1) return {};
   LogError(kTag, "Reload %s failed.", kRelayDaemon);
   return Status::Failed("Reload", kRelayDaemon, "failed");
+}
+
+Status DeployAll(const Move& move, const Json::Value& services, const Decision& decide) {
+  Status first;
+  for (const Json::Value& object : services) {
+    if (Status served = DeployOne(move, object, decide); !served && first) first = served;
+  }
+  if (Status reloaded = ReloadRelay(); !reloaded && first) first = reloaded;
+  return first;
 }
 
 }  // namespace
@@ -227,19 +249,26 @@ Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
     LogError(kTag, "Wrong rgCRTActionInfo.");
     return Status::Failed("Wrong rgCRTActionInfo.");
   }
-  const Move move{target, {source}, row};
-  Status first;
-  for (const Json::Value& object : services) {
-    if (Status served = DeployOne(move, object); !served && first) first = served;
-  }
-  if (Status reloaded = ReloadRelay(); !reloaded && first) first = reloaded;
-  return first;
+  return DeployAll({target, {source}, row}, services, {});
+}
+
+void FinishInterruptedDeployment() {
+  if (!KLIBCFileExist(kServiceMoveNote)) return;
+  const FileLock lock(kTag, kFilesLockPath, kFilesTimeout);
+  if (lock.Held()) FinishInterruptedMove();
+}
+
+Status RedeployListed(const std::string& target, const Json::Value& services) {
+  if (Status usable = EnsureUsable(target); !usable) return usable;
+  return DeployAll({target, {}, &rgCRTActionInfo[kActionRedeploy]}, services, LeaveIfMoved);
 }
 
 Status TransferService(const std::string& target, const Json::Value& object,
                        const std::string& from) {
   if (Status usable = EnsureUsable(target); !usable) return usable;
-  const auto decide = [&](Move& move) { return FindSources(object, from, move); };
+  const auto decide = [&from](const Json::Value& service, Move& move) {
+    return FindSources(service, from, move);
+  };
   Status served = DeployOne({target, {}, &rgCRTActionInfo[kActionMove]}, object, decide);
   Status reloaded = ReloadRelay();
   return served ? reloaded : served;
@@ -252,7 +281,7 @@ Status DeployToOwnServices(const std::string& id, bool& has_system_default) {
     LogError(kTag, "Failed to get service list of %s", id.c_str());
     return found;
   }
-  if (Status deployed = RegisterAndDeploy(id, services, "", kActionRedeploy); !deployed) {
+  if (Status deployed = RedeployListed(id, services); !deployed) {
     LogError(kTag, "Failed to deploy cert to services for %s", id.c_str());
     return deployed;
   }

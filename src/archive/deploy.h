@@ -20,6 +20,14 @@ namespace kova::cert_archive {
 Status RegisterAndDeploy(const std::string& target, const Json::Value& services,
                          const std::string& source, int action);
 
+// The same with kActionRedeploy for an array that was read out of the index: a service that another
+// process has meanwhile taken from the certificate is left alone.
+Status RedeployListed(const std::string& target, const Json::Value& services);
+
+// Puts right what a deployment left that was killed or could not tidy up. Every deployment begins
+// with it; this is for commands that may come by without one.
+void FinishInterruptedDeployment();
+
 // Moves one service to the certificate `target`. Who lists it is looked up when nobody else can
 // move it meanwhile: with an empty `from` it is taken from every other certificate (and stays where
 // it is when the target alone lists it), else it must still be listed by `from`.

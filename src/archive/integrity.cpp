@@ -8,16 +8,13 @@
 #include "archive/index.h"
 #include "archive/noted_move.h"
 #include "archive/paths.h"
+#include "archive/recovery.h"
 #include "base/json.h"
 #include "base/log.h"
-#include "platform/file_writer.h"
 #include "platform/service.h"
-#include "self_signed/default_set.h"
 
 namespace kova::cert_archive {
 namespace {
-
-constexpr mode_t kMarkerMode = 0600;
 
 // An id that is no plain name is refused like an unknown one: recovery would write elsewhere.
 bool IsInIndex(const Json::Value& info, const std::string& id) {
@@ -36,43 +33,15 @@ Status CheckFolder(const std::string& folder) {
   return {};
 }
 
-Status MarkBroken(const std::string& folder) {
-  Json::Value marker(Json::objectValue);
-  marker["is_broken"] = true;
-  const std::string path = folder + "/" + kBrokenMarker;
-  const int error = platform::ReplaceFile(path, JsonStyledText(marker), kMarkerMode);
-  if (error == 0) return {};
-  LogError(kTag, "Failed to write cert info [%d]", error);
-  return Status::Failed("Failed to write", path, ErrorWords(error));
-}
-
-Verdict Recover(const CertificateLock& certificate, const std::string& folder, Status reason) {
-  const std::string& id = certificate.Id();
-  LogError(kTag, "%s is incomplete, start recovering", id.c_str());
-  const mkcert::GenerationLock lock;
-  // Another process may have done it while this one waited.
-  if (lock.Held() && IsCanonicalFolder(folder) && HoldsRequiredFiles(folder)) {
-    return {Integrity::kRecovered, reason};
-  }
-  if (Status made = mkcert::GenerateDefaultSet(folder, lock); !made) {
-    LogError(kTag, "Failed to generate default certificate to recover for [%s]", id.c_str());
-    return {Integrity::kUnusable,
-            Status::Failed("Failed to generate default certificate to recover for", "[" + id + "]",
-                           made.Text())};
-  }
-  if (Status marked = MarkBroken(folder); !marked) return {Integrity::kUnusable, marked};
-  return {Integrity::kRecovered, reason, /*unreported=*/true};
-}
-
 Verdict TestFolder(const std::string& id) {
   const std::string folder = CertificateFolder(id);
   // Most certificates have nothing to be done about them, and need no lock.
   if (Status finished = FinishNotedMove(id); !finished) return {Integrity::kUnusable, finished};
   const Status complete = CheckFolder(folder);
-  if (complete) return {Integrity::kUsable, {}};
+  if (complete && !IsRecoveryNoted(id)) return {Integrity::kUsable, {}};
   const CertificateLock lock(id);
   if (!lock.Held()) return {Integrity::kUnusable, lock.Outcome()};
-  return Recover(lock, folder, complete);
+  return Recover(lock, complete);
 }
 
 Verdict TestEntry(const Json::Value& info, const std::string& id) {

@@ -94,6 +94,12 @@ void PutBackRemnant(const std::string& destination) {
   }
 }
 
+// The destination is the old set or the new one, so that nobody needs the backup.
+void RemoveLeftoverBackup(const std::string& destination) {
+  const std::string backup = BackupOf(destination);
+  if (KLIBCFileCheckDir(backup) && HoldsRequiredFiles(destination)) (void)RemoveDirectory(backup);
+}
+
 void RemoveNote() { (void)unlink(kServiceMoveNote); }
 
 }  // namespace
@@ -105,8 +111,9 @@ Status ReplaceNoted(const std::string& source, const std::string& destination) {
   // files.
   (void)platform::ReplaceFile(kServiceMoveNote, JsonStyledText(note), kNoteMode);
   Status moved = MoveDirectory(source, destination);
-  // A rollback that failed as well leaves the old set in the backup: the next run tries again.
-  if (moved || !IsRemnant(destination, BackupOf(destination))) RemoveNote();
+  // A backup that is still there is the old set after a rollback that failed, or could not be
+  // removed: the next run tries again.
+  if (!KLIBCFileCheckDir(BackupOf(destination))) RemoveNote();
   return moved;
 }
 
@@ -116,6 +123,7 @@ void FinishInterruptedMove() {
     AwaitTools(destination);
     PutBackRemnant(destination);
     if (IsRemnant(destination, BackupOf(destination))) return;  // the next run tries again
+    RemoveLeftoverBackup(destination);
   }
   RemoveNote();
 }

@@ -94,7 +94,10 @@ Status MoveDirectory(const std::string& source, const std::string& destination) 
   // Deliberate: a backup that cannot be removed is put in the place of the destination.
   if (Status removed = RemoveTree(backup); !removed) return PutBack(backup, destination, removed);
   if (KLIBCFileCheckDir(destination)) {
-    if (Status copied = CopyTree(destination, backup); !copied) return copied;
+    if (Status copied = CopyTree(destination, backup); !copied) {
+      (void)RemoveTree(backup);  // half of one is worse than none
+      return copied;
+    }
   }
   Status moved = RemoveTree(destination);
   if (moved) moved = Rename(source, destination);

@@ -26,8 +26,9 @@ Status ReplaceNoted(const std::string& source, const std::string& destination);
 
 // Undoes what a ReplaceNoted left that was killed before its rename: when the noted destination is
 // gone or a mere remnant of what stands whole in its ".bak", the latter becomes the destination
-// again. Anything else is left to the next move; what no note tells of is never touched, since it
-// may be another service's. The caller holds the lock of the services' folders.
+// again. A backup that nobody needs any more is removed. Anything else is left to the next move;
+// what no note tells of is never touched, since it may be another service's. The caller holds the
+// lock of the services' folders.
 void FinishInterruptedMove();
 
 // Copies source_folder/name to destination_folder/name: mode 0400, owned by uid:gid, flushed. At no

@@ -7,6 +7,7 @@
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "base/json.h"
+#include "lifecycle/removal.h"
 #include "platform/files.h"
 #include "self_signed/mkcert.h"
 
@@ -44,6 +45,7 @@ Json::Value NewEntry(const Arguments& arguments) {
 Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
+  FinishRemovals();
   bool added = false;
   const cert_archive::CertificateLock certificate(id);  // key and certificate are compared
   Require(certificate.Outcome());

@@ -3,11 +3,13 @@
 
 #include <limits>
 
+#include "archive/deploy.h"
 #include "archive/integrity.h"
 #include "archive_cli/check_expiry.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/host_check.h"
+#include "lifecycle/removal.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -46,6 +48,8 @@ Reply Run(const Arguments& arguments) {
     return ReportFindings(CheckHost());
   }
   if (arguments.Has("expiry")) return CheckExpiry(arguments);
+  FinishRemovals();
+  cert_archive::FinishInterruptedDeployment();
   const Json::Value info = ReadIndexOrFail();
   const std::vector<std::string> ids =
       arguments.operands.empty() ? info.getMemberNames() : arguments.operands;

@@ -6,11 +6,10 @@
 #include "archive/index.h"
 #include "archive/noted_move.h"
 #include "archive/paths.h"
-#include "archive/utils.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "base/json.h"
-#include "lifecycle/renewal_history.h"
+#include "lifecycle/removal.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -43,18 +42,20 @@ void RequireUnused(const Json::Value& info, const std::string& id) {
   }
 }
 
-void TakeOut(const cert_archive::IndexLock& lock, const std::string& id) {
-  Require(cert_archive::EditIndex(lock, [&](Json::Value& info) {
+Status TakeOut(const cert_archive::IndexLock& lock, const std::string& id) {
+  return cert_archive::EditIndex(lock, [&](Json::Value& info) {
     RequireUnused(info, id);
+    NoteRemoval(id);
     info.removeMember(id);
     return IndexEdit::kWrite;
-  }));
+  });
 }
 
-void DeleteFolder(const std::string& folder) {
-  if (!FolderExists(folder)) return;
-  Require(cert_archive::RemoveDirectory(folder),
-          "out of the index, but its folder is still there: ");
+void TakeOutNoted(const cert_archive::IndexLock& lock, const std::string& id) {
+  if (WasRemovalCutShort(lock, id)) return;
+  const Status taken = TakeOut(lock, id);
+  if (!taken && !WasRemovalCutShort(lock, id)) ForgetRemoval(id);
+  Require(taken);
 }
 
 Reply Run(const Arguments& arguments) {
@@ -65,9 +66,8 @@ Reply Run(const Arguments& arguments) {
   Require(certificate.Outcome());
   Require(cert_archive::FinishNotedMove(certificate));  // else its fresh folder would stay
   const cert_archive::IndexLock lock(cert_archive::kUpdateTimeout);
-  TakeOut(lock, id);
-  DeleteFolder(cert_archive::CertificateFolder(id));
-  RemoveRenewalHistory(id);
+  TakeOutNoted(lock, id);
+  Require(FinishRemoval(certificate, lock), "out of the index, but its folder is still there: ");
   Reply reply;
   reply.text = id + " is removed.\n";
   reply.document["id"] = id;

@@ -42,6 +42,7 @@ std::string Heir() {
 Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
+  cert_archive::FinishInterruptedDeployment();
   // Which tree the service lives in does not matter here: the list knows.
   const Json::Value named = NamedService(arguments, /*is_package=*/true);
   const Json::Value listed = RequireListed(ReadIndexOrFail(), id, named);

@@ -58,6 +58,7 @@ void Fill(const Members& file, Settings& settings) {
   file.TakeAnyText("keytype", settings.key_type);
   file.Take("strictencoding", settings.strict_encoding);
   file.Take("checkissued", settings.check_issued);
+  file.Take("stagedupdate", settings.staged_update);
   file.TakeText("profile", settings.profile);
   file.TakeText("preferredchain", settings.preferred_chain);
 }

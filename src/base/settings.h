@@ -33,6 +33,7 @@ struct Settings {
   std::optional<std::string> key_type;          // keytype, as written; "" when it is no text
   bool strict_encoding = false;                 // strictencoding
   bool check_issued = false;                    // checkissued
+  bool staged_update = false;                   // stagedupdate
   std::optional<std::string> profile;           // profile: of the CA's directory
   std::optional<std::string> preferred_chain;   // preferredchain: common name of its top issuer
 };

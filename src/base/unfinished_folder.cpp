@@ -127,6 +127,11 @@ void UnfinishedFolder::LeaveMarked() {
 
 bool KeepUnfinished(const std::string& folder) { return Void(MarkOf(folder)); }
 
+void MarkUnfinished(const std::string& folder) {
+  constexpr int kCreate = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  const platform::Fd mark(open(MarkOf(folder).c_str(), kCreate, S_IRUSR | S_IWUSR));
+}
+
 void RemoveUnfinished(const std::string& parent, const std::string& complete) {
   std::error_code error;
   for (fs::directory_iterator entry(parent, error), end; !error && entry != end;

@@ -41,6 +41,9 @@ class UnfinishedFolder {
 // A folder that was left marked is complete. Done as well when it has no mark. False with errno.
 [[nodiscard]] bool KeepUnfinished(const std::string& folder);
 
+// A complete folder is not wanted after all: the next run removes it. What fails leaves it there.
+void MarkUnfinished(const std::string& folder);
+
 // Removes what killed runs left in `parent`. A folder that holds a file of the name `complete`
 // (when that is not empty) had become complete: only its mark goes. What fails is logged.
 void RemoveUnfinished(const std::string& parent, const std::string& complete = "");

@@ -14,6 +14,9 @@
 #include "challenge/vendor_zone.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/names.h"
+#include "lifecycle/removal.h"
+#include "lifecycle/renewal_files.h"
+#include "lifecycle/staged_update.h"
 
 namespace kova {
 namespace {
@@ -122,18 +125,37 @@ namespace {
 // The folder may go again when this run ends.
 std::string IssueMarked(const std::string& version, const IssueOptions& options,
                         const Settings& settings) {
-  if (version == "1") return IssueWithEarlyProtocol(options, settings);
-  if (version == "2") return IssueWithAcmeV2(options, settings);
-  throw IncorrectVersion(version);
+  return version == "1" ? IssueWithEarlyProtocol(options, settings)
+                        : IssueWithAcmeV2(options, settings);
+}
+
+std::string IssueInPlace(const std::string& version, const IssueOptions& options,
+                         const Settings& settings) {
+  std::string folder = IssueMarked(version, options, settings);
+  if (!KeepUnfinished(folder)) throw Error(code::kLocal, kTag, "Failed to save pems");
+  return folder;
+}
+
+std::string IssueStaged(const std::string& version, IssueOptions options,
+                        const Settings& settings) {
+  const auto certificate = ArchivedCertificate::OfId(options.certificate_id);
+  RequireFolder(certificate);
+  options.certificate_id.clear();  // a fresh folder
+  ReplaceSet(certificate, IssueMarked(version, options, settings));
+  return certificate.folder;
 }
 
 }  // namespace
 
 std::string Issue(const std::string& version, const IssueOptions& options,
                   const Settings& settings) {
-  std::string folder = IssueMarked(version, options, settings);
-  if (!KeepUnfinished(folder)) throw Error(code::kLocal, kTag, "Failed to save pems");
-  return folder;
+  if (version != "1" && version != "2") throw IncorrectVersion(version);
+  FinishRemovals();
+  if (options.certificate_id.empty()) return IssueInPlace(version, options, settings);
+  // The rest of a move that was cut short must not come over what is stored now.
+  FinishRenewal(ArchivedCertificate::OfId(options.certificate_id));
+  return settings.staged_update ? IssueStaged(version, options, settings)
+                                : IssueInPlace(version, options, settings);
 }
 
 }  // namespace kova

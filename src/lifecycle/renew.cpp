@@ -139,7 +139,7 @@ RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate,
 }
 
 RenewalOutcome Renew(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
-  const bool still_to_be_deployed = IsRenewalNoted(certificate);
+  const bool still_to_be_deployed = IsDeploymentDue(certificate);
   const RenewalOutcome outcome = RenewToDeploy(certificate, settings);
   if (outcome.renewed && !still_to_be_deployed) ForgetRenewal(certificate);
   return outcome;

@@ -10,6 +10,7 @@
 #include "base/log.h"
 #include "lifecycle/due.h"
 #include "lifecycle/failure.h"
+#include "lifecycle/removal.h"
 #include "lifecycle/renew.h"
 #include "lifecycle/renewal_files.h"
 #include "platform/service.h"
@@ -31,8 +32,7 @@ bool Redeploy(const ArchivedCertificate& certificate) {
   if (!cert_archive::EnsureServices(certificate.id, services)) {
     throw Error(code::kAccountKey, kTag, "Cant get  service list: " + certificate.id);
   }
-  if (!cert_archive::RegisterAndDeploy(certificate.id, services, "",
-                                       cert_archive::kActionRedeploy)) {
+  if (!cert_archive::RedeployListed(certificate.id, services)) {
     throw Error(code::kAccountKey, kTag, "service depoly failed: " + certificate.id);
   }
   return cert_archive::HasSystemDefault(services);
@@ -49,6 +49,8 @@ void RenewAll(const RenewalSettings& settings, const FailureObserver& on_failure
   // What is due is decided anew after another run. Without the lock it is done all the same: each
   // certificate has one of its own.
   const FileLock only_run(kTag, kRunLock, kRunTimeout);
+  FinishRemovals();
+  cert_archive::FinishInterruptedDeployment();
   bool need_restart = false;
   for (const DueCertificate& due : DueCertificates(settings)) {
     if (due.to_renew) {
@@ -59,8 +61,11 @@ void RenewAll(const RenewalSettings& settings, const FailureObserver& on_failure
     const std::optional<SLError> failure = Capture([&due, &need_restart] {
       if (Redeploy(due.certificate)) need_restart = true;
     });
-    if (failure) on_failure(*failure);
-    ForgetRenewal(due.certificate);
+    if (failure) {
+      on_failure(*failure);  // and the next run tries again
+    } else {
+      ForgetRenewal(due.certificate);
+    }
   }
   if (need_restart) RestartWebFrontend();
 }

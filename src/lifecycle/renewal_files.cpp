@@ -9,8 +9,10 @@
 
 #include "acme/renewal_record.h"
 #include "archive/certificate_lock.h"
+#include "archive/index.h"
 #include "archive/noted_move.h"
 #include "base/files.h"
+#include "base/json.h"
 #include "base/sl_error.h"
 #include "base/unfinished_folder.h"
 #include "platform/error.h"
@@ -73,7 +75,10 @@ void PutInPlace(const ArchivedCertificate& certificate, const std::string& fresh
   try {
     MoveRenewalFiles(fresh, certificate.folder);
   } catch (...) {
-    if (IsWhole(fresh)) (void)cert_archive::ForgetMove(lock);
+    if (IsWhole(fresh)) {
+      (void)cert_archive::ForgetMove(lock);
+      MarkUnfinished(fresh);
+    }
     throw;
   }
   (void)cert_archive::FinishNotedMove(lock);
@@ -81,6 +86,13 @@ void PutInPlace(const ArchivedCertificate& certificate, const std::string& fresh
 
 bool IsRenewalNoted(const ArchivedCertificate& certificate) {
   return CanBeNoted(certificate) && cert_archive::IsMoveNoted(certificate.id);
+}
+
+bool IsDeploymentDue(const ArchivedCertificate& certificate) {
+  if (!IsRenewalNoted(certificate)) return false;
+  Json::Value info;
+  if (!cert_archive::ReadIndexObject(info)) return true;  // nobody can tell
+  return !Member(Member(info, certificate.id.c_str()), "services").empty();
 }
 
 void FinishRenewal(const ArchivedCertificate& certificate) {

@@ -14,11 +14,15 @@ void MoveRenewalFiles(const std::string& fresh, const std::string& old);
 // The same for a certificate of the archive, under its lock and noted first, so that a run that is
 // killed between two files is made whole by the next. The fresh folder is gone afterwards. The note
 // stays: see ForgetRenewal. Throws SLError 202, also when the lock cannot be had; when none was
-// moved yet, nothing is noted either.
+// moved yet, nothing is noted either, and the next run removes the fresh folder.
 void PutInPlace(const ArchivedCertificate& certificate, const std::string& fresh);
 
 // True when files of the certificate were moved and its services may not have them yet.
 [[nodiscard]] bool IsRenewalNoted(const ArchivedCertificate& certificate);
+
+// The same of one that the index lists services for: a noted move of another is as good as
+// forgotten.
+[[nodiscard]] bool IsDeploymentDue(const ArchivedCertificate& certificate);
 
 // Finishes a noted move that was cut short. What fails is logged.
 void FinishRenewal(const ArchivedCertificate& certificate);

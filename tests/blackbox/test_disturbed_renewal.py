@@ -10,7 +10,7 @@ import threading
 import pytest
 from cryptography import x509
 from cryptography.hazmat.primitives.serialization import load_pem_private_key
-from lib import expect
+from lib import expect, paths
 from lib.http_script import Reply
 from lib.issuer import Issuer
 from lib.renewal import (NAME, Archive, Reloads, deployed, folder_of, put_certificate, quiet, record,
@@ -125,6 +125,34 @@ def test_note_stands_before_the_first_file_moves(host, ca, account, archive):
     quiet(host.run("renew-all"))
     expect.certificate_folder(FOLDER, [NAME])
     assert host.certificates() == [FOLDER]
+
+
+def test_deployment_that_failed_is_tried_again_by_the_next_run(host, ca, account, archive, reloads):
+    archive.add(ID, service(), record=record(ca.directory, account))
+    host.write("/usr/kova/etc/certificate/nginx", "in the way")
+    failed = host.run("renew-all")
+    assert failed.stdout == expect.failure_text(201, f"service depoly failed: {ID}",
+                                                "kova-letsencrypt")
+    os.unlink("/usr/kova/etc/certificate/nginx")
+    quiet(host.run("renew-all"))
+    assert deployed(FOLDER) == ca.certificates[-1].serial_number
+    assert len(ca.certificates) == 1  # it is no longer due
+    assert reloads.lines == ["nginx web"]
+    expect.certificate_folder(FOLDER, [NAME])
+
+
+def test_renewal_of_which_no_file_could_be_moved_is_removed_by_the_next_run(host, ca, account,
+                                                                          archive):
+    archive.add(ID, record=record(ca.directory, account))
+    os.unlink(FOLDER + "/cert.pem")
+    host.write(FOLDER + "/cert.pem/in-the-way", "x")
+    assert host.run("renew", "-c", ID).status == 1
+    assert not os.path.exists(NOTE)
+    assert len(host.certificates()) == 2  # the renewed set is not removed by this run
+    shutil.rmtree(FOLDER + "/cert.pem")
+    assert host.run("renew", "-c", ID).status == 0
+    assert sorted(os.listdir(paths.ARCHIVE)) == [ID, "INFO"]
+    expect.certificate_folder(FOLDER, [NAME])
 
 
 def test_second_run_waits_and_decides_anew(host, ca, account, archive, reloads):

@@ -108,6 +108,26 @@ def test_hostile_token_is_refused_and_nothing_is_removed(host, ca, account, toke
     assert "challenge" not in ca.trace
 
 
+@pytest.mark.parametrize("length", [243, 249, 254, 255])
+def test_token_as_long_as_a_file_name_is_published(host, ca, account, length):
+    """Also in the place of a file that a neighbour left there."""
+    token = "t" * length
+    ca.tokens.append(token)
+    host.write(f"{paths.TOKENS}/{token}", "an old one", 0o600)
+    witness = Witness(ca)
+    expect.issued(host.new_cert(ca.directory, [NAME]))
+    [seen] = witness.seen
+    assert seen["content"] == seen["proof"] and seen["files"] == [token]
+    assert os.listdir(paths.TOKENS) == []
+
+
+def test_token_longer_than_a_file_name_is_refused(host, ca, account):
+    ca.tokens.append("t" * 256)
+    result = host.new_cert(ca.directory, [NAME])
+    expect.gave_up(result, 202, "Failed to chmod.", "utils", attempts=1)
+    assert os.listdir(paths.TOKENS) == []
+
+
 def test_overlong_token_is_refused(host, ca, account):
     ca.tokens.append("a" * 5000)
     result = host.new_cert(ca.directory, [NAME])

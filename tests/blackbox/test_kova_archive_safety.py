@@ -230,6 +230,72 @@ def test_remove_holds_the_index_until_the_folder_is_gone(cli):
     assert expect.read(seen) == "held\nheld\n"
 
 
+def cut_short(cli, identity="abc"):
+    """A removal that was killed when the index had been rewritten, as it leaves the disk."""
+    folder = cli.folder(identity)
+    history = f"/usr/kova/etc/letsencrypt/renewal/{identity}.json"
+    cli.host.write(history, "{}", 0o600)
+    note = f"{paths.ARCHIVE}/.{identity}.removed"
+    cli.host.write(note, "", 0o600)
+    return [folder, history, note]
+
+
+def test_remove_finishes_a_removal_that_was_cut_short(cli):
+    cli.certificate("other")
+    left = cut_short(cli)
+    done(cli.run("remove", "abc"), "abc is removed.\n")
+    assert list(filter(os.path.exists, left)) == []
+    failed(cli.run("remove", "abc"), "remove: certificate [abc] is not in the index")
+
+
+@pytest.mark.parametrize("command", [["check"], ["add", "next"]])
+def test_removal_that_was_cut_short_is_finished_by(cli, command):
+    cli.certificate("other")
+    cli.folder("next")
+    left = cut_short(cli)
+    done(cli.run(*command))
+    assert list(filter(os.path.exists, left)) == []
+    assert os.path.isdir(folder_of("other")) and os.path.isdir(folder_of("next"))
+
+
+def test_renewals_finish_a_removal_that_was_cut_short(cli):
+    cli.certificate("other", days=80)
+    left = cut_short(cli)
+    assert cli.host.run("renew-all").status == 0
+    assert list(filter(os.path.exists, left)) == []
+
+
+@pytest.mark.parametrize("index", [{"abc": {"services": []}}, "no JSON", None])
+def test_noted_removal_deletes_nothing_that_may_be_in_the_index(cli, index):
+    cli.write_index({})
+    folder, history, note = cut_short(cli)
+    if index is None:
+        os.unlink(INDEX)
+    else:
+        cli.write_index(index)
+    before = expect.tree(folder)
+    cli.run("check")
+    cli.host.run("renew-all")
+    assert expect.tree(folder) == before and os.path.exists(history)
+    assert os.path.exists(note) == (not isinstance(index, dict))
+
+
+def test_refused_removal_leaves_no_note(cli):
+    cli.certificate("abc", service())
+    assert cli.run("remove", "abc").status == 1
+    assert sorted(os.listdir(paths.ARCHIVE)) == ["INFO", "abc"]
+
+
+def test_removal_on_a_full_disk_leaves_no_note(cli):
+    cli.host.mount(paths.ARCHIVE, mode=0o700, size=16 * 4096)
+    cli.certificate("abc", days=80)
+    free = os.statvfs(paths.ARCHIVE).f_bavail
+    cli.host.write(paths.ARCHIVE + "/full", b"x" * free * 4096)
+    before = expect.tree(paths.ARCHIVE)
+    assert cli.run("remove", "abc").status == 1
+    assert expect.tree(paths.ARCHIVE) == before
+
+
 def test_processes_of_all_kinds_at_once(cli):
     for identity in ("old", "new", "bye"):
         cli.certificate(identity)

@@ -119,13 +119,6 @@ def test_given_id_replaces_the_files_of_that_folder(host, ca, account):
     expect.certificate_folder(folder, [NAME])
 
 
-def test_given_id_without_a_folder_fails(host, ca, account):
-    host.settings(orderattempts=1, skipdns01=True)
-    result = host.new_cert(ca.directory, [NAME], "-c", "missing")
-    expect.gave_up(result, 202, "Failed to save pems", attempts=1)
-    assert host.certificates() == []
-
-
 def test_valid_authorization_is_not_proved_again(host, ca, account):
     ca.reuse = True
     result = host.new_cert(ca.directory, [NAME], "-v")

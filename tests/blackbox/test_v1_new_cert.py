@@ -364,6 +364,7 @@ def test_archive_that_is_missing(host, early_ca, early_account):
     os.rename(paths.ARCHIVE, paths.ARCHIVE + ".away")
     failed(new_cert(host, early_ca.directory, [NAME]), 202,
            "Failed to create folder for account item.")
+    host.settings(stagedupdate=None)
     failed(new_cert(host, early_ca.directory, [NAME], "-c", "gone"), 202, "Failed to save pems")
     assert not os.path.exists(paths.CRON_JOB)
 

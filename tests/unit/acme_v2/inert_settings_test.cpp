@@ -55,8 +55,9 @@ class InertSettings : public ClientTest {
 TEST_F(InertSettings, ChangeNothingWhenTheyAreOfAnotherType) {
   const std::vector<std::string> plain = RunWith("");
   ASSERT_GT(plain.size(), 10U);
-  for (const char* key : {"asyncfinalize", "noncerefill", "strictencoding", "checkissued",
-                          "profile", "preferredchain", "keepconnections", "transfertimeout"}) {
+  for (const char* key :
+       {"asyncfinalize", "noncerefill", "strictencoding", "checkissued", "stagedupdate", "profile",
+        "preferredchain", "keepconnections", "transfertimeout"}) {
     for (const char* value : {"null", "\"\"", "[]", "{}", "1.5", "[true]"}) {
       EXPECT_EQ(RunWith(std::string(", \"") + key + "\": " + value), plain) << key << value;
     }
@@ -67,7 +68,8 @@ TEST_F(InertSettings, ChangeWhatTheyNameAlone) {
   const std::vector<std::string> plain = RunWith("");
   for (const char* more :
        {R"(, "asyncfinalize": true)", R"(, "noncerefill": true)", R"(, "keepconnections": true)",
-        R"(, "transfertimeout": 60)", R"(, "preferredchain": "x")", R"(, "profile": "x")"}) {
+        R"(, "transfertimeout": 60)", R"(, "preferredchain": "x")", R"(, "profile": "x")",
+        R"(, "stagedupdate": true)"}) {
     EXPECT_EQ(RunWith(more), plain) << more;
   }
   std::vector<std::string> strict = RunWith(R"(, "strictencoding": true)");

@@ -95,16 +95,20 @@ TEST_F(Revocation, NeedsAPemBlock) {
 }
 
 TEST_F(Revocation, OnlyMentionsARecordThatCannotBeRemoved) {
+  SyslogCapture syslog;
   std::filesystem::remove(kRecord);
   {
     OutputCapture output(1);
     EXPECT_EQ(Revoke(), "nothing");
     EXPECT_EQ(output.Debug().back(), std::string("Failed to unlink ") + kRecord + " [2]");
   }
+  EXPECT_THAT(syslog.Texts(), IsEmpty());
   std::filesystem::create_directory(kRecord);
   OutputCapture output(1);
   EXPECT_EQ(Revoke(), "nothing");
   EXPECT_EQ(output.Debug().back(), std::string("Failed to unlink ") + kRecord + " [21]");
+  EXPECT_THAT(syslog.Texts(),
+              ElementsAre(std::string("client_v2:# Failed to unlink ") + kRecord + " [21]"));
 }
 
 }  // namespace

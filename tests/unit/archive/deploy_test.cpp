@@ -652,6 +652,27 @@ TEST_F(DeployTest, FinishesANotedMoveBeforeItCopies) {
   EXPECT_FALSE(IsMoveNoted("abc")) << "its services have the new files";
 }
 
+TEST_F(DeployTest, LeavesAServiceThatWasMovedSinceItsListWasRead) {
+  const Json::Value other = ServiceObject("mail", "imap");
+  AddCertificate("abc", List({other}));
+  AddCertificate("heir", List({smtp_}));
+  AddReloadScript("/usr/libexec/certificate.d/mail");
+  EXPECT_TRUE(RedeployListed("abc", List({smtp_, other})));
+  EXPECT_FALSE(Exists(kSmtp));
+  EXPECT_EQ(Read("/usr/kova/etc/certificate/mail/imap/cert.pem"), "abc cert.pem\n");
+  EXPECT_EQ(Scripts(), "/usr/libexec/certificate.d/mail imap\n");
+}
+
+TEST_F(DeployTest, RedeploysWhatItWasGivenWhenTheIndexIsGone) {
+  AddCertificate("abc", List({smtp_}));
+  // Between the test of the certificate and the service's turn.
+  AddHook("service-running", "exit 1");
+  const ReplacedTool cp("cp", "echo '{' > " + std::string(kInfo) + "; exec $REAL \"$@\"");
+  EXPECT_TRUE(RedeployListed("abc", List({ServiceObject("mail", "imap"), smtp_})));
+  EXPECT_FALSE(Exists("/usr/kova/etc/certificate/mail/imap"));
+  EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "abc cert.pem\n");
+}
+
 TEST_F(MoveServiceTest, TestsTheTargetBeforeTheSource) {
   AddCertificate("src", List({smtp_}));
   AddCertificate("dst");

@@ -141,6 +141,76 @@ TEST_F(IntegrityTest, TreatsALinkedFolderAsMissingAndRefillsItInPlace) {
                                  kRecovering));
 }
 
+// As a run leaves it that was killed after the last certificate file.
+class CutShortRecovery : public IntegrityTest {
+ protected:
+  CutShortRecovery() {
+    AddCertificate("abc");
+    std::filesystem::remove(Folder("abc/privkey.pem"));
+    EXPECT_TRUE(EnsureUsable("abc"));
+    std::filesystem::remove(Folder("abc/cert_info"));
+    std::filesystem::remove(Folder("abc/is_default_cert"));
+    test::RemoveAll("/usr/kova/notified");
+    Write(kNote, "");
+    syslog_.Clear();
+  }
+
+  const std::string kNote = Folder(".abc.recovery");
+};
+
+TEST_F(CutShortRecovery, IsMarkedAndReportedByTheNextTest) {
+  const std::string made = Read(Folder("abc/cert.pem"));
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kRecovered);
+  ExpectDefaultSet(Folder("abc"));
+  EXPECT_EQ(Read(Folder("abc/cert.pem")), made);
+  EXPECT_EQ(Notified(), "certificate_broken\n");
+  EXPECT_THAT(Names(test::kRoot), ElementsAre("INFO", "abc"));
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUsable);
+}
+
+TEST_F(CutShortRecovery, IsForgottenOnceARenewalHasCome) {
+  Write(Folder("abc/fullchain.pem"), Read(Folder("abc/cert.pem")) + "issuer\n", 0400);
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUsable);
+  EXPECT_FALSE(Exists(Folder("abc/cert_info")));
+  EXPECT_EQ(Notified(), "");
+  EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_THAT(Names(test::kRoot), ElementsAre("INFO", "abc"));
+}
+
+TEST_F(CutShortRecovery, BeginsAnewWithHalfAChain) {
+  const std::string made = Read(Folder("abc/cert.pem"));
+  for (const std::string& half : {std::string(), made.substr(0, made.size() / 2)}) {
+    Write(kNote, "");
+    std::filesystem::remove(Folder("abc/cert_info"));
+    Write(Folder("abc/fullchain.pem"), half, 0400);
+    EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kRecovered);
+    ExpectDefaultSet(Folder("abc"));
+    EXPECT_EQ(Read(Folder("abc/fullchain.pem")), Read(Folder("abc/cert.pem")));
+  }
+}
+
+TEST_F(IntegrityTest, ACopyOfTheChainThatFailsLeavesNoHalf) {
+  AddCertificate("abc");
+  std::filesystem::remove(Folder("abc/privkey.pem"));
+  {
+    const ReplacedTool cp("cp", "echo half > \"$3\"; exit 1");
+    EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kUnusable);
+    EXPECT_FALSE(Exists(Folder("abc/fullchain.pem")));
+  }
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kRecovered);
+  ExpectDefaultSet(Folder("abc"));
+}
+
+TEST_F(IntegrityTest, LeavesNoNoteOfARecovery) {
+  AddCertificate("abc");
+  std::filesystem::remove(Folder("abc/cert.pem"));
+  const ReplacedTool openssl(
+      "openssl", "ls -A " + std::string(test::kRoot) + " > /usr/kova/seen; exec $REAL \"$@\"");
+  EXPECT_EQ(TestIntegrity("abc").integrity, Integrity::kRecovered);
+  EXPECT_THAT(Read("/usr/kova/seen"), HasSubstr(".abc.recovery\n"));
+  EXPECT_THAT(Names(test::kRoot), ElementsAre("INFO", "abc"));
+}
+
 TEST_F(IntegrityTest, FailsWhenNoDefaultSetCanBeMade) {
   AddCertificate("abc");
   std::filesystem::remove(Folder("abc/cert.pem"));

@@ -88,11 +88,12 @@ TEST_F(InterruptedMoveTest, PutsTheBackupBackWhenTheFolderIsEmptyOrPartlyRemoved
   }
 }
 
-TEST_F(InterruptedMoveTest, KeepsANewFolderBesideALeftoverBackup) {
+TEST_F(InterruptedMoveTest, KeepsANewFolderAndRemovesALeftoverBackup) {
   Set(b_, "old");
   Set(d_, "new", /*chain=*/false);
   Finish();
   EXPECT_EQ(Read(d_ + "/cert.pem"), "newcert.pem");
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D"));
   EXPECT_THAT(Log(), IsEmpty());
 }
 
@@ -127,6 +128,23 @@ TEST_F(InterruptedMoveTest, AReplacementIsNotedWhileItLasts) {
   EXPECT_EQ(Read("/usr/kova/note"), "{\n   \"destination\" : \"/usr/kova/d/D\"\n}\n");
   EXPECT_FALSE(test::Exists(kServiceMoveNote));
   EXPECT_EQ(Read(d_ + "/cert.pem"), "newcert.pem");
+}
+
+TEST_F(InterruptedMoveTest, ABackupThatCouldNotBeRemovedIsRemovedLater) {
+  Set(s_, "new");
+  Set(d_, "old");
+  {
+    const test::ReplacedTool rm("rm",
+                                "[ -e \"$2/cert.pem\" ] && [ $2 = /usr/kova/d/D.bak ] && exit 1\n"
+                                "exec $REAL \"$@\"");
+    EXPECT_TRUE(ReplaceNoted(s_, d_));
+    EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D", "D.bak"));
+    EXPECT_TRUE(test::Exists(kServiceMoveNote));
+  }
+  FinishInterruptedMove();
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D"));
+  EXPECT_EQ(Read(d_ + "/cert.pem"), "newcert.pem");
+  EXPECT_FALSE(test::Exists(kServiceMoveNote));
 }
 
 TEST_F(InterruptedMoveTest, AFolderIsReplacedAlsoWhenThatCannotBeNoted) {

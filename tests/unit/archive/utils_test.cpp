@@ -137,8 +137,9 @@ TEST_F(DirectoryTest, KeepsTheOldFolderInTheBackupWhileItMoves) {
 TEST_F(DirectoryTest, LeavesTheDestinationWhenTheBackupCannotBeMade) {
   Write(s_ + "/new", "n");
   Write(d_ + "/old", "o");
-  const ReplacedTool cp("cp", "exit 1");
+  const ReplacedTool cp("cp", "mkdir \"$3\"; echo half > \"$3/old\"; exit 1");
   EXPECT_FALSE(MoveDirectory(s_, d_));
+  EXPECT_FALSE(test::Exists(b_));
   EXPECT_THAT(Names(d_), ElementsAre("old"));
   EXPECT_THAT(Names(s_), ElementsAre("new"));
   EXPECT_THAT(Log(), ElementsAre(testing::MatchesRegex(

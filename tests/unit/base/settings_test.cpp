@@ -46,7 +46,8 @@ constexpr char kAll[] = R"({
   "debuglog": 7, "server": "http://ca/", "renew_before_expire_days": 10, "skipdns01": true,
   "kovaddns": "http://ddns/", "asyncfinalize": true, "orderattempts": 3, "noncerefill": true,
   "strictencoding": true, "keepconnections": true, "transfertimeout": 90, "checkissued": true,
-  "keytype": "ec256", "profile": "p", "preferredchain": "Root X", "another": "one"})";
+  "stagedupdate": true, "keytype": "ec256", "profile": "p", "preferredchain": "Root X",
+  "another": "one"})";
 
 // All values in one text.
 std::string Shown(const Settings& settings) {
@@ -57,16 +58,16 @@ std::string Shown(const Settings& settings) {
         << settings.async_finalize << ", attempts " << settings.order_attempts << ", refill "
         << settings.nonce_refill << ", strict " << settings.strict_encoding << ", keep "
         << settings.keep_connections << ", limit " << settings.transfer_timeout << ", check "
-        << settings.check_issued << ", key " << settings.key_type.value_or("none") << ", profile "
-        << settings.profile.value_or("none") << ", chain "
-        << settings.preferred_chain.value_or("none");
+        << settings.check_issued << ", staged " << settings.staged_update << ", key "
+        << settings.key_type.value_or("none") << ", profile " << settings.profile.value_or("none")
+        << ", chain " << settings.preferred_chain.value_or("none");
   return shown.str();
 }
 
 const std::string kDefaults =
     "debug_log -99, server https://acme-v02.api.letsencrypt.org/directory, renew -99, skip 0, "
-    "ddns none, async 0, attempts 0, refill 0, strict 0, keep 0, limit 0, check 0, key none, "
-    "profile none, chain none";
+    "ddns none, async 0, attempts 0, refill 0, strict 0, keep 0, limit 0, check 0, staged 0, "
+    "key none, profile none, chain none";
 
 Settings ReadOf(const std::string& content) {
   fs::create_directories(fs::path(kSettingsPath).parent_path());
@@ -98,8 +99,8 @@ TEST_F(SettingsFile, GivesValuesOfTheRightType) {
   EXPECT_EQ(settings.read_error, 0);
   EXPECT_EQ(Shown(settings),
             "debug_log 7, server http://ca/, renew 10, skip 1, ddns http://ddns/, async 1, "
-            "attempts 3, refill 1, strict 1, keep 1, limit 90, check 1, key ec256, profile p, "
-            "chain Root X");
+            "attempts 3, refill 1, strict 1, keep 1, limit 90, check 1, staged 1, key ec256, "
+            "profile p, chain Root X");
 }
 
 TEST_F(SettingsFile, TakesAnEmptyObject) {
@@ -123,6 +124,7 @@ TEST_F(SettingsFile, TakesNothingOfAnotherType) {
       {"transfertimeout", {"0", "-1", "\"3\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
       {"strictencoding", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
       {"checkissued", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"stagedupdate", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
       {"profile", {"10", "true", "null", "[\"p\"]", "{}"}},
       {"preferredchain", {"10", "true", "null", "[\"X\"]", "{}"}},
   };

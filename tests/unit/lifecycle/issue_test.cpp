@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "acme/renewal_record.h"
 #include "error_text.h"
 #include "host_files.h"
 #include "output_capture.h"
@@ -114,6 +117,57 @@ TEST_F(IssueLoop, AVersionThatIsNoneIsAFailureOfItsOwn) {
   EXPECT_EQ(ErrorOf([&] { kova::Issue(std::string(2000, '9'), options, settings_); }).size(),
             std::string("202 kova-letsencrypt: ").size() + 1023);
   EXPECT_THAT(ca_.Routes(), IsEmpty());
+}
+
+class IssueOverAnOldSet : public IssueLoop {
+ protected:
+  IssueOverAnOldSet() {
+    for (const char* name : kCertificateFiles) WriteFile(kOld + "/" + name, "old", 0400);
+  }
+
+  std::string ErrorOfIssue(bool staged, const std::string& version = "2") {
+    settings_.staged_update = staged;
+    settings_.order_attempts = 1;
+    const IssueOptions options{ca_.DirectoryUrl(), {"a.example"}, "me@b.example", "AbC123"};
+    return ErrorOf([&] { EXPECT_EQ(kova::Issue(version, options, settings_), kOld); });
+  }
+  // How many of the five files are the old ones.
+  int OldFiles() const {
+    int count = 0;
+    for (const char* name : kCertificateFiles) {
+      if (Exists(kOld + "/" + name) && ReadFile(kOld + "/" + name) == "old") ++count;
+    }
+    return count;
+  }
+
+  const std::string kOld = std::string(kArchive) + "/AbC123";
+};
+
+TEST_F(IssueOverAnOldSet, ReplacesItWholeAndLeavesNothingElse) {
+  EXPECT_EQ(ErrorOfIssue(/*staged=*/true), "nothing");
+  EXPECT_EQ(OldFiles(), 0);
+  EXPECT_THAT(ListFolder(kArchive), ElementsAre("AbC123"));
+  EXPECT_THAT(ListFolder(kOld), SizeIs(5));
+}
+
+TEST_F(IssueOverAnOldSet, KeepsItWhenTheChainIsOfOneCertificate) {
+  ca_.Always("POST /certificate/1",
+             HttpReply::Text(200, "-----BEGIN CERTIFICATE-----\nx\n-----END CERTIFICATE-----\n"));
+  EXPECT_EQ(ErrorOfIssue(/*staged=*/true), std::string("202") + kGaveUp);
+  EXPECT_EQ(OldFiles(), 5);
+  EXPECT_THAT(ListFolder(kArchive), ElementsAre("AbC123"));
+  EXPECT_EQ(ErrorOfIssue(/*staged=*/false), std::string("202") + kGaveUp);
+  EXPECT_FALSE(Exists(kOld));
+}
+
+TEST_F(IssueOverAnOldSet, NeedsItsFolderBeforeTheAuthorityIsAsked) {
+  std::filesystem::remove_all(kOld);
+  for (const char* version : {"1", "2"}) {
+    EXPECT_EQ(ErrorOfIssue(/*staged=*/true, version), "202 kova-letsencrypt: Failed to save pems");
+  }
+  EXPECT_THAT(ca_.Routes(), IsEmpty());
+  EXPECT_EQ(ErrorOfIssue(/*staged=*/false), std::string("202") + kGaveUp);
+  EXPECT_EQ(ca_.Count(kOrder), 1U);
 }
 
 class KeyTypeChoice : public testing::Test {
