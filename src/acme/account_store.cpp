@@ -25,13 +25,6 @@ constexpr mode_t kFileMode = 0600;
   throw Error(code::kLocal, tag, what + ".");
 }
 
-// A folder that is already there is as good as a new one. A new one has its mode whatever the umask
-// of this process.
-bool MakeFolder(const char* path) {
-  if (mkdir(path, kFolderMode) != 0) return errno == EEXIST;
-  return chmod(path, kFolderMode) == 0;
-}
-
 constexpr char kInfoName[] = "info.json";  // written last
 
 bool MakeUniqueFolder(UnfinishedFolder& folder) {
@@ -90,8 +83,9 @@ std::string FirstAccount(
 }
 
 std::string CreateAccountFolder(const char* tag, const Json::Value& info, const Json::Value& key) {
-  if (!MakeFolder(kProgramFolder)) Fail(tag, "Failed to create folder for let's encrypt");
-  if (!MakeFolder(kStore)) Fail(tag, "Failed to create folder for account");
+  if (!MakeFolder(kProgramFolder, kFolderMode))
+    Fail(tag, "Failed to create folder for let's encrypt");
+  if (!MakeFolder(kStore, kFolderMode)) Fail(tag, "Failed to create folder for account");
   UnfinishedFolder folder;
   if (!MakeUniqueFolder(folder)) Fail(tag, "Failed to create folder for account item");
   std::string path = folder.Path();

@@ -35,6 +35,11 @@ bool ListByPattern(const std::string& pattern, std::vector<std::string>& matches
   return result == 0 || result == GLOB_NOMATCH;
 }
 
+bool MakeFolder(const std::string& path, mode_t mode) {
+  const int error = platform::MakeFolder(path, mode);
+  return error == 0 || error == EEXIST;
+}
+
 void WriteTextFile(const std::string& path, const std::string& content, mode_t mode) {
   const platform::WriteResult result = platform::ReplaceFile(path, content, mode);
   const int error = result;

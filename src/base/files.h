@@ -18,6 +18,10 @@ std::string ReadTextFile(const std::string& path);
 // nothing matches; false on any other failure of glob(3).
 [[nodiscard]] bool ListByPattern(const std::string& pattern, std::vector<std::string>& matches);
 
+// Whether something of that name is there, if need be as a new folder, which has that mode whatever
+// the umask. False with errno.
+[[nodiscard]] bool MakeFolder(const std::string& path, mode_t mode);
+
 // Replaces the file whole, with exactly that mode from its first byte on. Throws SLError 202
 // (file "utils"): "Failed to chmod." when the file cannot be created or its mode not be set,
 // "Failed to write PATH: REASON" when its content could not be stored whole; the old file, if any,

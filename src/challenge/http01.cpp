@@ -17,13 +17,6 @@ constexpr char kWebRoot[] = "/var/lib/letsencrypt";
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kTokenMode = 0644;  // the web server reads it as its own user
 
-// A folder that is already there is as good as a new one. A new one is open to the web server
-// whatever the umask of this process.
-bool MakeFolder(const std::string& path) {
-  if (mkdir(path.c_str(), kFolderMode) != 0) return errno == EEXIST;
-  return chmod(path.c_str(), kFolderMode) == 0;
-}
-
 bool IsBase64UrlCharacter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
          c == '_';
@@ -81,11 +74,10 @@ Http01Challenge::~Http01Challenge() { teardown(); }
 bool Http01Challenge::setup() {
   if (!IsPlainToken(token)) return false;
   std::string folder = kWebRoot;
-  if (!MakeFolder(folder)) return false;
-  folder += "/.well-known";
-  if (!MakeFolder(folder)) return false;
-  folder += "/acme-challenge";
-  if (!MakeFolder(folder)) return false;
+  for (const char* part : {"", "/.well-known", "/acme-challenge"}) {
+    folder += part;
+    if (!MakeFolder(folder, kFolderMode)) return false;
+  }
   if (keyAuthorization.starts_with(token)) {
     RemoveLeftovers(folder, keyAuthorization.substr(token.size()));
   }

@@ -34,13 +34,11 @@ bool IsFolder(const std::string& path) {
 }
 
 // One folder of a path; its parents exist. 0, or an errno.
-int MakeFolder(const std::string& path, mode_t mode) {
+int EnsureFolder(const std::string& path, mode_t mode) {
   if (IsFolder(path)) return 0;
-  if (mkdir(path.c_str(), mode) != 0) {
-    if (errno != EEXIST) return errno;
-    return IsFolder(path) ? 0 : ENOTDIR;  // someone else was faster, or it is no folder
-  }
-  return fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+  const int error = kova::platform::MakeFolder(path, mode);
+  if (error != EEXIST) return error;
+  return IsFolder(path) ? 0 : ENOTDIR;  // someone else was faster, or it is no folder
 }
 
 // Never through a dangling link.
@@ -137,7 +135,7 @@ int KOVAFSMkdirP(const std::string& path, int, int, int, int, mode_t mode) {
   size_t end = 0;
   while (end < path.size()) {
     end = std::min(path.find('/', end + 1), path.size());
-    const int error = MakeFolder(path.substr(0, end), mode & kPermissionBits);
+    const int error = EnsureFolder(path.substr(0, end), mode & kPermissionBits);
     if (error != 0) return Failed(error);
   }
   return 0;
@@ -149,6 +147,11 @@ std::string CanonicalPath(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> text(realpath(path.c_str(), nullptr),
                                                          &std::free);
   return text == nullptr ? std::string() : text.get();
+}
+
+int MakeFolder(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) != 0) return errno;
+  return fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 bool ReadWholeFile(const std::string& path, std::string& content) {

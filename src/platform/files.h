@@ -37,6 +37,10 @@ namespace kova::platform {
 // resolved; errno says why.
 std::string CanonicalPath(const std::string& path);
 
+// mkdir(2); a folder that it creates has that mode whatever the umask. 0, or an errno: EEXIST when
+// something of that name is there.
+[[nodiscard]] int MakeFolder(const std::string& path, mode_t mode);
+
 // The whole content of a regular file. False when it cannot be read; errno says why.
 [[nodiscard]] bool ReadWholeFile(const std::string& path, std::string& content);
 
