@@ -4,7 +4,7 @@
 #include "base/debug.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "challenge/port_forwarding.h"
+#include "challenge/challenge.h"
 
 namespace kova {
 namespace {

@@ -8,7 +8,7 @@
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
-#include "challenge/port_forwarding.h"
+#include "challenge/challenge.h"
 
 namespace kova {
 namespace {

@@ -8,7 +8,7 @@
 #include "base/sl_error.h"
 #include "crypto/encoding.h"
 #include "crypto/pem.h"
-#include "net/retry_after.h"
+#include "net/headers.h"
 
 namespace kova {
 namespace {

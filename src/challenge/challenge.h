@@ -114,4 +114,11 @@ std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, HttpClien
 std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, const std::string& domain,
                                               HttpClient& http);
 
+// Forwards ports 80 and 443 of the home router to this host, for the time in which the CA looks.
+// True when the router confirmed port 80. Every failure is logged at debug level 1.
+bool OpenRouterPorts();
+
+// Removes the forwarding; failures are silent.
+void CloseRouterPorts();
+
 }  // namespace kova

@@ -1,8 +1,7 @@
-#include "challenge/port_forwarding.h"
-
 #include <array>
 
 #include "base/debug.h"
+#include "challenge/challenge.h"
 #include "platform/portmap.h"
 #include "platform/signals.h"
 

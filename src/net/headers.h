@@ -1,6 +1,8 @@
 // Look-ups in the raw header text of a reply. A missing header or link is an empty string.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,5 +23,9 @@ std::string GetLinkUrl(const HttpResponse& response, const std::string& relation
 
 // The targets of all links of that relation, however they are spaced and spelled (RFC 8288).
 std::vector<std::string> LinkUrls(const HttpResponse& response, const std::string& relation);
+
+// What Retry-After says, in seconds or as an HTTP date, held between 1 and 10 s; none when there is
+// none or it is neither.
+std::optional<std::chrono::seconds> RetryAfter(const HttpResponse& response);
 
 }  // namespace kova

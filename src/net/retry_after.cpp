@@ -1,9 +1,9 @@
-#include "net/retry_after.h"
-
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
+#include <optional>
 #include <string>
 
 #include "net/headers.h"

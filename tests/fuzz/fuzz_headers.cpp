@@ -3,7 +3,6 @@
 #include <string>
 
 #include "net/headers.h"
-#include "net/retry_after.h"
 #include "property.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

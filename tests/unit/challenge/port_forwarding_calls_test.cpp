@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "challenge/port_forwarding.h"
+#include "challenge/challenge.h"
 #include "output_capture.h"
 #include "platform/portmap.h"
 

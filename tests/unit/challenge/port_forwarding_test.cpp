@@ -1,5 +1,4 @@
-#include "challenge/port_forwarding.h"
-
+#include "challenge/challenge.h"
 #include "challenge_fixture.h"
 
 namespace kova::test {

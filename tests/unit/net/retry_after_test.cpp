@@ -1,8 +1,8 @@
-#include "net/retry_after.h"
-
 #include <gtest/gtest.h>
 
 #include <ctime>
+
+#include "net/headers.h"
 
 namespace kova {
 namespace {
