@@ -10,6 +10,7 @@
 #include "archive/integrity.h"
 #include "archive/noted_move.h"
 #include "archive/paths.h"
+#include "archive/reload_mark.h"
 #include "archive/service_files.h"
 #include "archive/service_object.h"
 #include "archive/utils.h"
@@ -94,11 +95,16 @@ Status UpdateIndex(const Move& move, const Json::Value& object, std::vector<Verd
   });
 }
 
-// Only a script that could not be run is a failure; what it makes of its work is its own affair.
-Status Reload(const Service& service) {
+// Only a script that could not be run is a failure; what it makes of its work is its own affair,
+// and noted for people to see.
+Status Reload(const std::string& certificate, const Service& service) {
   const std::string script = service.ReloadScript();
-  if (!KLIBCFileExist(script)) return {};
-  if (KLIBCExecl(script, kKovaExecScript, {service.name}) >= 0) return {};
+  const int status =
+      KLIBCFileExist(script) ? KLIBCExecl(script, kKovaExecScript, {service.name}) : 0;
+  if (status >= 0) {
+    NoteReload(certificate, service, status);
+    return {};
+  }
   Status failed = Status::FailedCall("Failed to", "[" + script + "][" + service.name + "]");
   LogError(kTag, "Failed to [%s][%s].%s", script.c_str(), service.name.c_str(),
            ErrorTriple().c_str());
@@ -172,7 +178,8 @@ Status Deliver(Delivery& delivery) {
   Status settled = Settle(delivery, kept, verdicts);
   for (const Verdict& verdict : verdicts) ReportRecovery(verdict);
   if (!settled || kept) return settled;
-  return delivery.move.action->reload == 0 ? Status() : Reload(delivery.service);
+  return delivery.move.action->reload == 0 ? Status()
+                                           : Reload(delivery.move.target, delivery.service);
 }
 
 Status DeployOne(const Move& move, const Json::Value& object, const Decision& decide = {}) {

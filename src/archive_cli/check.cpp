@@ -75,7 +75,7 @@ const Command kCheck = {
     0,
     std::numeric_limits<size_t>::max(),
     {{"host", nullptr, false, "tell what on this host would make issuance or renewal fail"},
-     {"expiry", "DAYS", false, "change nothing; fail when a certificate ends within DAYS"}},
+     {"expiry", "DAYS", false, "change nothing; fail when one ends within DAYS or failed to renew"}},
     "Test certificates and repair those that lack files",
     Run};
 

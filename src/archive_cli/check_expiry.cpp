@@ -6,7 +6,9 @@
 #include "archive/paths.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
+#include "archive_cli/troubles.h"
 #include "base/json.h"
+#include "base/renewal_settings.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -23,12 +25,26 @@ int ParseDays(const std::string& text) {
   return days;
 }
 
-std::string FindingOf(const Json::Value& info, const std::string& id, int days, std::int64_t now) {
-  if (!cert_archive::IsPlainName(id) || !Member(info, id.c_str()).isObject()) {
-    return "is not a certificate of the index";
+class Findings {
+ public:
+  Findings(int days, std::int64_t now) : days_(days), now_(now) {}
+
+  [[nodiscard]] std::vector<std::string> Of(const Json::Value& info, const std::string& id) const {
+    if (!cert_archive::IsPlainName(id) || !Member(info, id.c_str()).isObject()) {
+      return {"is not a certificate of the index"};
+    }
+    std::vector<std::string> findings = {
+        ExpiryFinding(cert_archive::CertificateFolder(id), days_, now_),
+        RenewalFailure(RememberedRenewals(id, settings_))};
+    std::erase(findings, "");
+    return findings;
   }
-  return ExpiryFinding(cert_archive::CertificateFolder(id), days, now);
-}
+
+ private:
+  RenewalSettings settings_ = RenewalSettings::Read();
+  int days_;
+  std::int64_t now_;
+};
 
 void Report(const std::string& id, const std::string& finding, Reply& reply) {
   reply.text += id + ": " + finding + "\n";
@@ -41,7 +57,7 @@ void Report(const std::string& id, const std::string& finding, Reply& reply) {
 }  // namespace
 
 std::string ExpiryFinding(const std::string& folder, int days, std::int64_t now) {
-  const CertificateFacts facts = ReadFacts(folder + "/cert.pem", days, now);
+  const CertificateFacts facts = ReadFacts(folder + "/cert.pem", {false, days}, now);
   switch (facts.state) {
     case State::kUnreadable:
       return "its cert.pem cannot be read";
@@ -57,7 +73,7 @@ std::string ExpiryFinding(const std::string& folder, int days, std::int64_t now)
 
 Reply CheckExpiry(const Arguments& arguments) {
   const int days = ParseDays(arguments.Text("expiry"));
-  const std::int64_t now = std::time(nullptr);
+  const Findings looked_for(days, std::time(nullptr));
   const Json::Value info = ReadIndexOrFail();
   Reply reply;
   reply.document["findings"] = Json::Value(Json::arrayValue);
@@ -65,10 +81,9 @@ Reply CheckExpiry(const Arguments& arguments) {
   const std::vector<std::string> ids =
       arguments.operands.empty() ? info.getMemberNames() : arguments.operands;
   for (const std::string& id : ids) {
-    const std::string finding = FindingOf(info, id, days, now);
-    if (finding.empty()) continue;
-    Report(id, finding, reply);
-    ++count;
+    const std::vector<std::string> findings = looked_for.Of(info, id);
+    for (const std::string& finding : findings) Report(id, finding, reply);
+    if (!findings.empty()) ++count;
   }
   if (count > 0) {
     reply.failure = std::to_string(count) + " of " + std::to_string(ids.size()) +

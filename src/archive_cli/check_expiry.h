@@ -1,5 +1,5 @@
-// `kova-archive check --expiry DAYS`, for monitoring: what will need attention soon. Nothing is
-// changed: an incomplete certificate is told, not repaired.
+// `kova-archive check --expiry DAYS`, for monitoring: what needs attention, or will soon.
+// Nothing is changed: an incomplete certificate is told, not repaired.
 #pragma once
 
 #include <cstdint>

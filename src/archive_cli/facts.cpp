@@ -28,9 +28,9 @@ std::string IssuerOf(const Certificate& certificate) {
   return organization.empty() ? certificate.IssuerCommonName() : organization;
 }
 
-State StateAt(std::int64_t not_after, int lead_days, std::int64_t now) {
-  if (not_after <= now) return State::kExpired;
-  return not_after <= now + lead_days * kSecondsPerDay ? State::kDue : State::kValid;
+State StateAt(const Lifetime& lifetime, const DueRule& rule, std::int64_t now) {
+  if (lifetime.end <= now) return State::kExpired;
+  return IsDue(lifetime, rule, now) ? State::kDue : State::kValid;
 }
 
 std::string Formatted(std::int64_t seconds, const char* format) {
@@ -46,7 +46,7 @@ std::string Formatted(std::int64_t seconds, const char* format) {
 
 }  // namespace
 
-CertificateFacts ReadFacts(const std::string& path, int lead_days, std::int64_t now) {
+CertificateFacts ReadFacts(const std::string& path, const DueRule& rule, std::int64_t now) {
   CertificateFacts facts;
   const std::optional<Certificate> certificate = Certificate::FromFile(path);
   const std::optional<std::int64_t> end = certificate ? certificate->NotAfter() : std::nullopt;
@@ -54,7 +54,8 @@ CertificateFacts ReadFacts(const std::string& path, int lead_days, std::int64_t 
   facts.names = NamesOf(*certificate);
   facts.issuer = IssuerOf(*certificate);
   facts.not_after = *end;
-  facts.state = StateAt(facts.not_after, lead_days, now);
+  // One whose beginning cannot be read has no lifetime to be judged by.
+  facts.state = StateAt({certificate->NotBefore().value_or(*end), *end}, rule, now);
   return facts;
 }
 

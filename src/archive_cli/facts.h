@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "lifecycle/lifetime.h"
+
 namespace kova::archive_cli {
 
 enum class State { kValid, kDue, kExpired, kUnreadable };
@@ -16,8 +18,8 @@ struct CertificateFacts {
   State state = State::kUnreadable;
 };
 
-// The first certificate of the PEM file. `lead_days` before its end it is due.
-CertificateFacts ReadFacts(const std::string& path, int lead_days, std::int64_t now);
+// The first certificate of the PEM file.
+CertificateFacts ReadFacts(const std::string& path, const DueRule& rule, std::int64_t now);
 
 // Whole days from `now` to the certificate's end, rounded down; negative once it has expired.
 std::int64_t DaysLeft(const CertificateFacts& facts, std::int64_t now);

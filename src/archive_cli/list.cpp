@@ -4,13 +4,15 @@
 #include <ctime>
 
 #include "archive/paths.h"
+#include "archive/reload_mark.h"
 #include "archive/service_object.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
 #include "archive_cli/table.h"
+#include "archive_cli/troubles.h"
 #include "base/json.h"
-#include "base/settings.h"
+#include "base/renewal_settings.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -23,20 +25,43 @@ struct Listed {
   std::vector<std::string> services;
   CertificateFacts facts;
   std::vector<std::string> flags;
+  RenewalHistory renewals;
+  Json::Value reloads{Json::objectValue};  // the marked services
+  std::vector<std::string> troubles;       // a line each
 };
+
+void LookAtTroubles(const RenewalSettings& settings, Listed& listed) {
+  listed.renewals = RememberedRenewals(listed.id, settings);
+  listed.reloads = cert_archive::ReloadFailures(listed.id);
+  listed.troubles = ReloadFailuresOf(listed.reloads, listed.services);
+  if (!listed.troubles.empty()) listed.flags.emplace_back("reload-failed");
+  const std::string failure = RenewalFailure(listed.renewals);
+  if (failure.empty()) return;
+  listed.flags.emplace_back("failing");
+  listed.troubles.insert(listed.troubles.begin(), failure);
+}
+
+void LookAtFolder(const RenewalSettings& settings, std::int64_t now, Listed& listed) {
+  const std::string folder = cert_archive::CertificateFolder(listed.id);
+  listed.facts = ReadFacts(folder + "/cert.pem", DueRule::Of(settings), now);
+  listed.flags = FolderFlags(folder);
+  LookAtTroubles(settings, listed);
+}
 
 std::vector<Listed> ReadAll(std::int64_t now) {
   const Json::Value info = ReadIndexOrFail();
   const std::string default_id = cert_archive::DefaultCertificateId();
-  const int lead_days = Settings::Read().renew_before_expire_days.value_or(kDefaultLeadDays);
+  const RenewalSettings settings = RenewalSettings::Read();
   std::vector<Listed> all;
   for (const std::string& id : info.getMemberNames()) {
-    Listed listed{id, id == default_id, info[id], ServiceTitles(info, id), {}, {}};
+    Listed listed;
+    listed.id = id;
+    listed.is_default = id == default_id;
+    listed.entry = info[id];
+    listed.services = ServiceTitles(info, id);
     // An entry that is no certificate is shown, and never becomes a path.
     if (cert_archive::IsPlainName(id) && info[id].isObject()) {
-      const std::string folder = cert_archive::CertificateFolder(id);
-      listed.facts = ReadFacts(folder + "/cert.pem", lead_days, now);
-      listed.flags = FolderFlags(folder);
+      LookAtFolder(settings, now, listed);
     } else {
       listed.flags = {"invalid"};
     }
@@ -60,7 +85,7 @@ Colour ColourOf(State state) {
 
 Colour ColourOf(const std::vector<std::string>& flags) {
   const bool bad = std::any_of(flags.begin(), flags.end(), [](const std::string& flag) {
-    return flag == "broken" || flag == "incomplete" || flag == "invalid";
+    return flag != "acme" && flag != "self-signed";
   });
   return bad ? Colour::kRed : Colour::kNone;
 }
@@ -91,13 +116,23 @@ std::string TableOf(const std::vector<Listed>& all, std::int64_t now) {
                                               {"SERVICES", false, 10},
                                               {"FLAGS"}};
   std::vector<std::vector<Cell>> rows;
+  rows.reserve(all.size());
   for (const Listed& listed : all) rows.push_back(RowOf(listed, now));
   return RenderTable(columns, rows, Screen::OfStdout());
 }
 
-Json::Value ServicesToJson(const Json::Value& entry) {
+// Below the table.
+std::string TroublesOf(const std::vector<Listed>& all) {
+  std::string text;
+  for (const Listed& listed : all) {
+    for (const std::string& trouble : listed.troubles) text += listed.id + ": " + trouble + "\n";
+  }
+  return text;
+}
+
+Json::Value ServicesToJson(const Listed& listed) {
   Json::Value array(Json::arrayValue);
-  const Json::Value& services = Member(entry, "services");
+  const Json::Value& services = Member(listed.entry, "services");
   if (!services.isArray()) return array;
   for (const Json::Value& element : services) {
     if (!cert_archive::IsSameService(element, element)) continue;
@@ -106,6 +141,7 @@ Json::Value ServicesToJson(const Json::Value& entry) {
       service[key] = TextMember(element, key);
     }
     service["package"] = Member(element, "isPkg") == Json::Value(true);
+    service["reload_status"] = listed.reloads.get(ServiceTitle(element), 0);
     array.append(service);
   }
   return array;
@@ -123,8 +159,10 @@ Json::Value ToJson(const Listed& listed, std::int64_t now) {
   object["not_after"] = readable ? Json::Value(TimeText(facts.not_after)) : Json::Value();
   object["days_left"] = readable ? Json::Value(Json::Int64(DaysLeft(facts, now))) : Json::Value();
   object["state"] = Word(facts.state);
-  object["services"] = ServicesToJson(listed.entry);
+  object["services"] = ServicesToJson(listed);
   object["flags"] = JsonArray(listed.flags);
+  object["renewal"] =
+      listed.renewals.last_attempt.empty() ? Json::Value() : kova::ToJson(listed.renewals);
   return object;
 }
 
@@ -132,7 +170,8 @@ Reply Run(const Arguments& /*arguments*/) {
   const std::int64_t now = std::time(nullptr);
   const std::vector<Listed> all = ReadAll(now);
   Reply reply;
-  reply.text = all.empty() ? "The index holds no certificate.\n" : TableOf(all, now);
+  reply.text =
+      all.empty() ? "The index holds no certificate.\n" : TableOf(all, now) + TroublesOf(all);
   reply.document["certificates"] = Json::Value(Json::arrayValue);
   for (const Listed& listed : all) reply.document["certificates"].append(ToJson(listed, now));
   return reply;

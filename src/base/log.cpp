@@ -18,6 +18,13 @@ void LogError(Site site, const char* format, ...) {
   va_end(args);
 }
 
+void LogWarning(Site site, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  platform::SyslogLine(LOG_WARNING, site.tag, site.line, format, args);
+  va_end(args);
+}
+
 void LogDebugPriority(Site site, const char* format, ...) {
   va_list args;
   va_start(args, format);

@@ -18,6 +18,9 @@ struct Site {
 // LOG_ERR. `errno` is unchanged on return.
 [[gnu::format(printf, 2, 3)]] void LogError(Site site, const char* format, ...);
 
+// LOG_WARNING, for what is no failure of ours but wants a look.
+[[gnu::format(printf, 2, 3)]] void LogWarning(Site site, const char* format, ...);
+
 // LOG_DEBUG, for the few messages that are no failures.
 [[gnu::format(printf, 2, 3)]] void LogDebugPriority(Site site, const char* format, ...);
 

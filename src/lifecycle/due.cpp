@@ -25,18 +25,14 @@ namespace {
 constexpr char kTag[] = "kova-letsencrypt";
 constexpr char kRenewedIssuer[] = "Let's Encrypt";
 
-int LeadDays(const RenewalSettings& settings) {
+void TellUnusable(const RenewalSettings& settings) {
   errno = 0;
   if (!KLIBCFileExist(kSettingsPath)) {
     LogError(kTag, "File not exist. [%s]: [%s]", std::strerror(errno), kSettingsPath);
-    return kDefaultLeadDays;
-  }
-  if (!settings.usable) {
+  } else if (!settings.usable) {
     LogError(kTag, "Read json file failed. [%s]: [%s]", std::strerror(settings.read_error),
              kSettingsPath);
-    return kDefaultLeadDays;
   }
-  return settings.renew_before_expire_days.value_or(kDefaultLeadDays);
 }
 
 bool HasUsableRecord(const std::string& folder) {
@@ -81,21 +77,18 @@ bool EndsWithin(const Candidate& candidate, int days) {
              : cert_archive::ExpiresWithin(candidate.path, days);
 }
 
-// Due is what either rule finds due; the days count beside the lifetime only when they are set.
-bool EndsSoon(const Candidate& candidate, const RenewalSettings& settings, int lead_days) {
-  if (settings.renew_lifetime) {
-    const std::optional<Lifetime> lifetime = LifetimeOf(candidate.certificate, candidate.path);
-    if (lifetime && IsDue(*lifetime, std::time(nullptr))) return true;
-    if (!settings.renew_before_expire_days) return false;
-  }
-  return EndsWithin(candidate, lead_days);
+bool EndsSoon(const Candidate& candidate, const DueRule& rule) {
+  const std::optional<Lifetime> lifetime =
+      rule.by_lifetime ? LifetimeOf(candidate.certificate, candidate.path) : std::nullopt;
+  if (lifetime) return IsDue(*lifetime, rule, std::time(nullptr));
+  return rule.lead_days && EndsWithin(candidate, *rule.lead_days);
 }
 
-bool IsDue(const Candidate& candidate, const RenewalSettings& settings, int lead_days) {
+bool IsDue(const Candidate& candidate, const RenewalSettings& settings) {
   const std::string& folder = candidate.archived.folder;
   const bool is_ours = settings.renew_any_issuer && HasUsableRecord(folder);
   if (!is_ours && !IsOfRenewedIssuer(candidate)) return false;
-  if (EndsSoon(candidate, settings, lead_days)) return true;
+  if (EndsSoon(candidate, DueRule::Of(settings))) return true;
   DebugStep("cert is not expired. [%s]", folder.c_str());
   return false;
 }
@@ -116,14 +109,14 @@ bool IsHeldBack(const Candidate& candidate, const RenewalSettings& settings) {
 
 std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings) {
   const std::vector<std::string> ids = ListCertificateIds(kTag);
-  const int lead_days = LeadDays(settings);
+  TellUnusable(settings);
   std::vector<DueCertificate> due;
   for (const std::string& id : ids) {
     const ArchivedCertificate certificate = ArchivedCertificate::OfId(id);
     if (!HasFolder(certificate, kTag)) continue;
     FinishRenewal(certificate);
     const Candidate candidate(certificate);
-    const bool to_renew = IsDue(candidate, settings, lead_days) && !IsHeldBack(candidate, settings);
+    const bool to_renew = IsDue(candidate, settings) && !IsHeldBack(candidate, settings);
     if (to_renew || IsRenewalNoted(certificate)) due.push_back({certificate, to_renew});
   }
   return due;

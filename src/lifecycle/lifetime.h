@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "base/renewal_settings.h"
 #include "crypto/certificate.h"
 
 namespace kova {
@@ -22,6 +23,17 @@ std::optional<Lifetime> LifetimeOf(const std::optional<Certificate>& certificate
 
 // True when less than a third of it is left, or less than half of one under ten days.
 [[nodiscard]] bool IsDue(const Lifetime& lifetime, std::int64_t now);
+
+// When a certificate is due: what either part finds due is.
+struct DueRule {
+  // The days count beside the lifetime only when they are set.
+  static DueRule Of(const RenewalSettings& settings);
+
+  bool by_lifetime = false;
+  std::optional<int> lead_days;  // so many days before its end
+};
+
+[[nodiscard]] bool IsDue(const Lifetime& lifetime, const DueRule& rule, std::int64_t now);
 
 // True when less than a tenth of it is left.
 [[nodiscard]] bool IsNearlyOver(const Lifetime& lifetime, std::int64_t now);

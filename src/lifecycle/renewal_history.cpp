@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "base/json.h"
 #include "base/log.h"
@@ -19,10 +21,11 @@ constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr char kTimeForm[] = "%Y-%m-%dT%H:%M:%SZ";
 constexpr int kFailuresBeforeWaiting = 3;
+constexpr int kMostFailures = 1'000'000;  // as far as they are counted
 
 // An hour less than a day: a daily job's attempt ends a little after the job began, and the next
 // day's run must not come too early for it.
-constexpr std::int64_t kAboutADay = 23 * 3600;
+constexpr std::int64_t kAboutADay = 23 * std::int64_t{3600};
 
 std::string PathOf(const std::string& id) {
   return std::string(kHistoryFolder) + "/" + id + ".json";
@@ -31,6 +34,12 @@ std::string PathOf(const std::string& id) {
 int IntegerMember(const Json::Value& document, const char* name) {
   const Json::Value& member = Member(document, name);
   return member.isInt() ? member.asInt() : 0;
+}
+
+// An earlier version did not note when failures began; its last attempt is the earliest known.
+std::string BeginOfFailures(const RenewalHistory& history, std::int64_t now) {
+  if (history.failures == 0) return TimeText(now);
+  return history.failing_since.empty() ? history.last_attempt : history.failing_since;
 }
 
 // A moment in the future (the clock was put back) counts as long ago: it must not hold anything up.
@@ -65,14 +74,15 @@ RenewalHistory ReadRenewalHistory(const std::string& id) {
   history.last_attempt = TextMember(document, "last_attempt");
   history.last_success = TextMember(document, "last_success");
   history.last_notice = TextMember(document, "last_notice");
-  history.failures = IntegerMember(document, "failures");
+  history.failures = std::clamp(IntegerMember(document, "failures"), 0, kMostFailures);
+  history.failing_since = TextMember(document, "failing_since");
   history.error = IntegerMember(document, "error");
   history.message = TextMember(document, "msg");
   history.file = TextMember(document, "file");
   return history;
 }
 
-void WriteRenewalHistory(const std::string& id, const RenewalHistory& history) {
+Json::Value ToJson(const RenewalHistory& history) {
   Json::Value document(Json::objectValue);
   document["last_attempt"] = history.last_attempt;
   document["last_success"] = history.last_success;
@@ -82,9 +92,14 @@ void WriteRenewalHistory(const std::string& id, const RenewalHistory& history) {
     document["error"] = history.error;
     document["msg"] = history.message;
     document["file"] = history.file;
+    document["failing_since"] = history.failing_since;
   }
+  return document;
+}
+
+void WriteRenewalHistory(const std::string& id, const RenewalHistory& history) {
   (void)KOVAFSMkdirP(kHistoryFolder, 0, 1, 0, 0, kFolderMode);  // shows in the file's failure
-  const int error = platform::ReplaceFile(PathOf(id), JsonStyledText(document), kFileMode);
+  const int error = platform::ReplaceFile(PathOf(id), JsonStyledText(ToJson(history)), kFileMode);
   if (error == 0) return;
   LogError(kTag, "Failed to write the renewal history. [%s][%s]", PathOf(id).c_str(),
            std::strerror(error));
@@ -93,14 +108,17 @@ void WriteRenewalHistory(const std::string& id, const RenewalHistory& history) {
 void RemoveRenewalHistory(const std::string& id) { unlink(PathOf(id).c_str()); }
 
 void NoteSuccess(RenewalHistory& history, std::int64_t now) {
+  std::string last_notice = history.last_notice;  // still counts for the next failure
   history = RenewalHistory();
+  history.last_notice = std::move(last_notice);
   history.last_attempt = TimeText(now);
   history.last_success = history.last_attempt;
 }
 
 void NoteFailure(RenewalHistory& history, const SLError& error, std::int64_t now) {
+  history.failing_since = BeginOfFailures(history, now);
   history.last_attempt = TimeText(now);
-  ++history.failures;
+  history.failures = std::min(history.failures + 1, kMostFailures);
   history.error = error.code;
   history.message = error.message;
   history.file = error.file;

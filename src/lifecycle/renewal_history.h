@@ -3,6 +3,8 @@
 // read is as good as none.
 #pragma once
 
+#include <json/value.h>
+
 #include <cstdint>
 #include <string>
 
@@ -15,12 +17,16 @@ inline constexpr char kHistoryFolder[] = "/usr/kova/etc/letsencrypt/renewal";
 struct RenewalHistory {
   std::string last_attempt;  // RFC 3339, UTC; empty when there was none
   std::string last_success;
-  std::string last_notice;  // when the host was last told of a failure
-  int failures = 0;         // in a row
-  int error = 0;            // the last failure, when there is one
+  std::string last_notice;    // when the host was last told of a failure
+  int failures = 0;           // in a row
+  std::string failing_since;  // the first of them
+  int error = 0;              // the last failure, when there is one
   std::string message;
   std::string file;
 };
+
+// As it is kept (docs/formats.md).
+Json::Value ToJson(const RenewalHistory& history);
 
 // `id` must be a plain name for both.
 RenewalHistory ReadRenewalHistory(const std::string& id);

@@ -139,12 +139,13 @@ def test_list_as_json(cli):
     assert result.document == {"error": 0, "certificates": [{
         "id": "abc", "default": True, "desc": "d", "names": ["www.host.example"],
         "issuer": "Let's Encrypt", "state": "valid", "days_left": 60, "flags": [],
+        "renewal": None,
         "not_after": leaf.not_valid_after.strftime("%Y-%m-%dT%H:%M:%SZ"),
         "services": [
             {"subscriber": "nginx", "service": "web", "display_name": "nginx web",
-             "owner": "root", "package": False},
+             "owner": "root", "package": False, "reload_status": 0},
             {"subscriber": "mail", "service": "web", "display_name": "mail web",
-             "owner": "root", "package": True}]}]}
+             "owner": "root", "package": True, "reload_status": 0}]}]}
 
 
 def test_list_shows_damaged_entries_and_touches_nothing(cli):

@@ -1,12 +1,14 @@
 #include "archive/deploy.h"
 
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <filesystem>
 
 #include "archive/noted_move.h"
 #include "archive/paths.h"
+#include "archive/reload_mark.h"
 #include "archive/service_files.h"
 #include "archive_fixture.h"
 #include "base/json.h"
@@ -52,6 +54,9 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr char kSmtp[] = "/usr/kova/etc/certificate/mail/smtp";
+constexpr char kMarks[] = "/usr/kova/etc/certificate/_archive/abc/reload_failed";
+constexpr char kEndedWith3[] =
+    "utils.cpp:# The reload script [/usr/libexec/certificate.d/mail][smtp] ended with status 3.";
 constexpr char kLockFile[] = "/tmp/kovacertificate_info.lock";
 
 class DeployTest : public ArchiveTest {
@@ -212,7 +217,49 @@ TEST_F(DeployTest, LeavesTheScriptsResultToTheScript) {
   AddCertificate("abc");
   AddReloadScript("/usr/libexec/certificate.d/mail", 3);
   EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
-  EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_THAT(Log(), ElementsAre(kEndedWith3));
+}
+
+TEST_F(DeployTest, MarksAServiceWhoseScriptWasNotContentUntilItIs) {
+  const Json::Value imap = ServiceObject("mail", "imap and more");
+  AddCertificate("abc");
+  AddReloadScript("/usr/libexec/certificate.d/mail", 3);
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_, imap}), "", 2));
+  EXPECT_EQ(Read(kMarks), "{\n   \"mail/imap and more\" : 3,\n   \"mail/smtp\" : 3\n}\n");
+  EXPECT_EQ(Mode(kMarks), 0600U);
+  AddReloadScript("/usr/libexec/certificate.d/mail");
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({imap}), "", 2));
+  EXPECT_EQ(Read(kMarks), "{\n   \"mail/smtp\" : 3\n}\n");
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_FALSE(Exists(kMarks));
+}
+
+TEST_F(DeployTest, AScriptThatIsGoneTakesTheMarkAlong) {
+  AddCertificate("abc");
+  AddReloadScript("/usr/libexec/certificate.d/mail", 3);
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  test::RemoveAll("/usr/libexec/certificate.d/mail");
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_FALSE(Exists(kMarks));
+}
+
+TEST_F(DeployTest, TheLogHasAWarningForAScriptThatWasNotContent) {
+  AddCertificate("abc");
+  AddReloadScript("/usr/libexec/certificate.d/mail", 3);
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  ASSERT_EQ(syslog_.Messages().size(), 1U);
+  EXPECT_EQ(syslog_.Messages()[0].priority, LOG_WARNING);
+}
+
+TEST_F(DeployTest, MarksThatCannotBeReadCountAsNone) {
+  AddCertificate("abc");
+  for (const char* text : {"", "{", "[]", "null", R"({"mail/smtp": "3", "mail/imap": 4.5})"}) {
+    Write(kMarks, text);
+    EXPECT_EQ(ReloadFailures("abc"), Json::Value(Json::objectValue)) << text;
+  }
+  AddReloadScript("/usr/libexec/certificate.d/mail", 3);
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_EQ(Read(kMarks), "{\n   \"mail/smtp\" : 3\n}\n");
 }
 
 TEST_F(DeployTest, FailsWhenTheScriptCannotBeRun) {

@@ -209,7 +209,7 @@ class FactsTest : public test::ArchiveTest {
 
   static CertificateFacts Facts(long expires_in) {
     test::Write("/usr/kova/c.pem", test::MakePemPair(expires_in, "Let's Encrypt").certificate);
-    return ReadFacts("/usr/kova/c.pem", 30, std::time(nullptr));
+    return ReadFacts("/usr/kova/c.pem", {false, 30}, std::time(nullptr));
   }
 };
 
@@ -235,8 +235,8 @@ TEST_F(FactsTest, CountsWholeDays) {
 
 TEST_F(FactsTest, CannotReadEverything) {
   test::Write("/usr/kova/c.pem", "nonsense");
-  EXPECT_EQ(ReadFacts("/usr/kova/c.pem", 30, 0).state, State::kUnreadable);
-  EXPECT_EQ(ReadFacts("/usr/kova/none", 30, 0).state, State::kUnreadable);
+  EXPECT_EQ(ReadFacts("/usr/kova/c.pem", {false, 30}, 0).state, State::kUnreadable);
+  EXPECT_EQ(ReadFacts("/usr/kova/none", {false, 30}, 0).state, State::kUnreadable);
   EXPECT_THAT(Log(), IsEmpty()) << "looking is not worth a message";
 }
 

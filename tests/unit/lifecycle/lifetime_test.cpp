@@ -37,6 +37,28 @@ TEST(LifetimeTest, IsNearlyOverInItsLastTenth) {
   EXPECT_TRUE(IsNearlyOver(Days(90), 81 * kDay + 1));
 }
 
+TEST(DueRuleTest, DaysAloneCountWithoutTheLifetime) {
+  RenewalSettings settings;
+  EXPECT_FALSE(IsDue(Days(45), DueRule::Of(settings), 15 * kDay - 1));
+  EXPECT_TRUE(IsDue(Days(45), DueRule::Of(settings), 15 * kDay)) << "30 days is the rule";
+  settings.renew_before_expire_days = 5;
+  EXPECT_FALSE(IsDue(Days(45), DueRule::Of(settings), 40 * kDay - 1));
+  EXPECT_TRUE(IsDue(Days(45), DueRule::Of(settings), 40 * kDay));
+}
+
+TEST(DueRuleTest, DaysCountBesideTheLifetimeWhenTheyAreSet) {
+  RenewalSettings settings;
+  settings.renew_lifetime = true;
+  EXPECT_FALSE(IsDue(Days(45), DueRule::Of(settings), 30 * kDay));
+  EXPECT_TRUE(IsDue(Days(45), DueRule::Of(settings), 30 * kDay + 1));
+  settings.renew_before_expire_days = 5;
+  EXPECT_FALSE(IsDue(Days(45), DueRule::Of(settings), 30 * kDay));
+  EXPECT_TRUE(IsDue(Days(45), DueRule::Of(settings), 30 * kDay + 1));
+  settings.renew_before_expire_days = 20;
+  EXPECT_FALSE(IsDue(Days(45), DueRule::Of(settings), 25 * kDay - 1));
+  EXPECT_TRUE(IsDue(Days(45), DueRule::Of(settings), 25 * kDay));
+}
+
 TEST(LifetimeTest, OfWhatIsNoCertificateIsNone) {
   test::SyslogCapture syslog;
   EXPECT_FALSE(LifetimeOf(std::nullopt, "/run/a.pem").has_value());

@@ -38,7 +38,8 @@ TEST_F(RenewalHistoryTest, TimesAreWrittenAndReadBack) {
 TEST_F(RenewalHistoryTest, IsKeptFromOneRunToTheNext) {
   WriteRenewalHistory("id", Failed(2));
   EXPECT_EQ(test::ReadFile(kFile),
-            "{\n   \"error\" : 102,\n   \"failures\" : 2,\n   \"file\" : \"client_v2\",\n"
+            "{\n   \"error\" : 102,\n   \"failing_since\" : \"2027-01-15T08:00:00Z\",\n"
+            "   \"failures\" : 2,\n   \"file\" : \"client_v2\",\n"
             "   \"last_attempt\" : \"2027-01-15T08:00:00Z\",\n   \"last_success\" : \"\",\n"
             "   \"msg\" : \"why\"\n}\n");
   EXPECT_EQ(test::ModeOf(kFile), 0600U);
@@ -53,13 +54,40 @@ TEST_F(RenewalHistoryTest, IsKeptFromOneRunToTheNext) {
 
 TEST_F(RenewalHistoryTest, AFileThatCannotBeReadIsAsGoodAsNone) {
   for (const char* text : {"", "{", "[]", "null", R"({"failures": "9", "last_attempt": 5})",
-                           R"({"failures": 99999999999, "msg": []})"}) {
+                           R"({"failures": 99999999999, "msg": []})", R"({"failures": -3})"}) {
     test::WriteFile(kFile, text);
     const RenewalHistory history = ReadRenewalHistory("id");
     EXPECT_EQ(history.failures, 0) << text;
     EXPECT_EQ(history.last_attempt + history.message, "") << text;
     EXPECT_FALSE(IsWaiting(history, kNow)) << text;
   }
+}
+
+TEST_F(RenewalHistoryTest, TheFirstFailureOfARowIsKept) {
+  RenewalHistory history = Failed(2);
+  NoteFailure(history, SLError(102, "why", "client_v2", 1), kNow + kHour);
+  EXPECT_EQ(history.failing_since, TimeText(kNow));
+  EXPECT_EQ(history.last_attempt, TimeText(kNow + kHour));
+  WriteRenewalHistory("id", history);
+  EXPECT_EQ(ReadRenewalHistory("id").failing_since, TimeText(kNow));
+  NoteSuccess(history, kNow + 2 * kHour);
+  EXPECT_EQ(history.failing_since, "");
+  NoteFailure(history, SLError(102, "why", "client_v2", 1), kNow + 3 * kHour);
+  EXPECT_EQ(history.failing_since, TimeText(kNow + 3 * kHour));
+}
+
+TEST_F(RenewalHistoryTest, WithoutTheFirstFailureTheLastAttemptStandsForIt) {
+  test::WriteFile(kFile, R"({"failures": 2, "last_attempt": "2027-01-01T00:00:00Z"})");
+  RenewalHistory history = ReadRenewalHistory("id");
+  NoteFailure(history, SLError(102, "why", "client_v2", 1), kNow);
+  EXPECT_EQ(history.failing_since, "2027-01-01T00:00:00Z");
+}
+
+TEST_F(RenewalHistoryTest, FailuresAreCountedToABound) {
+  test::WriteFile(kFile, R"({"failures": 2147483647})");
+  RenewalHistory history = ReadRenewalHistory("id");
+  NoteFailure(history, SLError(102, "why", "client_v2", 1), kNow);
+  EXPECT_EQ(history.failures, 1'000'000);
 }
 
 TEST_F(RenewalHistoryTest, ASuccessClearsTheFailures) {
@@ -86,6 +114,8 @@ TEST_F(RenewalHistoryTest, TheHostIsToldOnceADay) {
   history.last_notice = TimeText(kNow);
   EXPECT_FALSE(IsToBeNotified(history, kNow + kHour));
   EXPECT_TRUE(IsToBeNotified(history, kNow + 24 * kHour));
+  NoteSuccess(history, kNow + kHour);
+  EXPECT_FALSE(IsToBeNotified(history, kNow + 2 * kHour)) << "a success in between changes nothing";
 }
 
 TEST_F(RenewalHistoryTest, WhatCannotBeWrittenIsLogged) {

@@ -1,0 +1,32 @@
+#include "archive_cli/troubles.h"
+
+#include "archive_cli/text.h"
+
+namespace kova::archive_cli {
+
+RenewalHistory RememberedRenewals(const std::string& id, const RenewalSettings& settings) {
+  return settings.renew_failures ? ReadRenewalHistory(id) : RenewalHistory();
+}
+
+std::string RenewalFailure(const RenewalHistory& history) {
+  if (history.failures == 0) return {};
+  // An earlier version did not note when failures began.
+  const std::string& since =
+      history.failing_since.empty() ? history.last_attempt : history.failing_since;
+  // Servers write the message, so it must not steer a terminal.
+  return "renewal fails since " + Printable(since) + " (" + std::to_string(history.failures) +
+         " in a row): " + Printable(history.message) + " [" + std::to_string(history.error) + "]";
+}
+
+std::vector<std::string> ReloadFailuresOf(const Json::Value& marks,
+                                          const std::vector<std::string>& services) {
+  std::vector<std::string> lines;
+  for (const std::string& service : services) {
+    if (!marks.isMember(service)) continue;
+    lines.push_back("the reload script of " + Printable(service) + " ended with status " +
+                    std::to_string(marks[service].asInt()));
+  }
+  return lines;
+}
+
+}  // namespace kova::archive_cli

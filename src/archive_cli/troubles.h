@@ -1,0 +1,26 @@
+// What went wrong with a certificate since it was obtained: its last renewal, and the reload
+// scripts of its services. All of it is shown on one line each.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "base/renewal_settings.h"
+#include "lifecycle/renewal_history.h"
+
+namespace kova::archive_cli {
+
+// Empty unless the settings have failures remembered. `id` must be a plain name for both.
+RenewalHistory RememberedRenewals(const std::string& id, const RenewalSettings& settings);
+
+// "renewal fails since TIME (N in a row): MESSAGE [CODE]". Empty when the last attempt succeeded.
+std::string RenewalFailure(const RenewalHistory& history);
+
+// "the reload script of SUBSCRIBER/SERVICE ended with status N" for each of the services (titles as
+// in the index) that is marked.
+std::vector<std::string> ReloadFailuresOf(const Json::Value& marks,
+                                          const std::vector<std::string>& services);
+
+}  // namespace kova::archive_cli
