@@ -11,6 +11,7 @@
 
 #include "base/debug.h"
 #include "challenge/vendor_zone.h"
+#include "platform/aside.h"
 #include "platform/device.h"
 
 namespace kova {
@@ -83,10 +84,7 @@ bool AnswerHolds(const std::string& name, const std::string& expected) {
   return false;
 }
 
-}  // namespace
-
-bool CheckTxtRecord(const std::string& domain, const std::string& expected) {
-  const ResolverRestorer restorer;
+bool Probe(const std::string& domain, const std::string& expected) {
   const std::string host = platform::DdnsNameServer();
   const AddressListPtr servers = Resolve(host);
   if (!servers) {
@@ -95,6 +93,14 @@ bool CheckTxtRecord(const std::string& domain, const std::string& expected) {
   }
   UseOnlyNameServer(*servers);
   return AnswerHolds("_acme-challenge." + domain, expected);
+}
+
+}  // namespace
+
+bool CheckTxtRecord(const std::string& domain, const std::string& expected) {
+  const ResolverRestorer restorer;
+  // A name server that is silent would keep a run from ending.
+  return platform::AskAside([&] { return Probe(domain, expected); });
 }
 
 }  // namespace kova

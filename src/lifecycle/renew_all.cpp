@@ -38,6 +38,25 @@ bool Redeploy(const ArchivedCertificate& certificate) {
   return cert_archive::HasSystemDefault(services);
 }
 
+// True when it was deployed and serves the system's default service.
+bool RenewAndRedeploy(const DueCertificate& due, const RenewalSettings& settings,
+                      const FailureObserver& on_failure) {
+  if (due.to_renew) {
+    const RenewalOutcome outcome = RenewToDeploy(due.certificate, settings);
+    if (outcome.failure) on_failure(*outcome.failure);
+  }
+  bool serves_system = false;
+  // Redeployed even when that failed.
+  const std::optional<SLError> failure =
+      Capture([&] { serves_system = Redeploy(due.certificate); });
+  if (failure) {
+    on_failure(*failure);  // and the next run tries again
+  } else {
+    ForgetRenewal(due.certificate);
+  }
+  return serves_system;
+}
+
 void RestartWebFrontend() {
   kovaw3::Engine engine;
   if (!kovaw3::Omx(engine).RestartService()) LogError(kTag, "Failed to restart the web front-end.");
@@ -53,19 +72,7 @@ void RenewAll(const RenewalSettings& settings, const FailureObserver& on_failure
   cert_archive::FinishInterruptedDeployment();
   bool need_restart = false;
   for (const DueCertificate& due : DueCertificates(settings)) {
-    if (due.to_renew) {
-      const RenewalOutcome outcome = RenewToDeploy(due.certificate, settings);
-      if (outcome.failure) on_failure(*outcome.failure);
-    }
-    // Redeployed even when that failed.
-    const std::optional<SLError> failure = Capture([&due, &need_restart] {
-      if (Redeploy(due.certificate)) need_restart = true;
-    });
-    if (failure) {
-      on_failure(*failure);  // and the next run tries again
-    } else {
-      ForgetRenewal(due.certificate);
-    }
+    if (RenewAndRedeploy(due, settings, on_failure)) need_restart = true;
   }
   if (need_restart) RestartWebFrontend();
 }
