@@ -27,6 +27,7 @@ class Issuer:
     def __init__(self, organisation="Let's Encrypt", intermediates=1):
         self.organisation = organisation
         self.days = 90
+        self.now = datetime.datetime.utcnow  # its clock
         self.root_key, self.root = self._authority(name("Test Root", organisation), None, None)
         self.intermediates = []  # (key, certificate), nearest to the root first
         for number in range(intermediates):
@@ -59,9 +60,8 @@ class Issuer:
                                         critical=True)
         return key, builder.sign(parent_key or key, hashes.SHA256())
 
-    @staticmethod
-    def _builder(subject, issuer, public_key, days):
-        now = datetime.datetime.utcnow()
+    def _builder(self, subject, issuer, public_key, days):
+        now = self.now()
         return x509.CertificateBuilder().subject_name(subject).issuer_name(issuer) \
             .public_key(public_key).serial_number(x509.random_serial_number()) \
             .not_valid_before(now - datetime.timedelta(hours=1)) \
