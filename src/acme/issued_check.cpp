@@ -67,7 +67,7 @@ std::string ProblemOf(const std::string& chain_pem, const std::string& private_k
                       const std::vector<std::string>& names) {
   const std::vector<Certificate> chain = Certificate::ChainFromText(chain_pem);
   if (chain.empty() || !HoldsOnlyCertificates(chain_pem)) return "it is no chain of certificates";
-  const std::string problem = ProblemOfLeaf(chain[0], private_key_pem, names);
+  std::string problem = ProblemOfLeaf(chain[0], private_key_pem, names);
   if (!problem.empty()) return problem;
   for (size_t index = 1; index < chain.size(); ++index) {
     if (!chain[index - 1].IsIssuedBy(chain[index])) {

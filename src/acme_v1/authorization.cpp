@@ -115,9 +115,9 @@ void AcmeV1Client::ThrowValidationProblem(const Json::Value& authz, LeChallenge&
   const std::string detail = TextMember(problem, "detail");
   if (type == kConnectionProblem) {
     int failure = code::kConnection;
-    if (retryWithPortMap_ && challenge.type() == "http-01") {
+    if (retry_with_port_map_ && challenge.type() == "http-01") {
       // One retry in the life of the client: a second name that cannot be reached is final.
-      retryWithPortMap_ = false;
+      retry_with_port_map_ = false;
       failure = code::kRetryWithPortMap;
     }
     throw SLError::FromServerText(failure, kTag, challenge.domain + ": " + detail);

@@ -105,7 +105,7 @@ class AcmeV1Client {
   Settings settings_;
   std::string account_folder_;
   Json::Value directory_;
-  bool retryWithPortMap_ = true;  // the one retry behind port forwarding is still to be had
+  bool retry_with_port_map_ = true;  // the one retry behind port forwarding is still to be had
   NoncePool nonces_;
 };
 

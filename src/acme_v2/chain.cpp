@@ -38,7 +38,7 @@ std::string PreferredChain(Session& session, const HttpResponse& standard,
   std::vector<std::string> urls = LinkUrls(standard, "alternate");
   if (urls.size() > kMostAlternates) urls.resize(kMostAlternates);
   for (const std::string& url : urls) {
-    const std::string chain = Alternate(session, url);
+    std::string chain = Alternate(session, url);
     if (IsTopIssuer(chain, preferred)) return chain;
   }
   LogError(kTag, "No chain is issued by [%s], the usual one is taken.", preferred.c_str());
@@ -58,7 +58,7 @@ std::string DownloadChain(Session& session, const Json::Value& order,
              response.status);
     throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (download cert)");
   }
-  const std::string chain = PreferredChain(session, response, preferred);
+  std::string chain = PreferredChain(session, response, preferred);
   DebugStep("get issuer-cert");
   DebugDetail("%s", chain.c_str());
   return chain;

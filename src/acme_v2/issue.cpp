@@ -17,7 +17,7 @@ constexpr int kRecordVersion = 2;
 // Chosen for the certificate, or else by the settings.
 std::string PreferredChainOf(const Session& session, const IssueOptions& options) {
   if (!options.preferred_chain.empty()) return options.preferred_chain;
-  return session.settings().preferred_chain.value_or("");
+  return session.CurrentSettings().preferred_chain.value_or("");
 }
 
 }  // namespace
@@ -27,7 +27,7 @@ std::string Issue(Session& session, const Order& order, const IssueOptions& opti
   const Json::Value finalized =
       FinalizeOrder(session, order, session.DerText(made.request_pem, kRequestBegin, kRequestEnd));
   const std::string chain = DownloadChain(session, finalized, PreferredChainOf(session, options));
-  if (session.settings().check_issued) {
+  if (session.CurrentSettings().check_issued) {
     RequireFitting(kTag, chain, made.private_key.text, order.names);
   }
 

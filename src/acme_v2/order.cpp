@@ -27,8 +27,8 @@ Json::Value OrderPayload(const std::vector<std::string>& names) {
 
 // The profile to ask for: the chosen one or the settings', if the CA has it.
 std::string OfferedProfile(const Session& session, const std::string& chosen) {
-  const std::string profile = chosen.empty() ? session.settings().profile.value_or("") : chosen;
-  if (chosen.empty() && !session.settings().profile) return {};
+  std::string profile = chosen.empty() ? session.CurrentSettings().profile.value_or("") : chosen;
+  if (chosen.empty() && !session.CurrentSettings().profile) return {};
   const Json::Value& offered = Member(Member(session.Directory(), "meta"), "profiles");
   if (HasMember(offered, profile.c_str())) return profile;
   LogError(kTag, "The CA has no profile [%s].", profile.c_str());

@@ -55,7 +55,7 @@ class Session {
   [[nodiscard]] const std::string& AccountFolder() const { return account_.folder; }
   [[nodiscard]] const RsaKey& Key() const;  // throws SLError 201 when there is no account yet
   [[nodiscard]] HttpClient& Http() { return http_; }  // for other servers, while this one lives
-  [[nodiscard]] const Settings& settings() const { return settings_; }
+  [[nodiscard]] const Settings& CurrentSettings() const { return settings_; }
 
  private:
   // The text that is signed. It ends in a line feed unless `strictencoding` is on.

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <string_view>
 
 #include "archive/paths.h"
 #include "base/files.h"
@@ -42,22 +42,38 @@ Status ReadForEdit(Json::Value& info, MissingIndex missing) {
   return ReadIndexObject(info);
 }
 
+// Behind the closing quote of the text whose opening quote is at `begin`.
+size_t EndOfText(const std::string& json, size_t begin) {
+  size_t end = begin + 1;
+  while (end < json.size() && json[end] != '"') end += json[end] == '\\' ? 2 : 1;
+  return std::min(end + 1, json.size());
+}
+
+bool IsPartOfFraction(const std::string& json, size_t begin, size_t end) {
+  constexpr std::string_view kBefore = ".eE+";
+  constexpr std::string_view kBehind = ".eE";
+  return (begin > 0 && kBefore.find(json[begin - 1]) != std::string_view::npos) ||
+         (end < json.size() && kBehind.find(json[end]) != std::string_view::npos);
+}
+
+bool IsHuge(std::string_view digits) {
+  constexpr std::string_view kLargest = "18446744073709551615";
+  if (digits.size() != kLargest.size()) return digits.size() > kLargest.size();
+  return digits > kLargest;
+}
+
 // An integer of more than 64 bits is read as the nearest double, and would be written as that.
-bool HoldsHugeInteger(const std::string& text) {
-  constexpr size_t kSafeDigits = 19;
-  static const char* const kDigits = "0123456789";
-  bool quoted = false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '"') quoted = !quoted;
-    if (quoted && text[i] == '\\') ++i;
-    if (quoted || std::strchr(kDigits, text[i]) == nullptr || text[i] == '\0') continue;
-    const size_t end = std::min(text.find_first_not_of(kDigits, i), text.size());
-    const std::string digits = text.substr(i, end - i);
-    const bool whole = end == text.size() || std::strchr(".eE", text[end]) == nullptr;
-    const bool fits = digits.size() <= kSafeDigits ||
-                      (digits.size() == kSafeDigits + 1 && digits <= "18446744073709551615");
-    if (whole && !fits && (i == 0 || std::strchr(".eE+", text[i - 1]) == nullptr)) return true;
-    i = end - 1;
+bool HoldsHugeInteger(const std::string& json) {
+  size_t begin = 0;
+  while ((begin = json.find_first_of("\"0123456789", begin)) != std::string::npos) {
+    const bool quoted = json[begin] == '"';
+    const size_t end = quoted ? EndOfText(json, begin)
+                              : std::min(json.find_first_not_of("0123456789", begin), json.size());
+    if (!quoted && !IsPartOfFraction(json, begin, end) &&
+        IsHuge(std::string_view(json).substr(begin, end - begin))) {
+      return true;
+    }
+    begin = end;
   }
   return false;
 }

@@ -76,13 +76,16 @@ Status FailedToFinish(const std::string& from, const std::string& to, int error)
 }
 
 // What is no longer in the fresh folder was moved before.
+Status MoveFile(const std::string& name, const std::string& fresh, const std::string& folder) {
+  const std::string from = fresh + "/" + name;
+  const std::string to = folder + "/" + name;
+  if (std::rename(from.c_str(), to.c_str()) == 0 || errno == ENOENT) return {};
+  return FailedToFinish(from, to, errno);
+}
+
 Status MoveTheRest(const Note& note, const std::string& folder) {
   for (const std::string& file : note.files) {
-    const std::string from = note.fresh + "/" + file;
-    const std::string to = folder + "/" + file;
-    if (std::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
-      return FailedToFinish(from, to, errno);
-    }
+    if (Status moved = MoveFile(file, note.fresh, folder); !moved) return moved;
   }
   const platform::Fd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!opened || fsync(opened.Get()) != 0) return FailedToFinish(note.fresh, folder, errno);

@@ -90,14 +90,13 @@ bool HasSystemDefault(const Json::Value& services) {
 }
 
 void UpdateServiceList(Json::Value& services, const Json::Value& object, ListUpdate update) {
+  if (!services.isArray()) services = Json::Value(Json::arrayValue);
   Json::Value kept(Json::arrayValue);
   bool was_listed = false;
-  if (services.isArray()) {
-    for (const Json::Value& element : services) {
-      const bool same = IsSameService(element, object);
-      was_listed = was_listed || same;
-      if (!same && NamesAService(element)) kept.append(element);
-    }
+  for (const Json::Value& element : services) {
+    const bool same = IsSameService(element, object);
+    was_listed = was_listed || same;
+    if (!same && NamesAService(element)) kept.append(element);
   }
   const bool append =
       update == ListUpdate::kAppend || (update == ListUpdate::kRefresh && was_listed);
