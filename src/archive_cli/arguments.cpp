@@ -19,6 +19,7 @@ std::vector<OptionRule> AllRules(const Command& command) {
 
 std::vector<option> LongOptions(const std::vector<OptionRule>& rules) {
   std::vector<option> options;
+  options.reserve(rules.size() + 1);
   for (const OptionRule& rule : rules) {
     options.push_back(
         {rule.name, rule.value == nullptr ? no_argument : required_argument, nullptr, 0});
@@ -46,6 +47,34 @@ std::string RefusedOption(const std::vector<char*>& argv) {
   return optopt > ' ' ? std::string("-") + static_cast<char>(optopt) : LastWord(argv);
 }
 
+// The words as the library takes them: the program's name first, null last.
+std::vector<char*> WordsForLibrary(const std::vector<std::string>& words) {
+  std::vector<char*> argv = {const_cast<char*>(kProgram)};
+  argv.reserve(words.size() + 2);
+  for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
+  argv.push_back(nullptr);
+  return argv;
+}
+
+// The library moves the operands behind the options.
+Arguments Sorted(const std::vector<OptionRule>& rules, std::vector<char*> argv) {
+  const std::vector<option> options = LongOptions(rules);
+  const int argc = static_cast<int>(argv.size()) - 1;
+  Arguments arguments;
+  optind = 0;  // the library starts afresh
+  opterr = 0;
+  int chosen = 0;
+  int result = 0;
+  while ((result = getopt_long(argc, argv.data(), ":h", options.data(), &chosen)) != -1) {
+    if (result == ':') throw UsageError{"missing value of " + LastWord(argv)};
+    if (result == '?') throw UsageError{"unknown option " + RefusedOption(argv)};
+    const char* name = result == 'h' ? kHelp.name : rules[static_cast<size_t>(chosen)].name;
+    arguments.options[name] = optarg == nullptr ? "" : optarg;
+  }
+  arguments.operands.assign(argv.begin() + optind, argv.begin() + argc);
+  return arguments;
+}
+
 void CheckOperands(const Command& command, size_t count) {
   if (count >= command.least && count <= command.most) return;
   throw UsageError{count < command.least ? std::string("missing ") + command.operands
@@ -69,25 +98,7 @@ std::string Arguments::Text(const std::string& option) const {
 
 Arguments ParseArguments(const Command& command, const std::vector<std::string>& words,
                          bool& help) {
-  const std::vector<OptionRule> rules = AllRules(command);
-  const std::vector<option> options = LongOptions(rules);
-  std::vector<char*> argv = {const_cast<char*>(kProgram)};
-  for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-  const int argc = static_cast<int>(argv.size());
-  argv.push_back(nullptr);
-
-  Arguments arguments;
-  optind = 0;  // the library starts afresh
-  opterr = 0;
-  int chosen = 0;
-  int result = 0;
-  while ((result = getopt_long(argc, argv.data(), ":h", options.data(), &chosen)) != -1) {
-    if (result == ':') throw UsageError{"missing value of " + LastWord(argv)};
-    if (result == '?') throw UsageError{"unknown option " + RefusedOption(argv)};
-    const char* name = result == 'h' ? kHelp.name : rules[static_cast<size_t>(chosen)].name;
-    arguments.options[name] = optarg == nullptr ? "" : optarg;
-  }
-  arguments.operands.assign(argv.begin() + optind, argv.begin() + argc);
+  Arguments arguments = Sorted(AllRules(command), WordsForLibrary(words));
   arguments.json = arguments.Has(kJson.name);
   help = arguments.Has(kHelp.name);
   if (help) return arguments;

@@ -35,7 +35,7 @@ std::optional<struct stat> Look(const std::string& path) {
 
 std::string ModeText(mode_t mode) {
   std::array<char, 8> text{};
-  std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned>(mode & kModeBits));
+  (void)std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned>(mode & kModeBits));
   return text.data();
 }
 

@@ -119,7 +119,7 @@ std::vector<Finding> CheckClock() {
   char text[32] = {};
   std::tm fields{};
   gmtime_r(&now, &fields);
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &fields);
+  (void)std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &fields);
   if (now >= kEarliestTime && now < kLatestTime) return {{Level::kOk, "clock", text, ""}};
   return {{Level::kFailure, "clock", std::string(text) + " cannot be right",
            "set it, and keep it with NTP; no certificate is valid otherwise"}};

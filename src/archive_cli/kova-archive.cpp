@@ -55,30 +55,36 @@ Reply RunQuietly(const Command& command, const Arguments& arguments, std::string
   return reply;
 }
 
+std::string Document(Reply reply) {
+  const bool failed = !reply.failure.empty();
+  reply.document["error"] = failed ? kFailed : kDone;
+  if (failed) reply.document["msg"] = reply.failure;
+  return JsonStyledText(reply.document);
+}
+
+bool IsWritten(std::FILE* file) { return std::fflush(file) == 0 && std::ferror(file) == 0; }
+
+int ReportFailure(const Command& command, const std::string& failure) {
+  Print(stderr, std::string(kProgram) + ": " + command.word + ": " + Printable(failure) + "\n");
+  (void)std::fflush(stdout);
+  return kFailed;
+}
+
+int ReportSuccess(const std::string& errors) {
+  Print(stderr, errors);
+  if (IsWritten(stdout)) return kDone;
+  Print(stderr,
+        std::string(kProgram) + ": cannot write the result: " + std::strerror(errno) + "\n");
+  return kFailed;
+}
+
 int Report(const Command& command, const Arguments& arguments, Reply reply,
            const std::string& errors) {
   platform::FinishRun();
   const bool failed = !reply.failure.empty();
   if (failed && !errors.empty()) reply.failure += " (" + LastLine(errors) + ")";
-  if (arguments.json) {
-    reply.document["error"] = failed ? kFailed : kDone;
-    if (failed) reply.document["msg"] = reply.failure;
-    Print(stdout, JsonStyledText(reply.document));
-  } else {
-    Print(stdout, reply.text);
-  }
-  if (failed) {
-    Print(stderr,
-          std::string(kProgram) + ": " + command.word + ": " + Printable(reply.failure) + "\n");
-  } else {
-    Print(stderr, errors);
-  }
-  if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && !failed) {
-    Print(stderr,
-          std::string(kProgram) + ": cannot write the result: " + std::strerror(errno) + "\n");
-    return kFailed;
-  }
-  return failed ? kFailed : kDone;
+  Print(stdout, arguments.json ? Document(reply) : reply.text);
+  return failed ? ReportFailure(command, reply.failure) : ReportSuccess(errors);
 }
 
 int RunCommand(const Command& command, const std::vector<std::string>& words) try {

@@ -97,7 +97,8 @@ std::optional<KeyType> KeyTypeOf(const std::optional<std::string>& name) {
 
 SLError IncorrectVersion(const std::string& version) {
   std::array<char, 1024> message{};
-  std::snprintf(message.data(), message.size(), "Incorrect version specify [%s]", version.c_str());
+  (void)std::snprintf(message.data(), message.size(), "Incorrect version specify [%s]",
+                      version.c_str());
   return Error(code::kLocal, kTag, message.data());
 }
 

@@ -132,7 +132,7 @@ void Remember(const ArchivedCertificate& certificate, const RenewalOutcome& outc
 RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate,
                              const RenewalSettings& settings) {
   FinishRenewal(certificate);
-  const RenewalOutcome outcome = Attempt(certificate, settings);
+  RenewalOutcome outcome = Attempt(certificate, settings);
   if (settings.renew_failures) Remember(certificate, outcome);
   if (outcome.renewed) CorrectRenewalJob(settings);
   return outcome;
@@ -140,7 +140,7 @@ RenewalOutcome RenewToDeploy(const ArchivedCertificate& certificate,
 
 RenewalOutcome Renew(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
   const bool still_to_be_deployed = IsDeploymentDue(certificate);
-  const RenewalOutcome outcome = RenewToDeploy(certificate, settings);
+  RenewalOutcome outcome = RenewToDeploy(certificate, settings);
   if (outcome.renewed && !still_to_be_deployed) ForgetRenewal(certificate);
   return outcome;
 }

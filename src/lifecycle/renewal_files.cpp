@@ -27,8 +27,8 @@ constexpr char kTag[] = "utils";
 
 SLError MoveError(const std::string& from, const std::string& to, int reason) {
   std::array<char, 1024> message{};
-  std::snprintf(message.data(), message.size(), "Rename file failed. %s => %s [%d]", from.c_str(),
-                to.c_str(), reason);
+  (void)std::snprintf(message.data(), message.size(), "Rename file failed. %s => %s [%d]",
+                      from.c_str(), to.c_str(), reason);
   return Error(code::kLocal, kTag, message.data());
 }
 

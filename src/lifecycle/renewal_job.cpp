@@ -24,7 +24,7 @@ bool IsPeriod(const std::string& text) {
 }
 
 std::string PeriodOf(const RenewalSettings& settings) {
-  const std::string period = settings.cron_period.value_or(kDefaultPeriod);
+  std::string period = settings.cron_period.value_or(kDefaultPeriod);
   if (IsPeriod(period)) return period;
   LogError(kTag, "Unknown cronperiod [%s], the renewal job runs weekly.",
            OnOneLine(period).c_str());
