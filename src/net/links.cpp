@@ -22,15 +22,27 @@ std::string LowerCase(std::string text) {
   return text;
 }
 
+// Whether the characters passed so far end inside of quotes or angle brackets.
+class Enclosure {
+ public:
+  void Pass(char c) {
+    if (c == '"' && !bracketed_) quoted_ = !quoted_;
+    if (!quoted_ && (c == '<' || c == '>')) bracketed_ = c == '<';
+  }
+  [[nodiscard]] bool IsOpen() const { return quoted_ || bracketed_; }
+
+ private:
+  bool quoted_ = false;
+  bool bracketed_ = false;
+};
+
 // The pieces between separators that stand outside of quotes and angle brackets.
 std::vector<std::string> SplitOutside(const std::string& text, char separator) {
   std::vector<std::string> pieces(1);
-  bool quoted = false;
-  bool bracketed = false;
+  Enclosure enclosure;
   for (const char c : text) {
-    if (c == '"' && !bracketed) quoted = !quoted;
-    if (!quoted && (c == '<' || c == '>')) bracketed = c == '<';
-    if (c == separator && !quoted && !bracketed) {
+    enclosure.Pass(c);
+    if (c == separator && !enclosure.IsOpen()) {
       pieces.emplace_back();
     } else {
       pieces.back() += c;

@@ -90,7 +90,7 @@ bool DieWith(pid_t parent) {
 }
 
 bool Confine(int answer, std::chrono::milliseconds time, pid_t parent) {
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) std::signal(signal, SIG_DFL);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) (void)std::signal(signal, SIG_DFL);
   if (!KeepOnly(answer) || !LimitResources(time) || !GiveUpRights()) return false;
   // After the ids, whose change takes it back; and nobody else's process may look into this one.
   return Limit(RLIMIT_NPROC, 0) && prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && DieWith(parent);

@@ -114,8 +114,8 @@ void PrepareProcess() {
     fd = open("/dev/null", O_RDWR);  // the lowest number that is free
   } while (fd >= 0 && fd <= STDERR_FILENO);
   if (fd >= 0) close(fd);
-  signal(SIGXFSZ, SIG_IGN);
-  signal(SIGPIPE, SIG_IGN);
+  (void)signal(SIGXFSZ, SIG_IGN);
+  (void)signal(SIGPIPE, SIG_IGN);
 }
 
 int RunWithin(const ChildLimits& limits, const std::string& program, const KovaArgs& args,

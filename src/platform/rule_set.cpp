@@ -49,22 +49,31 @@ int DeleteOwn(const Gateway& gateway, const std::string& set, const PortMapping&
   return 0;
 }
 
-}  // namespace
-
-int RemoveRuleSet(const Gateway& gateway, const std::string& set, const std::vector<int>& ports) {
+// The same for all that the gateway lists.
+int DeleteListed(const Gateway& gateway, const std::string& set, int& refusal) {
   // Listed first: deleting while walking would shift the indices.
   std::vector<PortMapping> mappings;
   if (const int result = gateway.List(mappings); result != 0) return result;
-  int refusal = 0;
   for (const PortMapping& mapping : mappings) {
     if (const int result = DeleteOwn(gateway, set, mapping, refusal); result != 0) return result;
   }
+  return 0;
+}
+
+int DeleteAt(const Gateway& gateway, const std::string& set, int port, int& refusal) {
+  std::optional<PortMapping> mapping;
+  if (const int result = gateway.Find(port, mapping); result != 0) return result;
+  return mapping ? DeleteOwn(gateway, set, *mapping, refusal) : 0;
+}
+
+}  // namespace
+
+int RemoveRuleSet(const Gateway& gateway, const std::string& set, const std::vector<int>& ports) {
+  int refusal = 0;
+  if (const int result = DeleteListed(gateway, set, refusal); result != 0) return result;
   if (refusal != 0) return refusal;
   for (const int port : ports) {
-    std::optional<PortMapping> mapping;
-    if (const int result = gateway.Find(port, mapping); result != 0) return result;
-    if (!mapping) continue;
-    if (const int result = DeleteOwn(gateway, set, *mapping, refusal); result != 0) return result;
+    if (const int result = DeleteAt(gateway, set, port, refusal); result != 0) return result;
   }
   return refusal;
 }

@@ -101,7 +101,7 @@ class Handlers {
   sigemptyset(&only);
   sigaddset(&only, signal);
   sigprocmask(SIG_UNBLOCK, &only, nullptr);
-  raise(signal);
+  (void)raise(signal);
   _exit(128 + signal);  // not reached: each of them ends a process by default
 }
 

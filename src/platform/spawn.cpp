@@ -33,7 +33,7 @@ class Attributes {
   ~Attributes() { posix_spawnattr_destroy(&value_); }
   Attributes(const Attributes&) = delete;
   Attributes& operator=(const Attributes&) = delete;
-  const posix_spawnattr_t* Get() const { return &value_; }
+  [[nodiscard]] const posix_spawnattr_t* Get() const { return &value_; }
 
  private:
   posix_spawnattr_t value_{};
@@ -61,8 +61,8 @@ class Descriptors {
   Descriptors(const Descriptors&) = delete;
   Descriptors& operator=(const Descriptors&) = delete;
 
-  const posix_spawn_file_actions_t* Get() const { return &value_; }
-  int Error() const { return error_; }
+  [[nodiscard]] const posix_spawn_file_actions_t* Get() const { return &value_; }
+  [[nodiscard]] int Error() const { return error_; }
 
  private:
   void Check(int error) {

@@ -16,7 +16,7 @@ void SyslogLine(int priority, const char* tag, int line, const char* format, std
   va_end(measure);
   std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
   errno = saved;
-  if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, args);
+  if (length > 0) (void)std::vsnprintf(text.data(), text.size() + 1, format, args);
   syslog(priority, "%s:%d %s", tag, line, text.c_str());
   errno = saved;
 }
