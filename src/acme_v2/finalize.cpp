@@ -111,7 +111,7 @@ Json::Value AwaitOrder(Session& session, const std::string& url, HttpResponse re
 
 // Without `asyncfinalize` the CA must answer at once; the order's status is then not looked at.
 Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr) {
-  const bool patient = session.settings().async_finalize;
+  const bool patient = session.CurrentSettings().async_finalize;
   Json::Value payload(Json::objectValue);
   payload["csr"] = csr;
   HttpResponse response = session.PostJws(order.finalize, payload);

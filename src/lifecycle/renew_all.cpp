@@ -62,25 +62,6 @@ void RestartWebFrontend() {
   if (!kovaw3::Omx(engine).RestartService()) LogError(kTag, "Failed to restart the web front-end.");
 }
 
-// Renews it when it is due, and deploys it whatever came of that. True when the web front-end has
-// to be restarted for it.
-bool RenewAndRedeploy(const DueCertificate& due, const RenewalSettings& settings,
-                      const FailureObserver& on_failure) {
-  if (due.to_renew) {
-    const RenewalOutcome outcome = RenewToDeploy(due.certificate, settings);
-    if (outcome.failure) on_failure(*outcome.failure);
-  }
-  bool serves_default = false;
-  const std::optional<SLError> failure =
-      Capture([&due, &serves_default] { serves_default = Redeploy(due.certificate); });
-  if (failure) {
-    on_failure(*failure);  // and the next run tries again
-  } else {
-    ForgetRenewal(due.certificate);
-  }
-  return serves_default;
-}
-
 }  // namespace
 
 void RenewAll(const RenewalSettings& settings, const FailureObserver& on_failure) {
