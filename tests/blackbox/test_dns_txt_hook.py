@@ -31,7 +31,7 @@ echo "$@" >> {self._calls}
 mkdir -p "{self._folder}/$2"
 case $1 in
   add) touch "{self._folder}/$2/$3" ;;
-  remove) rm "{self._folder}/$2/$3" ;;
+  remove) rm -f "{self._folder}/$2/$3" ;;
 esac
 """, mode)
 
@@ -144,6 +144,59 @@ def test_a_hook_that_fails_to_remove_is_one_line_in_the_log(host, ca, zone):
 
 def test_what_the_hook_prints_is_ignored(host, ca, zone):
     zone.hook("echo '{\"error\": 1}'; head -c 20000 /dev/urandom; cat")
+    result = host.new_cert(ca.directory, [NAME])
+    expect.issued(result, [NAME])
+    assert result.errors == []
+
+
+ENDED = f"hooks:# Ended hook [{paths.HOOKS}/dns-txt]: "
+
+
+def test_a_hook_that_hangs_is_killed_after_ten_minutes(host, ca, zone):
+    os.mkfifo(host.workspace + "/never")
+    # It is to be ended together with what it started.
+    zone.hook(f'[ $1 = remove ] || {{ echo $$ > {host.workspace}/pid; (read -r x < '
+              f'{host.workspace}/never) & read -r x < {host.workspace}/never; }}')
+    result = host.new_cert(ca.directory, [NAME], env={"KOVA_HANGING_POLL": "1500"})
+    expect_no_certificate(host, result)
+    assert [text for text in result.errors if "hook" in text] == [ENDED + "still running after 600 s"]
+    assert len(result.sleeps) == 1 and 598 < result.sleeps[0] <= 600
+    assert [call[0] for call in zone.calls()] == ["add", "remove"]
+    assert no_process_of_group(expect.read(host.workspace + "/pid"))
+
+
+def test_a_hook_that_hangs_while_it_removes_costs_no_certificate(host, ca, zone):
+    os.mkfifo(host.workspace + "/never")
+    zone.hook(f'[ $1 = add ] || read -r x < {host.workspace}/never')
+    result = host.new_cert(ca.directory, [NAME], env={"KOVA_HANGING_POLL": "1500"})
+    expect.issued(result, [NAME])
+    assert len(result.sleeps) == 1 and 598 < result.sleeps[0] <= 600
+    assert result.errors == [ENDED + "still running after 600 s",
+                             f"challenge:# The hook dns-txt failed to remove [{RECORD}]"
+                             f"[{proof(ca)}]. [-1]"]
+
+
+def no_process_of_group(number):
+    """Whether nothing is left of the process group, whose number the hook wrote down."""
+    try:
+        os.killpg(int(number), 0)
+    except ProcessLookupError:
+        return True
+    return False
+
+
+@pytest.mark.parametrize("output", ["yes", "cat /dev/urandom", "head -c 65537 /dev/zero"])
+def test_a_hook_that_prints_without_end_is_killed(host, ca, zone, output):
+    zone.hook(f"[ $1 = remove ] || {output}")
+    result = host.new_cert(ca.directory, [NAME])
+    expect_no_certificate(host, result)
+    assert [text for text in result.errors if "hook" in text] == [
+        ENDED + "more than 65536 bytes of output"]
+    assert [call[0] for call in zone.calls()] == ["add", "remove"]
+
+
+def test_a_hook_that_prints_all_that_it_may_is_fine(host, ca, zone):
+    zone.hook("head -c 65536 /dev/zero")
     result = host.new_cert(ca.directory, [NAME])
     expect.issued(result, [NAME])
     assert result.errors == []
