@@ -11,5 +11,5 @@ seconds=${1:-60}
 
 scripts/install-deps.sh
 cmake --preset fuzz -D KOVA_FUZZ_SECONDS="$seconds" > /dev/null
-cmake --build --preset fuzz
+cmake --build --preset fuzz --target fuzzers
 exec ctest --preset fuzz --parallel 2

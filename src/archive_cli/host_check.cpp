@@ -1,6 +1,7 @@
 #include "archive_cli/host_check.h"
 
 #include <array>
+#include <utility>
 
 #include "archive_cli/table.h"
 
@@ -57,7 +58,7 @@ Reply ReportFindings(const std::vector<Finding>& findings) {
     if (finding.level == Level::kFailure) ++failures;
   }
   reply.document["failures"] = failures;
-  reply.text = RenderTable({{"RESULT"}, {"OF"}, {"FINDING"}}, rows, Screen::OfStdout());
+  reply.text = RenderTable({{"RESULT"}, {"OF"}, {"FINDING"}}, std::move(rows), Screen::OfStdout());
   if (failures > 0) {
     reply.failure = "this host is not ready: " + std::to_string(failures) +
                     (failures == 1 ? " check failed" : " checks failed");

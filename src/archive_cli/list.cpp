@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <ctime>
+#include <functional>
+#include <utility>
 
 #include "archive/paths.h"
 #include "archive/reload_mark.h"
@@ -48,11 +50,11 @@ void LookAtFolder(const RenewalSettings& settings, std::int64_t now, Listed& lis
   LookAtTroubles(settings, listed);
 }
 
-std::vector<Listed> ReadAll(std::int64_t now) {
+// Hands over one certificate at a time, since an index may list very many.
+void ForEach(std::int64_t now, const std::function<void(const Listed&)>& take) {
   const Json::Value info = ReadIndexOrFail();
   const std::string default_id = cert_archive::DefaultCertificateId();
   const RenewalSettings settings = RenewalSettings::Read();
-  std::vector<Listed> all;
   for (const std::string& id : info.getMemberNames()) {
     Listed listed;
     listed.id = id;
@@ -65,9 +67,8 @@ std::vector<Listed> ReadAll(std::int64_t now) {
     } else {
       listed.flags = {"invalid"};
     }
-    all.push_back(listed);
+    take(listed);
   }
-  return all;
 }
 
 Colour ColourOf(State state) {
@@ -105,7 +106,7 @@ std::vector<Cell> RowOf(const Listed& listed, std::int64_t now) {
           {Joined(listed.flags), ColourOf(listed.flags)}};
 }
 
-std::string TableOf(const std::vector<Listed>& all, std::int64_t now) {
+std::string TableOf(std::vector<std::vector<Cell>> rows) {
   static const std::vector<Column> columns = {{"ID"},
                                               {"DEF"},
                                               {"NAMES", false, 12},
@@ -115,19 +116,19 @@ std::string TableOf(const std::vector<Listed>& all, std::int64_t now) {
                                               {"STATE"},
                                               {"SERVICES", false, 10},
                                               {"FLAGS"}};
-  std::vector<std::vector<Cell>> rows;
-  rows.reserve(all.size());
-  for (const Listed& listed : all) rows.push_back(RowOf(listed, now));
-  return RenderTable(columns, rows, Screen::OfStdout());
+  return RenderTable(columns, std::move(rows), Screen::OfStdout());
 }
 
-// Below the table.
-std::string TroublesOf(const std::vector<Listed>& all) {
-  std::string text;
-  for (const Listed& listed : all) {
-    for (const std::string& trouble : listed.troubles) text += listed.id + ": " + trouble + "\n";
-  }
-  return text;
+// The table, and the troubles below it.
+std::string Text(std::int64_t now) {
+  std::vector<std::vector<Cell>> rows;
+  std::string troubles;
+  ForEach(now, [&](const Listed& listed) {
+    rows.push_back(RowOf(listed, now));
+    for (const std::string& trouble : listed.troubles)
+      troubles += listed.id + ": " + trouble + "\n";
+  });
+  return rows.empty() ? "The index holds no certificate.\n" : TableOf(std::move(rows)) + troubles;
 }
 
 Json::Value ServicesToJson(const Listed& listed) {
@@ -166,14 +167,21 @@ Json::Value ToJson(const Listed& listed, std::int64_t now) {
   return object;
 }
 
-Reply Run(const Arguments& /*arguments*/) {
+Json::Value Document(std::int64_t now) {
+  Json::Value document(Json::objectValue);
+  Json::Value& certificates = document["certificates"] = Json::Value(Json::arrayValue);
+  ForEach(now, [&](const Listed& listed) { certificates.append(ToJson(listed, now)); });
+  return document;
+}
+
+Reply Run(const Arguments& arguments) {
   const std::int64_t now = std::time(nullptr);
-  const std::vector<Listed> all = ReadAll(now);
   Reply reply;
-  reply.text =
-      all.empty() ? "The index holds no certificate.\n" : TableOf(all, now) + TroublesOf(all);
-  reply.document["certificates"] = Json::Value(Json::arrayValue);
-  for (const Listed& listed : all) reply.document["certificates"].append(ToJson(listed, now));
+  if (arguments.json) {
+    reply.document = Document(now);
+  } else {
+    reply.text = Text(now);
+  }
   return reply;
 }
 

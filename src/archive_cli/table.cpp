@@ -103,17 +103,16 @@ Screen Screen::OfStdout() {
   return screen;
 }
 
-std::string RenderTable(const std::vector<Column>& columns, const std::vector<Row>& rows,
+std::string RenderTable(const std::vector<Column>& columns, std::vector<Row> rows,
                         const Screen& screen) {
-  std::vector<Row> printable = rows;
-  for (Row& row : printable) {
+  for (Row& row : rows) {
     for (Cell& cell : row) cell.text = Printable(cell.text);
   }
-  const Widths widths = FittedWidths(columns, printable, screen);
+  const Widths widths = FittedWidths(columns, rows, screen);
   Row titles;
   for (const Column& column : columns) titles.push_back({column.title, Colour::kBold});
   std::string text = RenderRow(columns, widths, titles, screen);
-  for (const Row& row : printable) text += RenderRow(columns, widths, row, screen);
+  for (const Row& row : rows) text += RenderRow(columns, widths, row, screen);
   return text;
 }
 

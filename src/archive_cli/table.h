@@ -29,7 +29,7 @@ struct Screen {
 
 // One line per row, below one with the titles. Where the rows are too wide for the screen, the
 // columns that may be narrowed share the loss, the widest first.
-std::string RenderTable(const std::vector<Column>& columns,
-                        const std::vector<std::vector<Cell>>& rows, const Screen& screen);
+std::string RenderTable(const std::vector<Column>& columns, std::vector<std::vector<Cell>> rows,
+                        const Screen& screen);
 
 }  // namespace kova::archive_cli

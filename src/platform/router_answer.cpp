@@ -26,9 +26,10 @@ bool ReadResult(std::string_view text, int& result) {
   if (text == kGone) result = kGatewayUnreachable;
   if (text == kDone || text == kGone) return true;
   if (!text.starts_with(kRefused)) return false;
-  text.remove_prefix(kRefused.size());
-  const auto [end, error] = std::from_chars(text.begin(), text.end(), result);
-  return error == std::errc() && end == text.end() && result > 0 && result <= upnp_error::kHighest;
+  const std::string_view number = text.substr(kRefused.size());
+  (void)std::from_chars(number.begin(), number.end(), result);
+  // Written as this program writes it, so without leading zeros and the like.
+  return result > 0 && result <= upnp_error::kHighest && ResultText(result) == text;
 }
 
 bool ReadGrants(std::string_view text, size_t rules, std::vector<bool>& granted) {

@@ -44,13 +44,16 @@ class RealCa:
     def _configure(self, bindings):
         issuer = Issuer("Web PKI of the test", intermediates=0)
         key = rsa.generate_private_key(65537, 2048)
-        self._host.write(self._folder + "/cert.pem",
+        # Of its own web server.
+        self.web_certificate = self._folder + "/cert.pem"
+        self.web_key = self._folder + "/key.pem"
+        self._host.write(self.web_certificate,
                          pem(issuer.issue(["localhost"], key.public_key())))
-        self._host.write(self._folder + "/key.pem", pem(key), 0o600)
+        self._host.write(self.web_key, pem(key), 0o600)
         self._host.write(self._folder + "/config.json", json.dumps({"pebble": {
             "listenAddress": f"127.0.0.1:{ACME}",
             "managementListenAddress": f"127.0.0.1:{MANAGEMENT}",
-            "certificate": self._folder + "/cert.pem", "privateKey": self._folder + "/key.pem",
+            "certificate": self.web_certificate, "privateKey": self.web_key,
             "httpPort": 80, "tlsPort": 443, "ocspResponderURL": "",
             "externalAccountBindingRequired": bindings is not None,
             "externalAccountMACKeys": bindings or {}}}))

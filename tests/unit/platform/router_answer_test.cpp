@@ -55,6 +55,7 @@ TEST(RouterAnswerTest, NothingElseIsAnAnswer) {
                                   std::string("refused 10000\n10\nnone\n"),
                                   std::string("refused 99999999999999\n10\nnone\n"),
                                   std::string("refused 7x\n10\nnone\n"),
+                                  std::string("refused 012\n10\nnone\n"),
                                   std::string("refused +7\n10\nnone\n"),
                                   std::string("ok\n10\ngateway\n"),
                                   std::string("ok\n10\ngateway\na\nb\n"),

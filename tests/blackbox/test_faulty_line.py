@@ -1,0 +1,99 @@
+"""A bad line between the program and a real CA: each request and each reply of an issuance is lost,
+cut, reset, late or doubled in turn. It ends with the right code and leaves nothing behind, and the
+next run succeeds."""
+
+import glob
+import os
+import shutil
+
+import pytest
+from lib import expect, paths
+from lib.faulty_proxy import FAULTS, HARMLESS, UNANSWERED, FaultyProxy
+from lib.nginx import Nginx
+from lib.real_ca import ACME, RealCa
+
+NAME = "line.example"
+# The CA works in its own time; a part of each wait is enough for it.
+SHORT_WAITS = {"KOVA_WAIT_DIVISOR": "20"}
+UNREACHABLE, REFUSED = 100, 200
+
+
+@pytest.fixture
+def line(host):
+    # Small keys, one attempt and one type: what is looked at is the line. Failures are to be logged.
+    host.settings(keytype="ec256", orderattempts=1, skipdns01=True, renewfailures=True)
+    Nginx(host).start()
+    ca = RealCa(host)
+    line = FaultyProxy(ACME, ca.web_certificate, ca.web_key, ca.web_root)
+    yield line
+    line.close()
+
+
+def issue(host, line, fault=None, number=0):
+    line.strike(fault, number)
+    return host.new_cert(line.directory, [NAME], env=SHORT_WAITS)
+
+
+def forget(host):
+    """As after the installation, so that each run registers an account as well."""
+    for folder in host.certificates() + host.accounts():
+        shutil.rmtree(folder)
+
+
+def assert_nothing_left_over(host):
+    """No token, no half-made folder, no file that is still being written."""
+    assert glob.glob(paths.TOKENS + "/*") == []
+    for folder in host.certificates():
+        expect.certificate_folder(folder, [NAME])
+    for folder in host.accounts():
+        assert {"info.json"} <= set(os.listdir(folder)), folder
+    for root in ("/usr/kova/etc", paths.WEBROOT):
+        hidden = [path for path in expect.tree(root) if os.path.basename(path).startswith(".")
+                  and path.endswith(".kova")]
+        assert hidden == []
+
+
+def assert_failed(host, line, result, code):
+    """Said and logged, and the next run makes it good."""
+    assert (result.status, result.document["error"]) == (code, code)
+    assert result.errors != []
+    assert host.certificates() == []
+    expect.issued(issue(host, line), [NAME])
+    assert_nothing_left_over(host)
+
+
+def strike_each(host, line, fault):
+    """Yields the number of each request with the result of the run that was struck at it."""
+    expect.issued(issue(host, line), [NAME])
+    undisturbed = line.requests
+    assert undisturbed >= 10
+    for number in range(1, undisturbed + 1):
+        forget(host)
+        result = issue(host, line, fault, number)
+        assert line.requests >= number, "the fault did not come about"
+        assert_nothing_left_over(host)
+        yield number, result
+
+
+@pytest.mark.parametrize("fault", FAULTS)
+def test_each_request_and_reply_in_turn(host, line, fault):
+    host.settings(keepconnections=None)
+    for _, result in strike_each(host, line, fault):
+        if fault in HARMLESS:
+            expect.issued(result, [NAME])
+        else:
+            assert_failed(host, line, result, UNREACHABLE)
+
+
+@pytest.mark.parametrize("fault", sorted(UNANSWERED))
+def test_request_on_a_kept_connection_is_sent_again(host, line, fault):
+    refusals = 0
+    for number, result in strike_each(host, line, fault):
+        if number == 1:  # of a fresh connection
+            assert_failed(host, line, result, UNREACHABLE)
+        elif result.status == 0:
+            expect.issued(result, [NAME])
+        else:  # the CA had seen its nonce
+            assert_failed(host, line, result, REFUSED)
+            refusals += 1
+    assert refusals == 0 or fault.endswith("_reply")
