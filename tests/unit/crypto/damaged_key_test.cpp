@@ -91,6 +91,13 @@ TEST(DamagedKey, IsNotUsedWithNumbersOfAbsurdSize) {
   }
 }
 
+TEST(DamagedKey, IsUsedWithANumberOfTheLargestSize) {
+  Json::Value json = test::Rfc7515Key();
+  const std::string signature = RsaKey::FromJson(json)->Sign("text");
+  json["d"] = Base64UrlEncode(std::string(16384 / 8, '\xff'));  // the other numbers do without it
+  EXPECT_EQ(RsaKey::FromJson(json)->Sign("text"), signature);
+}
+
 TEST(DamagedKey, CannotSignWithAModulusThatIsTooSmallForTheDigest) {
   Json::Value json = test::Rfc7515Key();
   json["n"] = Base64UrlEncode(std::string(32, '\x7f'));
