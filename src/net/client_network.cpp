@@ -48,6 +48,13 @@ HttpResponse HttpClient::Get(const std::string& url) {
   return Perform(request);
 }
 
+HttpResponse HttpClient::GetUnredirected(const std::string& url) {
+  CurlRequest request(url, options_);
+  request.RefuseRedirects();
+  DebugStep("GET Request: %s", url.c_str());
+  return Perform(request);
+}
+
 HttpResponse HttpClient::Post(const std::string& url, const Json::Value& json) {
   CurlRequest request(url, options_);
   std::string text = JsonToString(json);

@@ -1,13 +1,14 @@
 // HTTP transport: GET, and POST of a JSON value.
 //
 // A reply with an error status is a reply; only a transfer that fails throws. Peer and host
-// verification are libcurl's defaults (on), redirects are followed, HTTP/1.1 is asked for so that
-// header names arrive as the server wrote them.
+// verification are libcurl's defaults (on), redirects are followed unless
+// stated, HTTP/1.1 is asked for so that header names arrive as the server wrote them.
 #pragma once
 
 #include <json/value.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,6 +33,7 @@ struct HttpOptions {
   // One transfer, redirections included, that takes longer fails; connecting may take a quarter of
   // it. Without it a transfer may block as long as libcurl lets it.
   std::optional<std::chrono::seconds> transfer_timeout = std::nullopt;
+  size_t maximum_body = size_t{32} << 20;  // bytes; a longer reply is a transfer that failed
 };
 
 // `keepconnections` and `transfertimeout`.
@@ -55,12 +57,15 @@ class HttpClient {
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;
 
-  // Both throw SLError 100 "Server is not reachable." (file "client_network") when the transfer
-  // failed, also when the reply has more than 32 MiB of body or 1 MiB of header text (all hops
+  // All throw SLError 100 "Server is not reachable." (file "client_network") when the transfer
+  // failed, also when the reply has more than `maximum_body` or 1 MiB of header text (all hops
   // together), or the URL or a redirection is of another protocol than http and https. A server
   // that hung up on a kept connection is dialled again before that.
   HttpResponse Get(const std::string& url);
   HttpResponse Post(const std::string& url, const Json::Value& json);
+
+  // As Get, but a redirection is the reply.
+  HttpResponse GetUnredirected(const std::string& url);
 
  private:
   HttpResponse Perform(CurlRequest& request);

@@ -15,7 +15,6 @@ namespace kova {
 namespace {
 
 constexpr char kTag[] = "client_network";
-constexpr size_t kMaximumBody = 32U << 20;
 constexpr size_t kMaximumHeader = 1U << 20;  // all hops of a redirected request together
 constexpr char kProtocols[] = "http,https";
 
@@ -41,7 +40,7 @@ void CurlRequest::Set(CURLoption option, auto value, const char* what) {
 
 CurlRequest::CurlRequest(const std::string& url, const HttpOptions& options)
     : header_{{}, kMaximumHeader},
-      body_{{}, kMaximumBody},
+      body_{{}, options.maximum_body},
       // The content type goes out with every request, GET included.
       header_list_(curl_slist_append(nullptr, "Content-Type: application/jose+json")),
       handle_(curl_easy_init()) {
@@ -91,6 +90,10 @@ void CurlRequest::SetLimits(const HttpOptions& options) {
 void CurlRequest::SetPost(std::string text) {
   post_ = std::move(text);
   Set(CURLOPT_POSTFIELDS, post_.c_str(), "Failed to set postfields ");
+}
+
+void CurlRequest::RefuseRedirects() {
+  Set(CURLOPT_FOLLOWLOCATION, 0L, "Failed to set follow location ");
 }
 
 HttpResponse CurlRequest::Perform(Connections& connections) {

@@ -21,6 +21,7 @@ class CurlRequest {
   CurlRequest& operator=(const CurlRequest&) = delete;
 
   void SetPost(std::string text);
+  void RefuseRedirects();
   // Throws SLError 100 when the transfer failed.
   [[nodiscard]] HttpResponse Perform(Connections& connections);
 

@@ -1,8 +1,17 @@
 #include "net/headers.h"
 
+#include <strings.h>
+
+#include <sstream>
+
 #include "base/debug.h"
 
 namespace kova {
+namespace {
+
+constexpr char kBlanks[] = " \t\r";
+
+}  // namespace
 
 std::string GetHeader(const HttpResponse& response, const std::string& name) {
   size_t position = 0;
@@ -20,6 +29,18 @@ std::string GetHeader(const HttpResponse& response, const std::string& name, siz
   position = response.header.find('\r', start);
   // npos takes the rest of the text: the header of a reply may end without a line end.
   return response.header.substr(start, position - start);
+}
+
+std::string AnyCaseHeader(const HttpResponse& response, const std::string& name) {
+  std::istringstream lines(response.header);
+  for (std::string line; std::getline(lines, line);) {
+    const size_t colon = line.find(':');
+    if (colon != name.size() || strncasecmp(line.c_str(), name.c_str(), colon) != 0) continue;
+    const size_t first = line.find_first_not_of(kBlanks, colon + 1);
+    if (first == std::string::npos) return {};
+    return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
+  }
+  return {};
 }
 
 std::string GetLinkUrl(const HttpResponse& response, const std::string& relation) {

@@ -10,13 +10,16 @@
 #include "base/sl_error.h"
 #include "curl_watch.h"
 #include "kept_server.h"
+#include "loopback_server.h"
 #include "net/client_network.h"
 
 namespace kova {
 namespace {
 
 using test::CurlWatch;
+using test::HttpReply;
 using test::KeptServer;
+using test::LoopbackServer;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -162,6 +165,26 @@ TEST(TransferTimeout, AServerThatDoesNotLetUsInIsNotWaitedForLonger) {
   EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1500));
   close(only);
   close(listener);
+}
+
+TEST(MaximumBody, ALongerReplyFailsTheTransfer) {
+  const LoopbackServer server;
+  for (const size_t limit : {size_t{13}, size_t{12}}) {
+    // "No such route"
+    HttpClient client({.maximum_body = limit});
+    EXPECT_EQ(CodeOf([&] { client.Get(server.Url()); }), limit == 13 ? 0 : 100);
+  }
+}
+
+TEST(GetUnredirected, ARedirectionIsTheReply) {
+  LoopbackServer server;
+  server.On("GET /moved", HttpReply::Redirect(302, server.Url("/target")));
+  server.On("GET /target", HttpReply::Text(200, "here"));
+  HttpClient client;
+  EXPECT_EQ(client.GetUnredirected(server.Url("/moved")).status, 302);
+  EXPECT_THAT(server.Routes(), ElementsAre("GET /moved"));
+  EXPECT_EQ(client.GetUnredirected(server.Url("/target")).body, "here");
+  EXPECT_EQ(client.Get(server.Url("/moved")).body, "here");
 }
 
 TEST(HttpOptions, AreTheSettings) {

@@ -32,6 +32,19 @@ TEST(GetHeader, IsCaseSensitive) {
   EXPECT_EQ(GetHeader(response, "replay-nonce"), "one");
 }
 
+TEST(AnyCaseHeader, FindsTheFirstValueHoweverItIsWritten) {
+  EXPECT_EQ(AnyCaseHeader(With("X\r\nA-b: one\r\na-B: two\r\n\r\n"), "a-b"), "one");
+  EXPECT_EQ(AnyCaseHeader(With("X\r\na-b:one\t \r\n"), "A-B"), "one");
+  EXPECT_EQ(AnyCaseHeader(With("X\r\nA-b: one"), "A-b"), "one");
+  EXPECT_EQ(AnyCaseHeader(With("X\r\nA-b: \r\nA-b: two\r\n"), "A-b"), "");
+}
+
+TEST(AnyCaseHeader, IsEmptyWhenThereIsNone) {
+  for (const char* text : {"", "A", "A-bc: one\r\n", "xA-b: one\r\n", "A-b\r\n"}) {
+    EXPECT_EQ(AnyCaseHeader(With(text), "A-b"), "") << text;
+  }
+}
+
 TEST(GetHeader, WantsExactlyOneBlankAfterTheColon) {
   EXPECT_EQ(GetHeader(With("X\r\nA:value\r\n"), "A"), "");
   EXPECT_EQ(GetHeader(With("X\r\nA:\tvalue\r\n"), "A"), "");

@@ -11,10 +11,19 @@ using std::chrono::seconds;
 
 constexpr seconds kAbsent{77};
 
-seconds Of(const std::string& value) {
+HttpResponse With(const std::string& line) {
   HttpResponse response;
-  response.header = "HTTP/1.1 200 OK\r\nRetry-After: " + value + "\r\n\r\n";
-  return RetryAfter(response).value_or(kAbsent);
+  response.header = "HTTP/1.1 200 OK\r\n" + line + "\r\n\r\n";
+  return response;
+}
+
+seconds Of(const std::string& value) {
+  return RetryAfter(With("Retry-After: " + value)).value_or(kAbsent);
+}
+
+// Between a minute and a day.
+seconds LongOf(const std::string& line) {
+  return RetryAfterWithin(With(line), seconds(60), seconds(86400)).value_or(kAbsent);
 }
 
 std::string DateIn(std::time_t distance) {
@@ -61,6 +70,32 @@ TEST(RetryAfter, IsAbsentWhenItIsNeither) {
 }
 
 TEST(RetryAfter, IgnoresBlanksAround) { EXPECT_EQ(Of(" 5 \t"), seconds(5)); }
+
+TEST(RetryAfterWithin, HoldsSecondsAndDatesBetweenItsBounds) {
+  EXPECT_EQ(LongOf("Retry-After: 0"), seconds(60));
+  EXPECT_EQ(LongOf("Retry-After: 59"), seconds(60));
+  EXPECT_EQ(LongOf("Retry-After: 61"), seconds(61));
+  EXPECT_EQ(LongOf("Retry-After: 0021600"), seconds(21600));
+  EXPECT_EQ(LongOf("Retry-After: 86399"), seconds(86399));
+  EXPECT_EQ(LongOf("Retry-After: 86401"), seconds(86400));
+  EXPECT_EQ(LongOf("Retry-After: 999999999"), seconds(86400));
+  EXPECT_EQ(LongOf("Retry-After: " + std::string(1000, '9')), seconds(86400));
+  EXPECT_EQ(LongOf("Retry-After: Wed, 21 Oct 2015 07:28:00 GMT"), seconds(60));
+  EXPECT_EQ(LongOf("Retry-After: " + DateIn(200000)), seconds(86400));
+  const seconds wait = LongOf("Retry-After: " + DateIn(7200));
+  EXPECT_GE(wait, seconds(7190));
+  EXPECT_LE(wait, seconds(7200));
+}
+
+TEST(RetryAfterWithin, FindsTheHeaderHoweverItIsWritten) {
+  EXPECT_EQ(LongOf("retry-after: 70"), seconds(70));
+  EXPECT_EQ(LongOf("RETRY-AFTER:70"), seconds(70));
+  EXPECT_EQ(LongOf("Retry-After:\t 70 "), seconds(70));
+  EXPECT_EQ(LongOf("X-Retry-After: 70"), kAbsent);
+  EXPECT_EQ(LongOf("Retry-After-X: 70"), kAbsent);
+  EXPECT_EQ(LongOf("Retry-After:"), kAbsent);
+  EXPECT_EQ(LongOf("Retry-After: soon"), kAbsent);
+}
 
 TEST(RetryAfter, StandsNulBytes) { EXPECT_EQ(Of(std::string("5\0", 2)), kAbsent); }
 
