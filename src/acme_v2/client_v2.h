@@ -60,9 +60,10 @@ class AcmeV2Client {
   // --- Order and authorizations (order.h, authorizer.h, authorization.h) ---
 
   // Begins an attempt.
-  Order NewOrder(const std::vector<std::string>& names, const std::string& profile = {}) {
+  Order NewOrder(const std::vector<std::string>& names, const std::string& profile = {},
+                 const std::string& replaces = {}) {
     authorizer_.BeginAttempt();
-    return kova::NewOrder(session_, names, profile);
+    return kova::NewOrder(session_, names, profile, replaces);
   }
   void AuthorizeOrder(const Order& order) { authorizer_.AuthorizeOrder(session_, order); }
   void DoAuthorization(const std::string& url) { authorizer_.DoAuthorization(session_, url); }

@@ -1,5 +1,8 @@
 #include "acme_v2/order.h"
 
+#include <algorithm>
+#include <array>
+
 #include "acme/reply.h"
 #include "acme_v2/session.h"
 #include "base/json.h"
@@ -12,6 +15,10 @@ namespace kova {
 namespace {
 
 constexpr char kTag[] = "client_v2";
+constexpr char kReplaces[] = "replaces";
+constexpr std::array kReplacementProblems = {"urn:ietf:params:acme:error:alreadyReplaced",
+                                             "urn:ietf:params:acme:error:malformed",
+                                             "urn:ietf:params:acme:error:unauthorized"};
 
 Json::Value OrderPayload(const std::vector<std::string>& names) {
   Json::Value payload(Json::objectValue);
@@ -35,6 +42,28 @@ std::string OfferedProfile(const Session& session, const std::string& chosen) {
   return {};
 }
 
+// Whether the CA may have refused the order for the certificate that it replaces: another order has
+// replaced it (409), or the CA knows no such certificate of this account and these names. Its rate
+// limits (429) are no such reason.
+bool RefusesReplacement(const HttpResponse& response) {
+  if (response.status < 400 || response.status >= 500 || response.status == 429) return false;
+  if (response.status == 409) return true;
+  Json::Value problem;
+  if (!JsonFromText(response.body, problem)) return false;
+  return std::any_of(kReplacementProblems.begin(), kReplacementProblems.end(),
+                     [&](const char* type) { return IsProblem(problem, type); });
+}
+
+HttpResponse Place(Session& session, Json::Value payload) {
+  const std::string url = session.Resource("newOrder");
+  HttpResponse response = session.PostJws(url, payload);
+  if (!payload.isMember(kReplaces) || !RefusesReplacement(response)) return response;
+  LogError(kTag, "The CA refused the order as a replacement of [%s] (%ld), it is placed without.",
+           TextMember(payload, kReplaces).c_str(), response.status);
+  payload.removeMember(kReplaces);
+  return session.PostJws(url, payload);
+}
+
 std::vector<std::string> AuthorizationUrls(const Json::Value& order) {
   const Json::Value& listed = Member(order, "authorizations");
   if (!listed.isArray()) throw Error(code::kProtocol, kTag, "unexpect json response.");
@@ -49,12 +78,13 @@ std::vector<std::string> AuthorizationUrls(const Json::Value& order) {
 }  // namespace
 
 Order NewOrder(Session& session, const std::vector<std::string>& names,
-               const std::string& chosen_profile) {
+               const std::string& chosen_profile, const std::string& replaces) {
   ShowStage("", "placing the order");
   Json::Value payload = OrderPayload(names);
   const std::string profile = OfferedProfile(session, chosen_profile);
   if (!profile.empty()) payload["profile"] = profile;
-  const HttpResponse response = session.PostJws(session.Resource("newOrder"), payload);
+  if (!replaces.empty() && !session.Resource("renewalInfo").empty()) payload[kReplaces] = replaces;
+  const HttpResponse response = Place(session, payload);
   switch (response.status) {
     case 201:
       break;

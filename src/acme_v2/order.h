@@ -16,7 +16,11 @@ struct Order {
 };
 
 // Places it. A profile that was chosen, or that the settings name, goes along when the directory
-// lists it; otherwise the system log says so. Throws SLError 104 (429), 102 (400) or 200.
-Order NewOrder(Session& session, const std::vector<std::string>& names, const std::string& profile);
+// lists it; otherwise the system log says so. So does the identifier of the certificate that the
+// order replaces (renewal_info.h; empty for none), where the CA gives renewal information; when the
+// CA refuses the order for it, it is placed once more without, and the system log says so. Throws
+// SLError 104 (429), 102 (400) or 200.
+Order NewOrder(Session& session, const std::vector<std::string>& names, const std::string& profile,
+               const std::string& replaces);
 
 }  // namespace kova

@@ -68,6 +68,18 @@ void ScriptedCa::StopNonces() {
   gives_nonces_ = false;
 }
 
+void ScriptedCa::GiveRenewalInfo(const HttpReply& reply) {
+  const std::scoped_lock lock(mutex_);
+  renewal_info_ = reply;
+}
+
+std::string ScriptedCa::Window(const std::string& start, const std::string& end) {
+  Json::Value answer(Json::objectValue);
+  answer["suggestedWindow"]["start"] = start;
+  answer["suggestedWindow"]["end"] = end;
+  return Text(answer);
+}
+
 void ScriptedCa::Offer(const std::vector<std::string>& types) {
   const std::scoped_lock lock(mutex_);
   types_ = types;
@@ -97,6 +109,7 @@ std::string ScriptedCa::Directory() const {
   directory["newOrder"] = Url("/new-order");
   directory["revokeCert"] = Url("/revoke");
   directory["keyChange"] = Url("/key-change");
+  if (renewal_info_) directory["renewalInfo"] = Url("/renewal-info");
   directory["meta"]["termsOfService"] = "https://ca.example/terms";
   return Text(directory);
 }
@@ -189,6 +202,7 @@ HttpReply ScriptedCa::Usual(const HttpRequest& request) {
   if (route == "POST /order/1/finalize") return HttpReply::Json(200, Order("valid", true));
   if (route == "POST /certificate/1") return HttpReply::Text(200, Chain());
   if (route == "POST /revoke") return HttpReply::Text(200, "");
+  if (renewal_info_ && route.starts_with("GET /renewal-info/")) return *renewal_info_;
   return OfName(request);
 }
 

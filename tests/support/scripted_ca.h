@@ -7,14 +7,15 @@
 //
 // Its resources: /directory, /new-nonce, /new-account (account /account/1), /new-order (order
 // /order/1), /authz/N for the N-th name of the order from 0 on, /challenge/N/TYPE,
-// /order/1/finalize, /certificate/1 and /revoke. Nothing of what it receives is checked; assert it
-// on the requests.
+// /order/1/finalize, /certificate/1, /revoke and /renewal-info/ID if it is given. Nothing of what
+// it receives is checked; assert it on the requests.
 #pragma once
 
 #include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,11 @@ class ScriptedCa {
   // Every reply carries the next nonce, "nonce-1", "nonce-2", ..., unless it has a Replay-Nonce of
   // its own or this was called.
   void StopNonces();
+  // The directory names a resource /renewal-info from now on, which has that answer to whoever asks
+  // for a certificate (until Once or Always say otherwise).
+  void GiveRenewalInfo(const HttpReply& reply);
+  // {"suggestedWindow": {"start": START, "end": END}}
+  static std::string Window(const std::string& start, const std::string& end);
   // The challenges that authorizations offer; http-01 and dns-01 at first.
   void Offer(const std::vector<std::string>& types);
 
@@ -93,6 +99,7 @@ class ScriptedCa {
   std::vector<Name> names_;
   int next_nonce_ = 1;
   bool gives_nonces_ = true;
+  std::optional<HttpReply> renewal_info_;
   LoopbackServer server_;  // last: its thread uses the rest
 };
 

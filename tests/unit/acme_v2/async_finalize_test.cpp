@@ -1,18 +1,15 @@
 #include <ctime>
 
 #include "issue_fixture.h"
+#include "wire_clock.h"
 
-namespace {
-
-std::chrono::seconds on_the_wire{0};
-
-}  // namespace
+std::chrono::seconds kova::test::on_the_wire{0};
 
 // The linker puts the second in the place of the clock's own call, and keeps that as the first.
 std::chrono::steady_clock::time_point RealNow() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
 std::chrono::steady_clock::time_point WireNow() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
 
-std::chrono::steady_clock::time_point WireNow() { return RealNow() + on_the_wire; }
+std::chrono::steady_clock::time_point WireNow() { return RealNow() + kova::test::on_the_wire; }
 
 namespace kova::test {
 namespace {

@@ -49,7 +49,7 @@ MadeCertificate MakeCertificate(const CertificateWish& wish, const MadeCertifica
   X509_set_pubkey(&certificate, made.key.get());
   if (wish.is_authority) {
     Extend(certificate, authority, NID_basic_constraints, "critical,CA:TRUE");
-    Extend(certificate, authority, NID_subject_key_identifier, "hash");
+    Extend(certificate, authority, NID_subject_key_identifier, wish.key_id);
   } else if (issuer != nullptr) {
     Extend(certificate, authority, NID_authority_key_identifier, "keyid:always");
   }

@@ -15,6 +15,7 @@ struct CertificateWish {
   long starts = -3600;              // seconds from now
   long ends = 3600;
   bool is_authority = false;
+  std::string key_id = "hash";  // an authority's: in hexadecimal, or made of its key
 };
 
 struct MadeCertificate {
