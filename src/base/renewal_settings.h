@@ -14,6 +14,7 @@ struct RenewalSettings : Settings {
 
   bool renew_any_issuer = false;           // renewanyissuer
   bool renew_lifetime = false;             // renewlifetime
+  bool renewal_info = false;               // renewalinfo
   bool renew_failures = false;             // renewfailures
   std::optional<std::string> cron_period;  // cronperiod: "daily", "weekly" or "monthly"
 };

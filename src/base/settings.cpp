@@ -88,6 +88,7 @@ RenewalSettings RenewalSettings::Read() {
   Fill(file, settings);
   file.Take("renewanyissuer", settings.renew_any_issuer);
   file.Take("renewlifetime", settings.renew_lifetime);
+  file.Take("renewalinfo", settings.renewal_info);
   file.Take("renewfailures", settings.renew_failures);
   file.TakeText("cronperiod", settings.cron_period);
   return settings;

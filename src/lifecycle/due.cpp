@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "acme/renewal_record.h"
+#include "acme_v2/renewal_info.h"
 #include "archive/integrity.h"
 #include "base/debug.h"
 #include "base/log.h"
@@ -15,6 +16,7 @@
 #include "lifecycle/acme_folders.h"
 #include "lifecycle/lifetime.h"
 #include "lifecycle/names.h"
+#include "lifecycle/renewal_adviser.h"
 #include "lifecycle/renewal_files.h"
 #include "lifecycle/renewal_history.h"
 #include "platform/files.h"
@@ -35,10 +37,15 @@ void TellUnusable(const RenewalSettings& settings) {
   }
 }
 
-bool HasUsableRecord(const std::string& folder) {
+// None, without a message, when the certificate cannot be renewed with it, or nobody asks for it.
+std::optional<RenewalRecord> UsableRecord(const std::string& folder,
+                                          const RenewalSettings& settings) {
+  if (!settings.renew_any_issuer && !settings.renewal_info) return std::nullopt;
   RenewalRecord record;
-  return ReadRenewalRecord(folder, record) == RecordProblem::kNone &&
-         (record.version == 1 || record.version == 2) && !SplitDomainList(record.domains).empty();
+  if (ReadRenewalRecord(folder, record) != RecordProblem::kNone) return std::nullopt;
+  if (record.version != 1 && record.version != 2) return std::nullopt;
+  if (SplitDomainList(record.domains).empty()) return std::nullopt;
+  return record;
 }
 
 // One certificate, read once for all that is asked about it.
@@ -84,15 +91,6 @@ bool EndsSoon(const Candidate& candidate, const DueRule& rule) {
   return rule.lead_days && EndsWithin(candidate, *rule.lead_days);
 }
 
-bool IsDue(const Candidate& candidate, const RenewalSettings& settings) {
-  const std::string& folder = candidate.archived.folder;
-  const bool is_ours = settings.renew_any_issuer && HasUsableRecord(folder);
-  if (!is_ours && !IsOfRenewedIssuer(candidate)) return false;
-  if (EndsSoon(candidate, DueRule::Of(settings))) return true;
-  DebugStep("cert is not expired. [%s]", folder.c_str());
-  return false;
-}
-
 // After failures in a row it is tried once a day, unless its end is near.
 bool IsHeldBack(const Candidate& candidate, const RenewalSettings& settings) {
   const std::string& id = candidate.archived.id;
@@ -105,18 +103,42 @@ bool IsHeldBack(const Candidate& candidate, const RenewalSettings& settings) {
   return true;
 }
 
+// Whether its CA would like to see it renewed before the next run. While it is held back, nobody is
+// asked.
+bool IsAdvised(const Candidate& candidate, const std::optional<RenewalRecord>& record,
+               const RenewalSettings& settings, RenewalAdviser& adviser) {
+  const std::string& id = candidate.archived.id;
+  if (!settings.renewal_info || !cert_archive::IsPlainName(id)) return false;
+  if (!candidate.certificate || !record || record->version != 2) return false;
+  const std::string identifier = RenewalIdentifier(*candidate.certificate);
+  if (identifier.empty() || IsHeldBack(candidate, settings)) return false;
+  return adviser.Advises(id, record->server, identifier);
+}
+
+bool IsDue(const Candidate& candidate, const RenewalSettings& settings, RenewalAdviser& adviser) {
+  const std::string& folder = candidate.archived.folder;
+  const std::optional<RenewalRecord> record = UsableRecord(folder, settings);
+  const bool is_ours = settings.renew_any_issuer && record;
+  if (!is_ours && !IsOfRenewedIssuer(candidate)) return false;
+  if (EndsSoon(candidate, DueRule::Of(settings))) return !IsHeldBack(candidate, settings);
+  if (IsAdvised(candidate, record, settings, adviser)) return true;
+  DebugStep("cert is not expired. [%s]", folder.c_str());
+  return false;
+}
+
 }  // namespace
 
 std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings) {
   const std::vector<std::string> ids = ListCertificateIds(kTag);
   TellUnusable(settings);
+  RenewalAdviser adviser(settings);
   std::vector<DueCertificate> due;
   for (const std::string& id : ids) {
     const ArchivedCertificate certificate = ArchivedCertificate::OfId(id);
     if (!HasFolder(certificate, kTag)) continue;
     FinishRenewal(certificate);
     const Candidate candidate(certificate);
-    const bool to_renew = IsDue(candidate, settings) && !IsHeldBack(candidate, settings);
+    const bool to_renew = IsDue(candidate, settings, adviser);
     if (to_renew || IsRenewalNoted(certificate)) due.push_back({certificate, to_renew});
   }
   return due;

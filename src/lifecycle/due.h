@@ -15,7 +15,7 @@ struct DueCertificate {
 
 // The certificates of the index that are due, in the order of their ids. What stands in the way of
 // looking at one is logged, and that one left out. A move of files that an earlier run was killed
-// in is finished first.
+// in is finished first. With `renewalinfo` CAs are asked for their advice.
 std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings);
 
 }  // namespace kova

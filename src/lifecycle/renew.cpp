@@ -8,9 +8,11 @@
 
 #include "acme/account_store.h"
 #include "acme_v2/client_v2.h"
+#include "acme_v2/renewal_info.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/log.h"
+#include "crypto/certificate.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/issue.h"
 #include "lifecycle/names.h"
@@ -58,6 +60,13 @@ bool MigrateToV2(const ArchivedCertificate& certificate, const RenewalRecord& re
   return true;
 }
 
+// What the order says that it replaces.
+std::string ReplacedBy(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
+  if (!settings.renewal_info) return {};
+  const std::optional<Certificate> old = Certificate::FromFile(certificate.folder + "/cert.pem");
+  return old ? RenewalIdentifier(*old) : std::string();
+}
+
 // A single attempt with the first challenge type; another type is not tried.
 bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
                  const RenewalSettings& settings) {
@@ -70,7 +79,8 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
     client.SetupDirectory();
     client.LoadAccount(record.account);
     client.NewNonce();
-    const Order order = client.NewOrder(options.names, options.profile);
+    const Order order =
+        client.NewOrder(options.names, options.profile, ReplacedBy(certificate, settings));
     client.AuthorizeOrder(order);
     fresh = client.NewCertificate(order, options);
     PutInPlace(certificate, fresh);

@@ -79,6 +79,7 @@ RenewalHistory ReadRenewalHistory(const std::string& id) {
   history.error = IntegerMember(document, "error");
   history.message = TextMember(document, "msg");
   history.file = TextMember(document, "file");
+  if (HasMember(document, "ari")) history.advice = AdviceOfJson(document["ari"]);
   return history;
 }
 
@@ -94,6 +95,7 @@ Json::Value ToJson(const RenewalHistory& history) {
     document["file"] = history.file;
     document["failing_since"] = history.failing_since;
   }
+  if (history.advice) document["ari"] = JsonOfAdvice(*history.advice);
   return document;
 }
 

@@ -1,14 +1,16 @@
-// What the last attempts to renew a certificate came to, kept from one run to the next when the
-// settings' `renewfailures` is on: one file a certificate (docs/formats.md). A file that cannot be
-// read is as good as none.
+// What the last attempts to renew a certificate came to (with the settings' `renewfailures`) and
+// what its CA advises (with `renewalinfo`), kept from one run to the next: one file a certificate
+// (docs/formats.md). A file that cannot be read is as good as none.
 #pragma once
 
 #include <json/value.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "base/sl_error.h"
+#include "lifecycle/renewal_advice.h"
 
 namespace kova {
 
@@ -23,6 +25,7 @@ struct RenewalHistory {
   int error = 0;              // the last failure, when there is one
   std::string message;
   std::string file;
+  std::optional<RenewalAdvice> advice;
 };
 
 // As it is kept (docs/formats.md).

@@ -223,6 +223,11 @@ def alternates(ca):
                                              "Link": link}))
 
 
+def calling_in(ca):
+    ca.renewal_info = {"suggestedWindow": {"start": "2020-01-01T00:00:00Z",
+                                           "end": "2020-01-02T00:00:00Z"}}
+
+
 UNKNOWN_KEY_TYPE = "kova-letsencrypt:# Ignored key type []"
 ONE_ATTEMPT = {"orderattempts": 1, "skipdns01": True}
 
@@ -256,6 +261,8 @@ KEYS = {
         certificates={"other1": {"organisation": "Kova Inc."}})),
     "renewlifetime": Key(True, NO_BOOLEAN, set(), Scene(
         {"requests", "connections", "log", "files"}, certificates={"days29": {"days": 29}})),
+    "renewalinfo": Key(True, NO_BOOLEAN, set(), Scene(
+        {"requests", "connections", "log", "files"}, calling_in, certificates={"early1": {"days": 80}})),
     "renewfailures": Key(True, NO_BOOLEAN, {"files"}, Scene(
         {"log", "files"}, nothing, refused)),
     "cronperiod": Key("daily", NO_TEXT, {"files"}, Scene({"files"})),

@@ -2,7 +2,7 @@
 request, and that tests can make misbehave endpoint by endpoint (see ScriptedServer.answer).
 
 Endpoints: directory, newNonce, newAccount, newOrder, authz, challenge, order, finalize,
-certificate, revokeCert. A request that breaks a rule of the protocol is recorded in `violations`;
+certificate, revokeCert and, where the test gives it, renewalInfo. A request that breaks a rule of the protocol is recorded in `violations`;
 the `ca` fixture fails the test for any.
 """
 
@@ -53,6 +53,7 @@ class Order:
     authorizations: list
     shown: list = field(default_factory=list)  # statuses to show before the real one
     certificate: str = None                    # PEM chain once issued
+    replaces: str = None                       # identifier of a certificate (RFC 9773)
 
 
 class AcmeCa(SignedServer):
@@ -67,6 +68,7 @@ class AcmeCa(SignedServer):
         self.states_after_finalize = []      # what a finalized order shows first
         self.reuse = False                   # authorizations start out valid
         self.takes_padding = True            # "=" at the end of a request's base64 text
+        self.renewal_info = None             # what renewalInfo answers; None: there is none
 
         # State.
         self.issuer = Issuer(organisation, intermediates)
@@ -76,6 +78,7 @@ class AcmeCa(SignedServer):
         self.challenges = []
         self.certificates = []      # x509 leaves, as issued
         self.revoked = []           # payloads of accepted revocations
+        self.replaced = set()       # identifiers of certificates that others have replaced
         self._numbers = itertools.count(1)
         super().__init__(port)
         self.directory = self.url + "/directory"
@@ -87,7 +90,7 @@ class AcmeCa(SignedServer):
     _ENDPOINTS = {"directory": "directory", "new-nonce": "newNonce", "new-account": "newAccount",
                   "new-order": "newOrder", "revoke-cert": "revokeCert", "authz": "authz",
                   "challenge": "challenge", "order": "order", "finalize": "finalize",
-                  "certificate": "certificate"}
+                  "certificate": "certificate", "renewal-info": "renewalInfo"}
     _EMPTY_PAYLOAD = ("authz", "order", "certificate")
 
     def endpoint_of(self, request):
@@ -98,7 +101,7 @@ class AcmeCa(SignedServer):
             return  # a target of redirects
         require(request.version == "HTTP/1.1", "requests are HTTP/1.1")
         require(request.header("Content-Type") == "application/jose+json", "content type")
-        if request.endpoint in ("directory", "newNonce"):
+        if request.endpoint in ("directory", "newNonce", "renewalInfo"):
             require(request.method == "GET", f"{request.endpoint} is fetched")
         else:
             require(request.method == "POST", f"{request.endpoint} is posted to")
@@ -131,7 +134,8 @@ class AcmeCa(SignedServer):
     # -- accounts --------------------------------------------------------------------------------
 
     def _directory(self, _request):
-        return Reply(200, {**self.links, "meta": {"termsOfService": self.url + "/terms"}},
+        offered = {} if self.renewal_info is None else {"renewalInfo": self.url + "/renewal-info"}
+        return Reply(200, {**self.links, **offered, "meta": {"termsOfService": self.url + "/terms"}},
                      nonce=None)
 
     def _newNonce(self, _request):
@@ -156,9 +160,12 @@ class AcmeCa(SignedServer):
     def _newOrder(self, request):
         names = [entry["value"] for entry in request.jws.payload["identifiers"]]
         account = request.jws.header["kid"]
+        replaces = request.jws.payload.get("replaces")
+        if replaces in self.replaced:
+            return problem("alreadyReplaced", "that one has been replaced", 409)
         order = Order(next(self._numbers), account, names,
                       [self._authorization(account, value) for value in dict.fromkeys(names)],
-                      shown=list(self.states_before_ready))
+                      shown=list(self.states_before_ready), replaces=replaces)
         self.orders.append(order)
         return Reply(201, self._order_body(order), {"Location": f"{self.url}/order/{order.number}"})
 
@@ -276,6 +283,8 @@ class AcmeCa(SignedServer):
         leaf = self.issuer.issue(list(dict.fromkeys(order.names)), csr.public_key())
         self.certificates.append(leaf)
         order.certificate = b"".join(map(pem, self.issuer.chain(leaf))).decode()
+        if order.replaces is not None:
+            self.replaced.add(order.replaces)
 
     def _certificate(self, request):
         order = self._find(self.orders, request)
@@ -289,6 +298,9 @@ class AcmeCa(SignedServer):
             return problem("unauthorized", "not a certificate of yours", 403)
         self.revoked.append(request.jws.payload)
         return Reply(200)
+
+    def _renewalInfo(self, _request):
+        return Reply(200, self.renewal_info, nonce=None)
 
     # -- reading back ----------------------------------------------------------------------------
 

@@ -18,7 +18,7 @@ FRESH_FOLDERS = ["/usr/kova", "/etc/cron.d", "/usr/local/etc", "/usr/local/libex
 
 
 # Settings that the installed file switches on and that decide what renew-all renews, and when.
-DUE_KEYS = ("cronperiod", "renewanyissuer", "renewfailures", "renewlifetime")
+DUE_KEYS = ("cronperiod", "renewalinfo", "renewanyissuer", "renewfailures", "renewlifetime")
 
 
 class Host(Servers):

@@ -50,6 +50,8 @@ class Issuer:
         return self._builder(name(names[0]), issuer.subject, public_key, days or self.days) \
             .add_extension(alternatives, critical=False) \
             .add_extension(x509.BasicConstraints(ca=False, path_length=None), critical=True) \
+            .add_extension(x509.AuthorityKeyIdentifier.from_issuer_public_key(key.public_key()),
+                           critical=False) \
             .sign(key, hashes.SHA256())
 
     def _authority(self, subject, parent_key, parent):
@@ -57,7 +59,9 @@ class Issuer:
         builder = self._builder(subject, parent.subject if parent else subject, key.public_key(),
                                 3650)
         builder = builder.add_extension(x509.BasicConstraints(ca=True, path_length=None),
-                                        critical=True)
+                                        critical=True) \
+            .add_extension(x509.SubjectKeyIdentifier.from_public_key(key.public_key()),
+                           critical=False)
         return key, builder.sign(parent_key or key, hashes.SHA256())
 
     def _builder(self, subject, issuer, public_key, days):

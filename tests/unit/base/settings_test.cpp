@@ -143,20 +143,23 @@ TEST_F(SettingsFile, KeepsAKeyTypeOfAnotherTypeAsAnEmptyOne) {
 
 TEST_F(SettingsFile, HoldsWhatRenewingAsksForBesides) {
   ReadOf(R"({"server": "http://ca/", "renewanyissuer": true, "renewlifetime": true,
-             "renewfailures": true, "cronperiod": "daily"})");
+             "renewalinfo": true, "renewfailures": true, "cronperiod": "daily"})");
   const RenewalSettings settings = RenewalSettings::Read();
   EXPECT_TRUE(settings.usable);
   EXPECT_EQ(settings.server, "http://ca/");
-  EXPECT_TRUE(settings.renew_any_issuer && settings.renew_lifetime && settings.renew_failures);
+  EXPECT_TRUE(settings.renew_any_issuer && settings.renew_lifetime && settings.renewal_info &&
+              settings.renew_failures);
   EXPECT_EQ(settings.cron_period, "daily");
 }
 
 TEST_F(SettingsFile, HasNothingForRenewingInAnotherType) {
   for (const char* value : {"1", "\"true\"", "null", "[true]", "{}"}) {
-    for (const std::string key : {"renewanyissuer", "renewlifetime", "renewfailures"}) {
+    for (const std::string key :
+         {"renewanyissuer", "renewlifetime", "renewalinfo", "renewfailures"}) {
       ReadOf("{\"" + key + "\": " + value + "}");
       const RenewalSettings settings = RenewalSettings::Read();
-      EXPECT_FALSE(settings.renew_any_issuer || settings.renew_lifetime || settings.renew_failures)
+      EXPECT_FALSE(settings.renew_any_issuer || settings.renew_lifetime || settings.renewal_info ||
+                   settings.renew_failures)
           << key << value;
     }
   }
