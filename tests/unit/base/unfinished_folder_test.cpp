@@ -12,8 +12,40 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "host_files.h"
+
+namespace {
+
+std::vector<int> mkdir_errors;  // of the next calls; then they do what they are for
+int mkdir_calls = 0;
+int marks_to_lose = 0;  // so many go as soon as they are made
+
+}  // namespace
+
+extern "C" {
+
+int __real_mkdir(const char* path, mode_t mode);   // NOLINT: the linker's name
+int __wrap_mkdir(const char* path, mode_t mode) {  // NOLINT: the linker's name
+  ++mkdir_calls;
+  if (mkdir_errors.empty()) return __real_mkdir(path, mode);
+  errno = mkdir_errors.front();
+  mkdir_errors.erase(mkdir_errors.begin());
+  return -1;
+}
+
+int __real_mkostemps(char* path, int end, int flags);   // NOLINT: the linker's name
+int __wrap_mkostemps(char* path, int end, int flags) {  // NOLINT: the linker's name
+  const int file = __real_mkostemps(path, end, flags);
+  if (marks_to_lose > 0) {
+    --marks_to_lose;
+    unlink(path);
+  }
+  return file;
+}
+
+}  // extern "C"
 
 namespace kova::test {
 namespace {
@@ -27,6 +59,8 @@ using ::testing::MatchesRegex;
 class UnfinishedFolderTest : public ::testing::Test {
  protected:
   UnfinishedFolderTest() {
+    mkdir_errors.clear();
+    marks_to_lose = 0;
     fs::remove_all(parent_);
     fs::create_directories(parent_);
   }
@@ -96,6 +130,41 @@ TEST_F(UnfinishedFolderTest, ModeIsTheOwnersAlone) {
   struct stat status {};
   ASSERT_EQ(stat(folder.Path().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0700U);
+}
+
+TEST_F(UnfinishedFolderTest, SaysWhyThereIsNoMark) {
+  std::ofstream(parent_ + "/file") << "text";
+  UnfinishedFolder folder;
+  EXPECT_FALSE(folder.Make(parent_ + "/file"));
+  EXPECT_EQ(errno, ENOTDIR);
+  EXPECT_THAT(Names(), ElementsAre("file"));
+}
+
+TEST_F(UnfinishedFolderTest, IsMarkedAnewWhenAnotherRunTookTheMarkForALeftover) {
+  marks_to_lose = 2;
+  UnfinishedFolder folder;
+  ASSERT_TRUE(folder.Make(parent_));
+  EXPECT_EQ(marks_to_lose, 0);
+  EXPECT_TRUE(fs::is_directory(folder.Path()));
+  EXPECT_EQ(Names().size(), 2U);  // with its mark
+}
+
+TEST_F(UnfinishedFolderTest, GetsAnotherNameWhenTheNameIsTaken) {
+  mkdir_errors = {EEXIST, EEXIST};
+  UnfinishedFolder folder;
+  ASSERT_TRUE(folder.Make(parent_));
+  EXPECT_TRUE(fs::is_directory(folder.Path()));
+  EXPECT_EQ(Names().size(), 2U);
+}
+
+TEST_F(UnfinishedFolderTest, IsNotTriedAgainWhereNoFolderCanBe) {
+  mkdir_errors = {ENOSPC};
+  mkdir_calls = 0;
+  UnfinishedFolder folder;
+  EXPECT_FALSE(folder.Make(parent_));
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(mkdir_calls, 1);
+  EXPECT_THAT(Names(), IsEmpty());
 }
 
 TEST_F(UnfinishedFolderTest, LeftoverOfAKilledRunGoes) {
