@@ -116,10 +116,12 @@ TEST(KeepConnections, OneDialTooManyIsAFailure) {
   EXPECT_THAT(server.Requests(), ElementsAre(1, 1, 2));
 }
 
-TEST(TransferTimeout, ADrippingServerFailsLikeAnyOther) {
+TEST(TransferTimeout, ADrippingServerFailsLikeAnyOtherAndKeepsNobodyBusy) {
   const KeptServer server({{0, Then::kDripOnNext}});
+  const CurlWatch watch;
   HttpClient client({.transfer_timeout = std::chrono::seconds(1)});
   EXPECT_EQ(CodeOf([&] { client.Get(server.Url()); }), 100);
+  EXPECT_LT(watch.Steps(), 50);  // over a second
 }
 
 TEST(TransferTimeout, TheNextRequestIsServedByAFreshConnection) {

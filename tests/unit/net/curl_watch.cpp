@@ -15,6 +15,7 @@ kova::test::CurlReceiver header_receiver;
 kova::test::CurlReceiver body_receiver;
 kova::test::CurlWatch::Perform replaced_perform;
 CURLMsg performed;
+int steps = 0;
 
 void NoteReceiver(CURLoption option, void* value) {
   if (option == CURLOPT_HEADERFUNCTION) {
@@ -78,6 +79,7 @@ CURLcode __wrap_curl_easy_setopt(CURL* handle, unsigned number, ...) {  // NOLIN
 }
 
 CURLMcode __wrap_curl_multi_perform(CURLM* multi, int* running) {  // NOLINT
+  ++steps;
   if (!replaced_perform) return __real_curl_multi_perform(multi, running);
   performed = CURLMsg();
   performed.msg = CURLMSG_DONE;
@@ -113,7 +115,10 @@ void __wrap_curl_global_cleanup() {  // NOLINT
 
 namespace kova::test {
 
-CurlWatch::CurlWatch() { calls.clear(); }
+CurlWatch::CurlWatch() {
+  calls.clear();
+  steps = 0;
+}
 
 CurlWatch::~CurlWatch() {
   refused.clear();
@@ -123,6 +128,7 @@ CurlWatch::~CurlWatch() {
 }
 
 std::vector<std::string> CurlWatch::Calls() const { return calls; }
+int CurlWatch::Steps() const { return steps; }
 void CurlWatch::Refuse(std::set<CURLoption> options) { refused = std::move(options); }
 void CurlWatch::RefuseAll() { refuse_all = true; }
 void CurlWatch::GiveNoHandle() { give_no_handle = true; }

@@ -35,6 +35,9 @@ class CurlWatch {
   // "global cleanup".
   [[nodiscard]] std::vector<std::string> Calls() const;
 
+  // How often curl was asked to go on with the transfers.
+  [[nodiscard]] int Steps() const;
+
   // Makes curl_easy_setopt refuse these options, or all of them.
   void Refuse(std::set<CURLoption> options);
   void RefuseAll();
