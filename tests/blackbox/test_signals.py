@@ -139,7 +139,9 @@ def test_renewal_of_many_ends_with_the_one_at_hand(host, ca, router, account):
 def test_reload_script_is_not_waited_for(host):
     cli = ArchiveCli(host)
     cli.certificate("aaa")
-    script = cli.reloads.script(then="kill -TERM $PPID; exec 2>&-; tail -f /dev/null --pid=$PPID")
+    # Not before the program has begun to wait.
+    script = cli.reloads.script(then="timeout 0.5 tail -f /dev/null; kill -TERM $PPID; exec 2>&-; "
+                                     "tail -f /dev/null --pid=$PPID")
     result = cli.bind("aaa")
     ended(result, signal.SIGTERM, "kova-archive")
     assert cli.reloads.lines and os.path.exists(script)
