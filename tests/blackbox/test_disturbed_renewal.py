@@ -35,10 +35,10 @@ def reloads(host):
     return reloads
 
 
-def cut_short(host, ca, account, archive, moved):
+def cut_short(host, ca, account, archive, moved, services=None):
     """A renewal that was killed after so many of its five files. Returns the serial number of the
     certificate that it had obtained."""
-    archive.add(ID, service(), record=record(ca.directory, account), days=10)
+    archive.add(ID, *([service()] if services is None else services), record=record(ca.directory, account), days=10)
     renewed = put_certificate(host, FRESH, Issuer("Let's Encrypt"), days=90)
     host.write(FRESH + "/renew.json", json.dumps(record(ca.directory, account)), 0o400)
     host.write(NOTE, json.dumps({"files": FILES, "from": FRESH, "to": ID,
@@ -90,6 +90,12 @@ def test_renew_finishes_it_and_leaves_the_deployment_to_renew_all(host, ca, acco
     quiet(host.run("renew-all"))
     whole(ca.certificates[-1].serial_number)
     assert deployed(FOLDER) == ca.certificates[-1].serial_number
+
+
+def test_renew_of_a_certificate_that_nothing_uses_leaves_no_note(host, ca, account, archive):
+    cut_short(host, ca, account, archive, 2, services=[])
+    assert host.run("renew", "-c", ID).status == 0
+    whole(ca.certificates[-1].serial_number)
 
 
 def test_revoke_revokes_the_renewed_certificate(host, ca, account, archive):
