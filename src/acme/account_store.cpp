@@ -45,8 +45,10 @@ bool ReadObject(const std::string& path, Json::Value& object) {
 
 }  // namespace
 
+void RemoveUnfinishedAccounts() { RemoveUnfinished(kStore, kInfoName); }
+
 std::vector<std::string> ListAccounts() {
-  RemoveUnfinished(kStore, kInfoName);
+  RemoveUnfinishedAccounts();
   std::vector<std::string> folders;
   if (!ListByPattern(std::string(kStore) + "/*", folders)) {
     throw "glob error";  // NOLINT(misc-throw-by-value-catch-by-reference): see the header

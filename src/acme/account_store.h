@@ -12,7 +12,10 @@
 
 namespace kova {
 
-// What is in the store, sorted; folders have a "/" at their end. Throws the text "glob error"
+// Removes what killed runs left half made.
+void RemoveUnfinishedAccounts();
+
+// What is in the store, after that, sorted; folders have a "/" at their end. Throws the text "glob error"
 // (deliberately no SLError).
 std::vector<std::string> ListAccounts();
 

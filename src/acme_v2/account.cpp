@@ -60,6 +60,7 @@ std::string Account::Find(const std::string& directory, const std::string& conta
 }
 
 Account Account::Load(const std::string& folder) {
+  RemoveUnfinishedAccounts();  // a renewal comes by here and nowhere else
   Json::Value info;
   if (!ReadAccountInfo(folder, info)) {
     throw Error(code::kAccountKey, kTag, "failed to load User Info: " + AccountInfoPath(folder));
