@@ -18,7 +18,7 @@ constexpr seconds kSoonest{60};
 constexpr seconds kLatest{86400};
 constexpr seconds kUsually{6 * 3600};
 constexpr seconds kPerQuestion{10};
-constexpr std::chrono::minutes kForAllQuestions{10};
+constexpr std::chrono::minutes kForAllQuestions{30};
 constexpr size_t kMaximumReply = size_t{256} << 10;
 constexpr size_t kMaximumExplanation = 512;
 

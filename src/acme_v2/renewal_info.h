@@ -40,7 +40,7 @@ struct RenewalAnswer {
 
 // Asks one CA, with one look at its directory for all questions and ten seconds at most for each.
 // Once it cannot be reached, asks for patience (429), has trouble of its own (5xx) or has been
-// listened to for ten minutes, it is not asked again: no renewal is to wait long for advice.
+// listened to for half an hour, it is not asked again: no renewal is to wait long for advice.
 class RenewalInfoSource {
  public:
   RenewalInfoSource(std::string directory_url, const Settings& settings);
