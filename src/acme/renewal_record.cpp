@@ -9,6 +9,15 @@ namespace {
 constexpr mode_t kMode = 0400;
 constexpr std::array kMembers = {"server", "domains", "account", "version"};
 
+void ReadChoices(const Json::Value& document, RenewalRecord& record) {
+  if (HasMember(document, "key_type")) record.key_type = TextMember(document, "key_type");
+  record.profile = TextMember(document, "profile");
+  record.preferred_chain = TextMember(document, "preferred_chain");
+  for (const char* name : {"profile", "preferred_chain"}) {
+    if (HasMember(document, name) && !Member(document, name).isString()) record.no_text = name;
+  }
+}
+
 }  // namespace
 
 std::string RenewalRecordPath(const std::string& folder) { return folder + "/renew.json"; }
@@ -27,9 +36,7 @@ RecordProblem ReadRenewalRecord(const std::string& folder, RenewalRecord& record
   record.account = TextMember(document, "account");
   const Json::Value& version = Member(document, "version");
   record.version = version.isInt() ? version.asInt() : 0;
-  if (HasMember(document, "key_type")) record.key_type = TextMember(document, "key_type");
-  record.profile = TextMember(document, "profile");
-  record.preferred_chain = TextMember(document, "preferred_chain");
+  ReadChoices(document, record);
   return RecordProblem::kNone;
 }
 

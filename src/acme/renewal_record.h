@@ -23,6 +23,9 @@ struct RenewalRecord {
   std::optional<std::string> key_type{};  // as crypto/csr.h names them; "" when it is no text
   std::string profile{};                  // empty: nothing was chosen
   std::string preferred_chain{};          // likewise
+
+  // Which of the latter two is there, but no text; empty: none. Not written.
+  std::string no_text{};
 };
 
 enum class RecordProblem {

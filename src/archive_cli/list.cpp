@@ -162,8 +162,8 @@ Json::Value ToJson(const Listed& listed, std::int64_t now) {
   object["state"] = Word(facts.state);
   object["services"] = ServicesToJson(listed);
   object["flags"] = JsonArray(listed.flags);
-  object["renewal"] =
-      listed.renewals.last_attempt.empty() ? Json::Value() : kova::ToJson(listed.renewals);
+  const bool remembered = !listed.renewals.last_attempt.empty() || listed.renewals.advice;
+  object["renewal"] = remembered ? kova::ToJson(listed.renewals) : Json::Value();
   return object;
 }
 

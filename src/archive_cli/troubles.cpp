@@ -5,7 +5,13 @@
 namespace kova::archive_cli {
 
 RenewalHistory RememberedRenewals(const std::string& id, const RenewalSettings& settings) {
-  return settings.renew_failures ? ReadRenewalHistory(id) : RenewalHistory();
+  RenewalHistory kept;
+  if (settings.renew_failures) {
+    kept = ReadRenewalHistory(id);
+  } else if (settings.renewal_info) {
+    kept.advice = ReadRenewalHistory(id).advice;
+  }
+  return kept;
 }
 
 std::string RenewalFailure(const RenewalHistory& history) {

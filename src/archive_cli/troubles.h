@@ -12,7 +12,7 @@
 
 namespace kova::archive_cli {
 
-// Empty unless the settings have failures remembered. `id` must be a plain name for both.
+// What the settings have remembered; empty when that is nothing. `id` must be a plain name for both.
 RenewalHistory RememberedRenewals(const std::string& id, const RenewalSettings& settings);
 
 // "renewal fails since TIME (N in a row): MESSAGE [CODE]". Empty when the last attempt succeeded.

@@ -125,6 +125,7 @@ void Notify(const ArchivedCertificate& certificate, RenewalHistory& history, std
 void Remember(const ArchivedCertificate& certificate, const RenewalOutcome& outcome) {
   if (!cert_archive::IsPlainName(certificate.id)) return;
   const std::int64_t now = std::time(nullptr);
+  TellUnusableHistory(certificate.id);
   RenewalHistory history = ReadRenewalHistory(certificate.id);
   if (outcome.renewed) {
     NoteSuccess(history, now);

@@ -36,6 +36,7 @@ RenewalAdvice KeptAdvice(const std::string& id, const std::string& identifier) {
 
 // The rest of the history is read anew: the question may have taken a while.
 void Keep(const std::string& id, const RenewalAdvice& advice) {
+  TellUnusableHistory(id);
   RenewalHistory history = ReadRenewalHistory(id);
   history.advice = advice;
   WriteRenewalHistory(id, history);

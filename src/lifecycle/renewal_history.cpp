@@ -20,6 +20,9 @@ constexpr char kTag[] = "kova-letsencrypt";
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr char kTimeForm[] = "%Y-%m-%dT%H:%M:%SZ";
+constexpr std::array kTexts = {"last_attempt",  "last_success", "last_notice",
+                               "failing_since", "msg",          "file"};
+constexpr std::array kNumbers = {"failures", "error"};
 constexpr int kFailuresBeforeWaiting = 3;
 constexpr int kMostFailures = 1'000'000;  // as far as they are counted
 
@@ -34,6 +37,19 @@ std::string PathOf(const std::string& id) {
 int IntegerMember(const Json::Value& document, const char* name) {
   const Json::Value& member = Member(document, name);
   return member.isInt() ? member.asInt() : 0;
+}
+
+// The members that are there, but of another type; ", " between them.
+std::string MembersOfAnotherType(const Json::Value& document) {
+  std::string names;
+  const auto require = [&](const char* name, bool right) {
+    if (HasMember(document, name) && !right)
+      names += (names.empty() ? "" : ", ") + std::string(name);
+  };
+  for (const char* name : kTexts) require(name, Member(document, name).isString());
+  for (const char* name : kNumbers) require(name, Member(document, name).isInt());
+  require("ari", Member(document, "ari").isObject());
+  return names;
 }
 
 // An earlier version did not note when failures began; its last attempt is the earliest known.
@@ -81,6 +97,20 @@ RenewalHistory ReadRenewalHistory(const std::string& id) {
   history.file = TextMember(document, "file");
   if (HasMember(document, "ari")) history.advice = AdviceOfJson(document["ari"]);
   return history;
+}
+
+void TellUnusableHistory(const std::string& id) {
+  const std::string path = PathOf(id);
+  if (!KLIBCFileExist(path)) return;
+  Json::Value document;
+  if (!JsonFromFile(path, document) || !document.isObject()) {
+    LogError(kTag, "[%s] is not used: it is no JSON object.", path.c_str());
+    return;
+  }
+  const std::string names = MembersOfAnotherType(document);
+  if (names.empty()) return;
+  LogError(kTag, "[%s] has members of another type, which are not used: %s", path.c_str(),
+           names.c_str());
 }
 
 Json::Value ToJson(const RenewalHistory& history) {

@@ -31,8 +31,10 @@ struct RenewalHistory {
 // As it is kept (docs/formats.md).
 Json::Value ToJson(const RenewalHistory& history);
 
-// `id` must be a plain name for both.
+// `id` must be a plain name for all.
 RenewalHistory ReadRenewalHistory(const std::string& id);
+// Says in one line of the log what of the file cannot be used, unless there is none.
+void TellUnusableHistory(const std::string& id);
 // 0600, replaced whole; what fails is logged.
 void WriteRenewalHistory(const std::string& id, const RenewalHistory& history);
 

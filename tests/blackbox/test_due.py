@@ -160,15 +160,6 @@ def test_nothing_is_kept_without_the_key(host, ca, account, archive, value):
     assert not os.path.exists(host.workspace + "/told")
 
 
-@pytest.mark.parametrize("text", ["", "{", "[]", '{"failures": "9", "last_attempt": 7}'])
-def test_history_that_cannot_be_read_stops_nothing(host, ca, account, archive, text):
-    host.settings(renewfailures=True)
-    archive.add(ID, record=record(ca.directory, account))
-    host.write(HISTORY, text, 0o600)
-    quiet(host.run("renew-all"))
-    assert history()["failures"] == 0 and len(ca.certificates) == 1
-
-
 def test_failed_issuance_is_one_line_in_the_log(host):
     host.settings(renewfailures=True)
     result = host.new_cert("http://127.0.0.1:9/directory", ["a.example", "b.example"])

@@ -229,6 +229,11 @@ def calling_in(ca):
 
 
 UNKNOWN_KEY_TYPE = "kova-letsencrypt:# Ignored key type []"
+def advised(ca):
+    ca.renewal_info = {"suggestedWindow": {"start": "2001-01-01T00:00:00Z",
+                                           "end": "2001-01-02T00:00:00Z"}}
+
+
 ONE_ATTEMPT = {"orderattempts": 1, "skipdns01": True}
 
 KEYS = {
@@ -265,6 +270,8 @@ KEYS = {
         {"requests", "connections", "log", "files"}, calling_in, certificates={"early1": {"days": 80}})),
     "renewfailures": Key(True, NO_BOOLEAN, {"files"}, Scene(
         {"log", "files"}, nothing, refused)),
+    "renewalinfo": Key(True, NO_BOOLEAN, set(), Scene(
+        {"requests", "connections", "files"}, nothing, advised)),
     "cronperiod": Key("daily", NO_TEXT, {"files"}, Scene({"files"})),
 }
 

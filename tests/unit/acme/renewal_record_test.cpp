@@ -109,10 +109,12 @@ TEST_F(RenewalRecordTest, KeepsProfileAndChain) {
   ASSERT_EQ(ReadRenewalRecord(kFolder, record_), RecordProblem::kNone);
   EXPECT_EQ(record_.profile, "short");
   EXPECT_EQ(record_.preferred_chain, "Root X");
+  EXPECT_EQ(record_.no_text, "");
   ASSERT_EQ(Read(R"({"server":"s","domains":"a","account":"f","version":2,
                      "profile":null,"preferred_chain":["X"]})"),
             RecordProblem::kNone);
   EXPECT_EQ(record_.profile + record_.preferred_chain, "");
+  EXPECT_EQ(record_.no_text, "preferred_chain");
 }
 
 TEST_F(RenewalRecordTest, NothingOfAnEarlierRecordStays) {

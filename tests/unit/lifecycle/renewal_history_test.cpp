@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "base/json.h"
 #include "host_files.h"
 #include "syslog_capture.h"
 
@@ -88,6 +89,27 @@ TEST_F(RenewalHistoryTest, FailuresAreCountedToABound) {
   RenewalHistory history = ReadRenewalHistory("id");
   NoteFailure(history, SLError(102, "why", "client_v2", 1), kNow);
   EXPECT_EQ(history.failures, 1'000'000);
+}
+
+TEST_F(RenewalHistoryTest, WhatCannotBeUsedIsOneLineInTheLog) {
+  const auto told = [](const std::string& text) {
+    test::SyslogCapture syslog;
+    if (!text.empty()) test::WriteFile(kFile, text);
+    TellUnusableHistory("id");
+    return syslog.Texts();
+  };
+  EXPECT_TRUE(told("").empty()) << "there is none";
+  EXPECT_TRUE(told("{}").empty());
+  EXPECT_TRUE(told(JsonStyledText(ToJson(Failed(2)))).empty());
+  for (const char* text : {"{", "[]", "null", "7", "\"x\""}) {
+    EXPECT_EQ(told(text), std::vector<std::string>{"kova-letsencrypt:# [" + kFile +
+                                                   "] is not used: it is no JSON object."})
+        << text;
+  }
+  EXPECT_EQ(told(R"({"failures": "9", "last_attempt": 5, "msg": "m", "error": 1})"),
+            std::vector<std::string>{"kova-letsencrypt:# [" + kFile +
+                                     "] has members of another type, which are not used: "
+                                     "last_attempt, failures"});
 }
 
 TEST_F(RenewalHistoryTest, ASuccessClearsTheFailures) {
