@@ -271,7 +271,8 @@ KEYS = {
     "renewfailures": Key(True, NO_BOOLEAN, {"files"}, Scene(
         {"log", "files"}, nothing, refused)),
     "renewalinfo": Key(True, NO_BOOLEAN, set(), Scene(
-        {"requests", "connections", "files"}, nothing, advised)),
+        {"requests", "connections", "log", "files"}, nothing, advised,
+        certificates={"days90": {"days": 90}})),
     "cronperiod": Key("daily", NO_TEXT, {"files"}, Scene({"files"})),
 }
 
