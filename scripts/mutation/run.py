@@ -7,6 +7,7 @@ what it should not.
 
 import argparse
 import concurrent.futures
+import filecmp
 import os
 import pathlib
 import queue
@@ -54,13 +55,22 @@ def run(command, limit=None, **options):
     return process.returncode == 0, output
 
 
+def bring(source, target):
+    """Copies a file that is another. It is then new: what was built from a mutant is built again."""
+    if not os.path.exists(target) or not filecmp.cmp(source, target, shallow=False):
+        shutil.copyfile(source, target)
+        shutil.copymode(source, target)
+
+
 class Worker:
     """A copy of the tree, and its build."""
 
     def __init__(self, name):
         self.tree = TREE / "build/mutants" / name
-        shutil.rmtree(self.tree / "src", ignore_errors=True)
-        shutil.copytree(TREE, self.tree, symlinks=True, dirs_exist_ok=True,
+        for path in (self.tree / "src").glob("**/*.*"):
+            if not (TREE / path.relative_to(self.tree)).exists():
+                path.unlink()
+        shutil.copytree(TREE, self.tree, symlinks=True, dirs_exist_ok=True, copy_function=bring,
                         ignore=lambda folder, _: ["build", ".git"] if folder == str(TREE) else [])
         self.changed = None  # the file that holds a mutant
         # An unused variable makes no mutant invalid.

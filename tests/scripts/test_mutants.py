@@ -121,6 +121,15 @@ def test_tests_that_fail_without_a_mutant_are_told(toy):
     assert mutants(toy, "--room", "toy")[0] == 1
 
 
+def test_a_second_run_does_not_start_from_the_last_mutant_of_the_first(toy):
+    seed = next(str(number) for number in range(1000) if mutants(
+        toy, "--list", "--sample", "1", "--seed", str(number))[1] == [
+            "src/toy/toy.cpp:13: `==` -> `!=`"])
+    for _ in range(2):
+        assert mutants(toy, "--sample", "1", "--seed", seed) == (
+            0, ["toy: 1 killed, 0 survived, 0 invalid; 100% of the valid mutants killed"])
+
+
 def test_the_tree_itself_is_left_as_it_is(toy):
     mutants(toy, "--room", "toy", "--sample", "1")
     assert (toy / "src/toy/toy.cpp").read_text() == SOURCE
