@@ -191,6 +191,8 @@ TEST_F(Request, IsQuietAtDebugLevel0) {
 TEST_F(Request, NamesItsUrlAtDebugLevel1) {
   EXPECT_EQ(DebugOutput(1, [this] { http_.Get(server_.Url("/a")); }),
             "DEBUG: GET Request: " + server_.Url("/a") + "\n");
+  EXPECT_EQ(DebugOutput(1, [this] { http_.GetUnredirected(server_.Url("/a")); }),
+            "DEBUG: GET Request: " + server_.Url("/a") + "\n");
   EXPECT_EQ(DebugOutput(1, [this] { http_.Post(server_.Url("/a"), Json::Value("x")); }),
             "DEBUG: Post Request: " + server_.Url("/a") + "\n");
 }
