@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kova {
 
@@ -36,7 +37,13 @@ struct Settings {
   bool staged_update = false;                   // stagedupdate
   std::optional<std::string> profile;           // profile: of the CA's directory
   std::optional<std::string> preferred_chain;   // preferredchain: common name of its top issuer
+  std::vector<std::string> ignored;             // keys whose values are of a wrong type
 };
+
+// One message for each of the ignored keys. Those that have always been there (debuglog, server,
+// renew_before_expire_days, skipdns01, kovaddns) are ignored in silence; keytype has a message of
+// its own where it is used.
+void TellIgnoredKeys(const Settings& settings);
 
 // `debuglog`: messages to syslog, and the debug level forced to 2 when it is not zero.
 void ApplyDebugSettings(const Settings& settings);

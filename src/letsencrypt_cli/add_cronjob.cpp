@@ -5,7 +5,9 @@ namespace kova {
 
 // The arguments are ignored, and so is whether the job could be added.
 int AddCronjobCommand(int /*argc*/, char** /*argv*/) {
-  AddRenewalJobWhenNeeded(RenewalSettings::Read());
+  const RenewalSettings settings = RenewalSettings::Read();
+  TellIgnoredKeys(settings);
+  AddRenewalJobWhenNeeded(settings);
   return 0;
 }
 

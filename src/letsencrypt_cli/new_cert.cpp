@@ -38,6 +38,7 @@ int NewCertCommand(int argc, char** argv) {
     return 1;
   }
   ApplyDebugSettings(settings);
+  TellIgnoredKeys(settings);
   const std::optional<SLError> failure = Capture([&given, &settings] {
     const std::string folder = IssueVisibly(given, settings);
     AddRenewalJob(settings);  // a certificate without its renewal job is still a success

@@ -15,6 +15,7 @@ int RenewCommand(int argc, char** argv) {
   }
   const RenewalSettings settings = RenewalSettings::Read();
   ApplyDebugSettings(settings);
+  TellIgnoredKeys(settings);
   const RenewalOutcome outcome = Renew(ArchivedCertificate::OfId(given.certificate_id), settings);
   if (outcome.failure) PrintFailure(*outcome.failure);
   if (!outcome.renewed) return 1;

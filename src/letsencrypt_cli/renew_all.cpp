@@ -14,6 +14,7 @@ int RenewAllCommand(int argc, char** argv) {
   }
   const RenewalSettings settings = RenewalSettings::Read();
   ApplyDebugSettings(settings);
+  TellIgnoredKeys(settings);
   RenewAll(settings, PrintFailure);
   return 0;
 }

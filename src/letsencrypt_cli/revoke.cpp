@@ -17,6 +17,7 @@ int RevokeCommand(int argc, char** argv) {
   }
   const Settings settings = Settings::Read();
   ApplyDebugSettings(settings);
+  TellIgnoredKeys(settings);
   DebugStep("revoke certificate. [%s].", given.certificate_id.c_str());
   const ArchivedCertificate certificate = ArchivedCertificate::OfId(given.certificate_id);
   Revoke(certificate, settings);

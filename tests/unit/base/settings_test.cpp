@@ -12,6 +12,7 @@
 
 #include "base/debug.h"
 #include "base/renewal_settings.h"
+#include "syslog_capture.h"
 
 namespace kova {
 namespace {
@@ -165,6 +166,23 @@ TEST_F(SettingsFile, HasNothingForRenewingInAnotherType) {
   }
   ReadOf(R"({"cronperiod": 7})");
   EXPECT_EQ(RenewalSettings::Read().cron_period, std::nullopt);
+}
+
+TEST_F(SettingsFile, TellsWhichKeysItIgnores) {
+  ReadOf(R"({"debuglog": "1", "server": 1, "renew_before_expire_days": "1", "skipdns01": 1,
+             "kovaddns": 1, "keytype": 1, "orderattempts": 0, "noncerefill": true,
+             "profile": null, "cronperiod": 7, "transfertimeout": 1})");
+  EXPECT_EQ(Settings::Read().ignored, (std::vector<std::string>{"orderattempts", "profile"}));
+  const RenewalSettings settings = RenewalSettings::Read();
+  EXPECT_EQ(settings.ignored, (std::vector<std::string>{"orderattempts", "profile", "cronperiod"}));
+  test::SyslogCapture syslog;
+  TellIgnoredKeys(settings);
+  std::vector<std::string> expected;
+  for (const char* key : {"orderattempts", "profile", "cronperiod"}) {
+    expected.push_back("kova-letsencrypt:# Ignored key [" + std::string(key) +
+                       "], its value is of a wrong type. [" + kSettingsPath + "]");
+  }
+  EXPECT_EQ(syslog.Texts(), expected);
 }
 
 TEST_F(SettingsFile, IsReadAnewEachTime) {
