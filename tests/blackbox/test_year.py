@@ -4,39 +4,18 @@ and an outage of three days in the middle. Every run is compared with what the r
 import datetime
 import json
 import os
-import time
 
 import pytest
 from cryptography import x509
 from lib import expect, paths
-from lib.acme_ca import AcmeCa
-from lib.http_script import Reply
+from lib.dated_ca import DAYS, DatedCa
 
 DAY, HOUR = 86400, 3600
-DAYS = {"ninety.host.example": 90, "fortyfive.host.example": 45, "six.host.example": 6}
 HISTORIES = "/usr/kova/etc/letsencrypt/renewal"
 CLI = "/usr/kova/sbin/kova-archive"
 # What a renewal asks for; an attempt during an outage gets as far as the first.
 RENEWAL = ["directory", "newNonce", "newOrder", "authz", "challenge", "authz", "finalize",
            "certificate"]
-
-
-class DatedCa(AcmeCa):
-    """Issues at the moment of its clock, dated an hour back; each name has a lifetime of its own."""
-
-    def __init__(self):
-        super().__init__()
-        self.moment = int(time.time())
-        self.issuer.now = lambda: datetime.datetime.utcfromtimestamp(self.moment)
-
-    def _issue(self, order, csr):
-        self.issuer.days = DAYS[order.names[0]] - HOUR / DAY
-        super()._issue(order, csr)
-
-    def outage(self, lasts):
-        for endpoint in [*self.links, "directory", "authz", "challenge", "order", "finalize",
-                         "certificate"]:
-            self.always(endpoint, Reply(drop=True) if lasts else None)
 
 
 class Rules:

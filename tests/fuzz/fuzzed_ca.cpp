@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/sl_error.h"
+#include "base/unfinished_folder.h"
 #include "host_files.h"
 #include "platform/clock.h"
 #include "property.h"
@@ -79,10 +80,16 @@ void CheckIssuance(const std::function<void()>& issue) {
     issued = false;
   }
   KOVA_REQUIRE(test::ListFolder(test::kTokenFolder).empty());
-  const auto folders = test::ListFolder(test::kArchive);
-  KOVA_REQUIRE(folders.size() == (issued ? 1U : 0U));
-  if (!issued) return;
-  const std::string folder = std::string(test::kArchive) + "/" + folders[0];
+  auto entries = test::ListFolder(test::kArchive);
+  if (!issued) {
+    KOVA_REQUIRE(entries.empty());
+    return;
+  }
+  // The mark that says whose folder it is, until its issuance is through, comes before it.
+  KOVA_REQUIRE(entries.size() == 2 && entries[0] == "." + entries[1] + ".unfinished");
+  const std::string folder = std::string(test::kArchive) + "/" + entries[1];
+  KOVA_REQUIRE(KeepUnfinished(folder));
+  KOVA_REQUIRE(test::ListFolder(test::kArchive).size() == 1);
   KOVA_REQUIRE(test::ListFolder(folder).size() == 5);
   KOVA_REQUIRE(test::ModeOf(folder + "/privkey.pem") == 0400);
 }

@@ -25,7 +25,10 @@ def window(start, end, **more):
 
 def identifier(path):
     """The identifier of the first certificate of a PEM file."""
-    leaf = x509.load_pem_x509_certificate(expect.read(path).encode())
+    return identifier_of(x509.load_pem_x509_certificate(expect.read(path).encode()))
+
+
+def identifier_of(leaf):
     key = leaf.extensions.get_extension_for_class(x509.AuthorityKeyIdentifier).value.key_identifier
     # A sign bit's room: an octet more when the highest bit is set.
     serial = leaf.serial_number.to_bytes(leaf.serial_number.bit_length() // 8 + 1, "big")
