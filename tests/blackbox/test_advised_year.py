@@ -6,12 +6,8 @@ import os
 
 import pytest
 from lib import expect, paths
-from lib.dated_ca import DAY, DAYS, HOUR, InformingCa
+from lib.dated_ca import DAY, DAYS, HOUR, RENEWAL, DatedRuns, InformingCa
 from lib.renewal_info import HISTORY, identifier, seconds_of
-
-CLI = "/usr/kova/sbin/kova-archive"
-RENEWAL = ["directory", "newNonce", "newOrder", "authz", "challenge", "authz", "finalize",
-           "certificate"]
 
 
 @pytest.fixture
@@ -22,24 +18,15 @@ def ca():
     assert informing.violations == []
 
 
-class AdvisedYear:
+class AdvisedYear(DatedRuns):
     """Before each run the kept advice says which certificates may be renewed in it, after it which
     had to be."""
 
     def __init__(self, host, ca):
-        self.host, self.ca = host, ca
-        self.days = {self._obtain(name): days for name, days in DAYS.items()}
+        super().__init__(host, ca)
+        self.days = {self.obtain(name): days for name, days in DAYS.items()}
         self.renewals = {identity: [ca.moment] for identity in self.days}
         self.requests = self.idle_runs = 0
-
-    def run(self, *args, **options):
-        return self.host.run(*args, env={"KOVA_WALL_CLOCK": str(self.ca.moment)}, **options)
-
-    def _obtain(self, name):
-        result = self.run("new-cert", "-s", self.ca.directory, "-d", name, "-m", "a@host.example")
-        identity = os.path.basename(expect.issued(result, [name]))
-        assert self.run("add", identity, program=CLI).status == 0
-        return identity
 
     def known_as(self, identity):
         return identifier(f"{paths.ARCHIVE}/{identity}/cert.pem")

@@ -8,14 +8,8 @@ import os
 import pytest
 from cryptography import x509
 from lib import expect, paths
-from lib.dated_ca import DAYS, DatedCa
-
-DAY, HOUR = 86400, 3600
-HISTORIES = "/usr/kova/etc/letsencrypt/renewal"
-CLI = "/usr/kova/sbin/kova-archive"
-# What a renewal asks for; an attempt during an outage gets as far as the first.
-RENEWAL = ["directory", "newNonce", "newOrder", "authz", "challenge", "authz", "finalize",
-           "certificate"]
+from lib.dated_ca import DAY, DAYS, HOUR, RENEWAL, DatedCa, DatedRuns
+from lib.renewal_info import HISTORY
 
 
 class Rules:
@@ -47,23 +41,14 @@ class Rules:
             self.notices.append(now)
 
 
-class Year:
+class Year(DatedRuns):
     def __init__(self, host, ca):
-        self.host, self.ca = host, ca
+        super().__init__(host, ca)
         self.begin = ca.moment
         self.told = host.workspace + "/told"
         host.hook("notify", f'echo "$1 $2" >> {self.told}\n')
-        self.rules = {self._obtain(name): Rules(ca.moment, days) for name, days in DAYS.items()}
+        self.rules = {self.obtain(name): Rules(ca.moment, days) for name, days in DAYS.items()}
         self.runs = self.idle_runs = self.requests = self.requests_in_vain = 0
-
-    def run(self, *args, **options):
-        return self.host.run(*args, env={"KOVA_WALL_CLOCK": str(self.ca.moment)}, **options)
-
-    def _obtain(self, name):
-        result = self.run("new-cert", "-s", self.ca.directory, "-d", name, "-m", "a@host.example")
-        identity = os.path.basename(expect.issued(result, [name]))
-        assert self.run("add", identity, program=CLI).status == 0
-        return identity
 
     def at(self, moment, outage):
         """One renew-all at that moment: exactly what is due is renewed, and asked for."""
@@ -93,7 +78,7 @@ class Year:
         leaf = x509.load_pem_x509_certificate(
             expect.read(f"{paths.ARCHIVE}/{identity}/cert.pem").encode())
         assert leaf.not_valid_after.replace(tzinfo=datetime.timezone.utc).timestamp() == rules.end
-        history = json.loads(expect.read(f"{HISTORIES}/{identity}.json"))
+        history = json.loads(expect.read(f"{HISTORY}/{identity}.json"))
         assert history["failures"] == rules.failures
         assert history["last_attempt"] == datetime.datetime.utcfromtimestamp(moment).strftime(
             "%Y-%m-%dT%H:%M:%SZ")

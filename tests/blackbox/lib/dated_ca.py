@@ -1,13 +1,18 @@
 """A CA with a clock that a test moves, whose certificates live as long as their name says."""
 
 import datetime
+import os
 import time
 
+from . import expect
 from .acme_ca import AcmeCa
 from .http_script import Reply
 from .renewal_info import identifier_of
 
 DAY, HOUR = 86400, 3600
+# What a renewal asks for; an attempt during an outage gets as far as the first.
+RENEWAL = ["directory", "newNonce", "newOrder", "authz", "challenge", "authz", "finalize",
+           "certificate"]
 DAYS = {"ninety.host.example": 90, "fortyfive.host.example": 45, "six.host.example": 6}
 
 
@@ -47,6 +52,23 @@ class InformingCa(DatedCa):
     def _renewalInfo(self, request):
         start, end = map(_text, self.windows[request.path.rsplit("/", 1)[1]])
         return Reply(200, {"suggestedWindow": {"start": start, "end": end}}, nonce=None)
+
+
+class DatedRuns:
+    """Runs of the program at the moment of the CA's clock."""
+
+    def __init__(self, host, ca):
+        self.host, self.ca = host, ca
+
+    def run(self, *args, **options):
+        return self.host.run(*args, env={"KOVA_WALL_CLOCK": str(self.ca.moment)}, **options)
+
+    def obtain(self, name):
+        """Issues a certificate and enters it in the index; its id."""
+        result = self.run("new-cert", "-s", self.ca.directory, "-d", name, "-m", "a@host.example")
+        identity = os.path.basename(expect.issued(result, [name]))
+        assert self.run("add", identity, program="/usr/kova/sbin/kova-archive").status == 0
+        return identity
 
 
 def _text(moment):
