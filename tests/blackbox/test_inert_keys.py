@@ -287,8 +287,7 @@ ON = [pytest.param(key, plain, id=f"{key}-{'plain' if plain else 'telling'}")
 def test_of_another_type_it_changes_nothing_and_is_told(key, value):
     observed = observe({key: value}, KEYS[key].telling)
     before = absent(key, plain=False)
-    told = KEYS[key].told or (f"kova-letsencrypt:# Ignored key [{key}], its value is of a wrong type. "
-                              f"[{paths.SETTINGS}]")
+    told = KEYS[key].told or expect.ignored_key(key, "wrong")[0]
     lines = [line[3] for line in observed.log]
     observed.log = [line for line in observed.log if line[3] != told]
     assert observed.differs_from(before) == set()

@@ -33,6 +33,13 @@ def gave_up(result, code, message=None, file="client_v2", attempts=3):
         assert retries(result) == [retry_line(code, message, file)] * attempts
 
 
+def ignored_key(key, value):
+    """The log's lines of one run about the value of a boolean settings key, None where it is absent."""
+    if value is None or isinstance(value, bool):
+        return []
+    return [f"kova-letsencrypt:# Ignored key [{key}], its value is of a wrong type. [{paths.SETTINGS}]"]
+
+
 def retry_line(code, message, file="client_v2"):
     return "kova-letsencrypt:# " + RETRY % failure_text(code, message, file).rstrip("\n")
 
