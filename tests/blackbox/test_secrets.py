@@ -120,9 +120,9 @@ def fill(host, folder, free):
 
 
 def test_files_of_a_renewed_folder_go_when_the_disk_is_full(host, ca, account):
-    # The folder's five files are replaced one by one; a failure removes all of them, which its
-    # callers know, and keeps what is not theirs.
-    host.settings(orderattempts=1, skipdns01=True)
+    # Without stagedupdate the folder's five files are replaced one by one; a failure removes all of
+    # them, which its callers know, and keeps what is not theirs.
+    host.settings(orderattempts=1, skipdns01=True, stagedupdate=None)
     host.mount(paths.ARCHIVE, mode=0o700, size=64 * 4096)
     folder = paths.ARCHIVE + "/AbC123"
     for name in paths.CERTIFICATE_FILES:

@@ -33,9 +33,10 @@ def gave_up(result, code, message=None, file="client_v2", attempts=3):
         assert retries(result) == [retry_line(code, message, file)] * attempts
 
 
-def ignored_key(key, value):
-    """The log's lines of one run about the value of a boolean settings key, None where it is absent."""
-    if value is None or isinstance(value, bool):
+def ignored_key(key, value, right=bool):
+    """The log's lines of one run about the value of a settings key that is to be of type `right`; it
+    is None where the key is absent."""
+    if value is None or isinstance(value, right):
         return []
     return [f"kova-letsencrypt:# Ignored key [{key}], its value is of a wrong type. [{paths.SETTINGS}]"]
 
