@@ -1,6 +1,6 @@
 #!/bin/bash
 # Runs clang-tidy with the tree's configuration on the sources that the last 20 commits touched, a
-# touched header by a source that includes it; at most 60 of them, the newest first. Prints the
+# touched header by a source that includes it; at most 40 of them, the newest first. Prints the
 # findings and fails when there is one.
 #
 # usage: tidy.sh [--list] [--thorough | SOURCE...]
@@ -10,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 commits=20
-most=60
+most=40
 
 # The sources that show what is wrong in a touched file: itself, or for a header its own source, or
 # else the first that includes it.
