@@ -35,7 +35,7 @@ constexpr char kUsage[] =
 
 bool ParseOptions(int argc, char** argv, const char* accepted, CommandOptions& options) {
   opterr = isatty(STDERR_FILENO);  // getopt's own words are for people
-  optind = 1;
+  optind = 0;  // begins anew: 1 would go on in the middle of a word of an earlier call
   for (int option = 0; (option = getopt(argc, argv, accepted)) != -1;) {
     switch (option) {
       case 'c':
