@@ -195,19 +195,6 @@ def test_a_default_that_cannot_be_read_is_not_taken_for_none(cli):
     assert expect.read(INDEX) == before and os.path.isdir(folder_of("std"))
 
 
-def test_without_memory_it_ends_with_one_line(cli):
-    cli.write_index('{"abc": {"desc": "' + "x" * 50000000 + '"}}')
-    said = set()
-    for megabytes in range(60, 500, 40):
-        limited = ["/usr/bin/prlimit", f"--as={megabytes * 1000000}", PROGRAM, "list"]
-        run = subprocess.run(limited, env=ENVIRONMENT, capture_output=True, check=False)
-        assert run.returncode in (0, 1), (megabytes, run.returncode)
-        if run.returncode == 1:
-            assert run.stdout == b"" and run.stderr.count(b"\n") == 1
-            said.add(run.stderr)
-    assert b"kova-archive: out of memory\n" in said
-
-
 def test_unbind_carries_the_other_members_of_the_service(cli):
     cli.certificate("abc", service(colour=7, display_name_i18n="web:site"))
     cli.certificate("std")
