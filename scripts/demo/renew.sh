@@ -78,8 +78,11 @@ END
   /usr/libexec/certificate.d/nginx
 }
 
-# A certificate that "Let's Encrypt" issued and that ends in five days takes the place of the new
-# one. The renewal record stays, so it is renewed at the CA of the demo.
+# As certificates are dated, so long from now.
+moment() { date -u -d "$1" +%Y%m%d%H%M%SZ; }
+
+# A certificate that "Let's Encrypt" issued 85 days ago and that ends in five takes the place of the
+# new one. The renewal record stays, so it is renewed at the CA of the demo.
 make_it_due() {
   local new=$work/due
   mkdir "$new"
@@ -87,8 +90,13 @@ make_it_due() {
     -keyout "$new/root.key" -out "$new/chain.pem"
   openssl req -newkey rsa:2048 -nodes -subj "/CN=$name" \
     -keyout "$new/privkey.pem" -out "$new/request"
-  openssl x509 -req -in "$new/request" -CA "$new/chain.pem" -CAkey "$new/root.key" \
-    -CAcreateserial -days 5 -extfile <(echo "subjectAltName=DNS:${names//;/,DNS:}") \
+  # Only "ca" takes the moments; it wants a database for that.
+  printf '%s\n' "[ca]" "default_ca = demo" "[demo]" "database = $new/issued" "policy = any" \
+    "new_certs_dir = $new" "rand_serial = yes" "[any]" "commonName = supplied" > "$new/config"
+  : > "$new/issued"
+  openssl ca -batch -notext -md sha256 -config "$new/config" -in "$new/request" \
+    -cert "$new/chain.pem" -keyfile "$new/root.key" -startdate "$(moment "-85 days")" \
+    -enddate "$(moment "+5 days")" -extfile <(echo "subjectAltName=DNS:${names//;/,DNS:}") \
     -out "$new/cert.pem"
   cat "$new/cert.pem" "$new/chain.pem" > "$new/fullchain.pem"
   for file in cert.pem chain.pem fullchain.pem privkey.pem; do
