@@ -66,7 +66,7 @@ def rows(results):
         for name, cost in medians.items():
             bar = COMMANDS[name][1]
             ratio = cost.cpu / loop.cpu if loop.cpu else float("nan")
-            yield [name.replace(" ", "_"), size, f"{cost.cpu:.3f}", f"{cost.wall:.3f}",
+            yield [name.replace(" ", "_").replace("--", ""), size, f"{cost.cpu:.3f}", f"{cost.wall:.3f}",
                    f"{cost.peak:.1f}", f"{ratio:.2f}",
                    "" if bar is None else f"{'yes' if ratio <= bar else 'NO'} (at most {bar})"]
 

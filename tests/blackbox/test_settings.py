@@ -141,3 +141,18 @@ def test_skipdns01_of_another_type_is_off(host, ca, account, value):
     expect.issued(result)
     assert "Skip dns challenge is enabled" not in result.debug
     assert "dns-01 is not support for www.host.example" in result.debug
+
+
+@pytest.mark.parametrize("arguments", [["add-cronjob"], ["renew", "-c", "none"], ["renew-all"],
+                                       ["revoke", "-c", "none"], ["new-cert", "-d", "a.example", "-m",
+                                        "a@b.example", "-s", "http://127.0.0.1:9/"]])
+@pytest.mark.parametrize("value", ["true", True])
+def test_a_value_of_a_wrong_type_is_told_once_by_every_command(host, arguments, value):
+    host.settings(noncerefill=value)
+    told = [text for text in host.run(*arguments).errors if "Ignored key" in text]
+    assert told == expect.ignored_key("noncerefill", value)
+
+
+def test_the_oldest_keys_are_ignored_in_silence(host):
+    host.bare_settings(debuglog="1", server=1, renew_before_expire_days="1", skipdns01=1, kovaddns=1)
+    assert not any("Ignored key" in text for text in host.run("renew-all").errors)

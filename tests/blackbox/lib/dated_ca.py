@@ -35,7 +35,7 @@ class DatedCa(AcmeCa):
 
 
 class InformingCa(DatedCa):
-    """Gives renewal information as well: a window in the second third of each certificate's life."""
+    """Gives renewal information as well: a window from three to four tenths of each life."""
 
     def __init__(self):
         super().__init__()
