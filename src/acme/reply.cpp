@@ -25,6 +25,12 @@ std::string ProblemDetail(const HttpResponse& response) {
   return TextMember(GetJsonBody(response), "detail");
 }
 
+SLError WithCause(SLError error, const HttpResponse& response) {
+  Json::Value body;
+  if (JsonFromText(response.body, body)) error.cause = TextMember(body, "detail");
+  return error;
+}
+
 std::string RequiredText(const char* tag, const Json::Value& object, const char* name) {
   const Json::Value& member = Member(object, name);
   if (!member.isString()) throw Error(code::kProtocol, tag, kUnexpected);
@@ -51,7 +57,7 @@ void RequireRegistered(const char* tag, const HttpResponse& response, const char
     case 429:
       throw SLError::FromServerText(code::kAccountRateLimit, tag, ProblemDetail(response));
     default:
-      throw Error(code::kProtocol, tag, unexpected);
+      throw WithCause(Error(code::kProtocol, tag, unexpected), response);
   }
 }
 

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "base/sl_error.h"
 #include "net/client_network.h"
 
 namespace kova {
@@ -22,6 +23,9 @@ Json::Value ObjectBody(const char* tag, const HttpResponse& response);
 
 // The reply's "detail", or an empty string; throws SLError 200 when the body is not JSON.
 std::string ProblemDetail(const HttpResponse& response);
+
+// The failure with the reply's "detail" as its cause, if it has one. Throws nothing.
+SLError WithCause(SLError error, const HttpResponse& response);
 
 // A member that the protocol says is a string; throws SLError 200 "unexpect json response." when it
 // is missing or something else.

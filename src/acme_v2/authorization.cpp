@@ -68,15 +68,15 @@ const Json::Value* FindChallenge(const Json::Value& authorization, const std::st
 Json::Value FetchAuthorization(Session& session, const std::string& url) {
   const HttpResponse response = session.PostAsGet(url);
   if (response.status != 200) {
-    throw Error(code::kProtocol, kTag, "new_authz info: unexpect httpcode.");
+    throw WithCause(Error(code::kProtocol, kTag, "new_authz info: unexpect httpcode."), response);
   }
   return ObjectBody(kTag, response);
 }
 
 void RespondChallenge(Session& session, const std::string& url) {
-  if (session.PostJws(url, Json::Value(Json::objectValue)).status != 200) {
-    throw Error(code::kProtocol, kTag, "challenge: unexpect httpcode.");
-  }
+  const HttpResponse response = session.PostJws(url, Json::Value(Json::objectValue));
+  if (response.status == 200) return;
+  throw WithCause(Error(code::kProtocol, kTag, "challenge: unexpect httpcode."), response);
 }
 
 void WaitAuthorization(Session& session, const std::string& url, const std::string& type) {

@@ -48,6 +48,16 @@ void Authorizer::DoAuthorization(Session& session, const std::string& url) {
     return;
   }
   const std::string name = RequiredText(kTag, Member(authorization, "identifier"), "value");
+  try {
+    Prove(session, url, authorization, name);
+  } catch (SLError& error) {
+    error.name = name;
+    throw;
+  }
+}
+
+void Authorizer::Prove(Session& session, const std::string& url, const Json::Value& authorization,
+                       const std::string& name) {
   for (size_t index = 0; index < types_.size();) {
     const std::string type = types_[index];
     const std::shared_ptr<LeChallenge> challenge = ChallengeFactory(type, name, session.Http());

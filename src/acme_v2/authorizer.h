@@ -32,6 +32,8 @@ class Authorizer {
   void BeginAttempt() { type_used_up_ = false; }
 
  private:
+  void Prove(Session& session, const std::string& url, const Json::Value& authorization,
+             const std::string& name);
   bool TryChallenge(Session& session, const std::string& url, const Json::Value& authorization,
                     LeChallenge& challenge);
   void Validate(Session& session, const std::string& authorization_url,

@@ -48,9 +48,10 @@ void RequireFinalized(const HttpResponse& response) {
     LogError(kTag, "Failed to new cert due to badnonce");
     throw Error(code::kBadNonceFinalize, kTag, "badnonce for new-cert");
   }
-  // The reply's own error is not consulted here, on purpose.
+  // The log and the message do not consult the reply's own error, on purpose.
   LogError(kTag, "Failed to new cert with %s (%s) [%ld]", "unknown", "unknown", response.status);
-  throw Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (new-cert)");
+  throw WithCause(Error(code::kProtocol, kTag, "new-cert: Unexpect httpcode. (new-cert)"),
+                  response);
 }
 
 // Throws when the CA has given the order up.

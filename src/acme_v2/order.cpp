@@ -91,10 +91,12 @@ Order NewOrder(Session& session, const std::vector<std::string>& names,
     case 429:
       throw SLError::FromServerText(code::kOrderRateLimit, kTag, ProblemDetail(response));
     case 400:
-      throw SLError::FromServerText(code::kRefused, kTag,
-                                    "Failed to issue order" + JsonToString(GetJsonBody(response)));
+      throw WithCause(
+          SLError::FromServerText(code::kRefused, kTag,
+                                  "Failed to issue order" + JsonToString(GetJsonBody(response))),
+          response);
     default:
-      throw Error(code::kProtocol, kTag, "new_authz: unexpect httpcode.");
+      throw WithCause(Error(code::kProtocol, kTag, "new_authz: unexpect httpcode."), response);
   }
   const Json::Value document = ObjectBody(kTag, response);
   Order order;

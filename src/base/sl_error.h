@@ -49,6 +49,10 @@ class SLError {
   std::string message;
   std::string file;
   int line;
+
+  // For people alone, in no document; empty when there is nothing to add.
+  std::string name{};   // the one of several names that it is about
+  std::string cause{};  // what the CA said, where `message` keeps that to itself
 };
 
 // Shorthand for the throw sites: throw Error(code::kProtocol, kTag, "Directory Member missing.");

@@ -65,7 +65,7 @@ void LogFailedAttempt(const std::string& reason) {
 std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
                              int order_attempts) {
   AttemptBound bound(order_attempts);
-  int last_code = code::kRefused;
+  SLError last = Error(code::kRefused, kTag, "Failed to new certificate.");
   while (client.HasChallengeTypes()) {
     try {
       const Order order = client.NewOrder(options.names, options.profile);
@@ -73,13 +73,15 @@ std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
       return client.NewCertificate(order, options);
     } catch (const SLError& error) {
       LogFailedAttempt(ErrorToLine(error));
-      last_code = error.code;
+      last.code = error.code;
+      last.name = error.name;
+      last.cause = error.cause.empty() ? error.message : error.cause;
     } catch (const std::exception& error) {
       LogFailedAttempt(OnOneLine(error.what()));
     }
     if (!bound.Continue(client)) break;
   }
-  throw Error(last_code, kTag, "Failed to new certificate.");
+  throw last;
 }
 
 // No wildcard rule here, and no second challenge type: deliberate.

@@ -8,6 +8,7 @@
 #include "acme/renewal_record.h"
 #include "error_text.h"
 #include "host_files.h"
+#include "lifecycle/failure.h"
 #include "output_capture.h"
 #include "scripted_ca.h"
 #include "sleep_counter.h"
@@ -95,6 +96,25 @@ TEST_F(IssueLoop, ATypeThatFailedIsUsedUpAndTheRestTried) {
   EXPECT_EQ(ErrorOfIssue(), std::string("110") + kGaveUp);
   EXPECT_EQ(ca_.Count(kOrder), 1U);
   EXPECT_THAT(FailedAttempts(), SizeIs(1));
+}
+
+TEST_F(IssueLoop, WhatTheAuthoritySaidOfWhichNameIsKeptForPeople) {
+  ca_.Always("POST /authz/1",
+             HttpReply::Json(200, ca_.FailedAuthorization("b.example", "http-01", "unauthorized",
+                                                          "wrong token")));
+  const std::optional<SLError> failure = Capture([&] { Issue({"a.example", "b.example"}); });
+  ASSERT_TRUE(failure.has_value());
+  EXPECT_EQ(failure->message, "Failed to new certificate.");
+  EXPECT_EQ(failure->name, "b.example");
+  EXPECT_EQ(failure->cause, "wrong token");
+}
+
+TEST_F(IssueLoop, TheDetailOfARefusedOrderIsKeptForPeople) {
+  ca_.Always(kOrder, ScriptedCa::Problem(400, "rejectedIdentifier", "not that name"));
+  const std::optional<SLError> failure = Capture([&] { Issue(); });
+  ASSERT_TRUE(failure.has_value());
+  EXPECT_EQ(failure->name, "");
+  EXPECT_EQ(failure->cause, "not that name");
 }
 
 TEST_F(IssueLoop, ANameOfASingleStarIsNoSLError) {
