@@ -40,7 +40,26 @@ install(FILES ${PROJECT_SOURCE_DIR}/data/completion/kova-letsencrypt
               ${PROJECT_BINARY_DIR}/completion/kova-archive
         DESTINATION ${KOVA_COMPLETIONDIR})
 
-install(PROGRAMS packaging/examples/dns-txt-rfc2136 DESTINATION share/doc/${PROJECT_NAME}/examples)
+# kova_install_documents(FOLDER ...): what there is to read, and the examples, all of them programs.
+function(kova_install_documents folder)
+  install(FILES README.md DESTINATION ${folder} ${ARGN})
+  install(FILES docs/formats.md docs/reliability.md DESTINATION ${folder}/docs ${ARGN})
+  install(DIRECTORY packaging/examples/ DESTINATION ${folder}/examples ${ARGN}
+          FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+                           WORLD_READ WORLD_EXECUTE)
+endfunction()
+# The package has a place of its own for them (KovaPackage.cmake).
+kova_install_documents(share/doc/${PROJECT_NAME} COMPONENT documents)
+
+# Nobody's PATH leads below the prefix: the system's folder gets links, relative ones, which lead to
+# the same place from outside of a staging folder or a container.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr/kova")
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/links)
+  foreach(program kova-letsencrypt kova-archive)
+    file(CREATE_LINK ../kova/sbin/${program} ${PROJECT_BINARY_DIR}/links/${program} SYMBOLIC)
+    install(FILES ${PROJECT_BINARY_DIR}/links/${program} DESTINATION /usr/sbin)
+  endforeach()
+endif()
 
 # Administrators edit the settings, so a later installation leaves them alone.
 install(CODE "set(kova_settings \"${PROJECT_SOURCE_DIR}/data/letsencrypt.default\")")
@@ -58,3 +77,11 @@ install(DIRECTORY DESTINATION etc/certificate/_archive
 install(DIRECTORY DESTINATION libexec/platform.d
         DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
                               WORLD_READ WORLD_EXECUTE)
+
+# The package's own scripts do the same.
+install(SCRIPT ${PROJECT_SOURCE_DIR}/cmake/InstallState.cmake COMPONENT state)
+
+add_custom_target(uninstall
+  COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR} -D PREFIX=${CMAKE_INSTALL_PREFIX}
+          -P ${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake
+  COMMENT "Taking away what was installed" USES_TERMINAL VERBATIM)

@@ -19,6 +19,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackageTools.cmake)
 # openssl: the default certificates; ca-certificates: trust in the CA's server; cron: renewal.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "openssl, ca-certificates, cron | cron-daemon")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "nginx | httpd, bash-completion")
@@ -49,9 +50,14 @@ configure_file(${kova_debian}/copyright.in ${kova_papers}/copyright @ONLY)
 install(FILES ${kova_papers}/changelog.Debian.gz ${kova_papers}/changelog.gz
               ${kova_papers}/copyright
         DESTINATION /usr/share/doc/${PROJECT_NAME} COMPONENT papers EXCLUDE_FROM_ALL)
+kova_install_documents(/usr/share/doc/${PROJECT_NAME} COMPONENT papers EXCLUDE_FROM_ALL)
 install(FILES ${kova_debian}/lintian-overrides RENAME ${PROJECT_NAME}
         DESTINATION /usr/share/lintian/overrides COMPONENT papers EXCLUDE_FROM_ALL)
-set(CPACK_INSTALL_CMAKE_PROJECTS
-    "${PROJECT_BINARY_DIR};${PROJECT_NAME};ALL;/;${PROJECT_BINARY_DIR};${PROJECT_NAME};papers;/")
+# Neither "documents", which lie elsewhere here, nor "state", which is for postinst to make on the host.
+set(CPACK_INSTALL_CMAKE_PROJECTS "")
+foreach(component Unspecified papers)
+  list(APPEND CPACK_INSTALL_CMAKE_PROJECTS
+       "${PROJECT_BINARY_DIR}" "${PROJECT_NAME}" ${component} /)
+endforeach()
 
 include(CPack)

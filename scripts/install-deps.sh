@@ -12,7 +12,7 @@ set -euo pipefail
 build=(
   g++ cmake ninja-build pkg-config gzip
   libssl-dev libcurl4-openssl-dev libjsoncpp-dev libminiupnpc-dev
-  openssl ca-certificates
+  openssl ca-certificates file dpkg-dev
 )
 demo=(iproute2 util-linux hostname pebble nginx curl)
 bench=(libbenchmark-dev gnuplot-nox uacme lego certbot dehydrated python3 python3-cryptography)
@@ -20,7 +20,7 @@ test=(
   ccache clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
-  systemd file man-db mandoc bash-completion debootstrap dpkg-dev lintian
+  systemd man-db mandoc bash-completion debootstrap lintian
 )
 
 packages=("${build[@]}" "${demo[@]}" "${test[@]}")

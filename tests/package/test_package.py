@@ -13,6 +13,7 @@ SETTINGS = "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default"
 JOB = "/etc/cron.d/kova-letsencrypt"
 PARKED_JOB = ETC + "/renewal-job.parked"
 PROGRAM = "/usr/kova/sbin/kova-letsencrypt"
+PAPERS = "/usr/share/doc/kova-letsencrypt"
 
 EDITED_JOB = f"# nightly, says the boss\n7 3 * * * root {PROGRAM} renew-all\n"
 EDITED_SETTINGS = '{"orderattempts": 2, "renew_before_expire_days": 20}\n'
@@ -64,21 +65,26 @@ def test_the_package_holds_the_installed_tree(deb):
         mode, owner, *_, name = line.split(" -> ")[0].split()
         assert owner == "root/root"
         packaged[name[1:].rstrip("/")] = mode
+    # Its papers are the package's own, and the index is for postinst to make.
     papers = [name for name in packaged
-              if re.match("/usr/share/(doc|lintian)", name) or not name]
+              if re.match(f"{PAPERS}/(copyright|changelog)|/usr/share/lintian", name) or not name]
     for name in papers:
         del packaged[name]
 
-    staged = {}
+    staged = set()
     stage = os.environ["KOVA_STAGE"]
     for parent, folders, files in os.walk(stage):
-        for entry in [os.path.join(parent, name) for name in folders + files]:
-            staged[entry[len(stage):]] = os.lstat(entry).st_mode
-    assert sorted(packaged) == sorted(staged)
+        staged |= {os.path.join(parent, name)[len(stage):] for name in folders + files}
+    # What there is to read lies where the distribution has such things.
+    staged = {name.replace("/usr/kova/share/doc", "/usr/share/doc") for name in staged}
+    staged -= {INFO, "/usr/kova/share"}
+    assert set(packaged) == staged
+    assert {PAPERS + "/README.md", PAPERS + "/examples/dns-txt-rfc2136"} <= staged
     assert packaged[ARCHIVE] == "drwx------"
     assert packaged["/usr/kova/libexec/platform.d"] == "drwxr-xr-x"
     assert packaged[SETTINGS] == "-rw-r--r--"
     assert packaged[PROGRAM] == packaged["/usr/kova/sbin/kova-archive"] == "-rwxr-xr-x"
+    assert packaged[PAPERS + "/examples/dns-txt-rfc2136"] == "-rwxr-xr-x"
 
 
 def test_lintian_finds_nothing_that_is_not_explained(deb):
@@ -107,6 +113,15 @@ def test_an_installation_makes_an_empty_archive(root, deb):
                  "strictencoding": True, "checkissued": True, "stagedupdate": True}
     assert installed.items() <= json.loads(root.read(SETTINGS)).items()
     assert not root.exists(JOB)
+
+
+def test_both_programs_are_in_everybodys_path(root, deb):
+    root.install(deb)
+    assert root.run("kova-archive", "list") == "The index holds no certificate.\n"
+    assert "new-cert" in root.run("kova-letsencrypt", status=1)
+    root.remove()
+    assert not root.exists("/usr/sbin/kova-archive")
+    assert not root.exists("/usr/sbin/kova-letsencrypt")
 
 
 def test_an_index_that_is_there_is_left_as_it_is(root, deb):
