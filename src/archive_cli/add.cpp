@@ -43,7 +43,7 @@ Json::Value NewEntry(const Arguments& arguments) {
 }
 
 Reply Run(const Arguments& arguments) {
-  const std::string& id = arguments.operands[0];
+  const std::string id = IdOf(arguments.operands[0]);
   RequirePlainId(id);
   FinishRemovals();
   bool added = false;

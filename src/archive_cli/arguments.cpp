@@ -115,7 +115,9 @@ std::string Usage() {
     text += "  " + Padded(std::string(command->word) + " " + command->operands, 20) +
             command->summary + "\n";
   }
-  return text + "\nkova-archive COMMAND --help shows the options of a command.\n";
+  return text +
+         "\nkova-archive COMMAND --help shows the options of a command,\n"
+         "kova-archive --version the version of the program.\n";
 }
 
 std::string Usage(const Command& command) {

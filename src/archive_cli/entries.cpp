@@ -48,6 +48,14 @@ void RequireOwnFolder(const Json::Value& info, const Json::Value& service) {
   }
 }
 
+std::string IdOf(const std::string& id_or_folder) {
+  const std::string root = std::string(cert_archive::kArchiveRoot) + "/";
+  if (!id_or_folder.starts_with(root)) return id_or_folder;
+  std::string id = id_or_folder.substr(root.size());
+  if (id.ends_with("/")) id.pop_back();
+  return id;
+}
+
 void RequirePlainId(const std::string& id) { RequirePlain("the id", id); }
 
 void RequireEntry(const Json::Value& info, const std::string& id) {

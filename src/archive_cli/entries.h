@@ -14,6 +14,10 @@ namespace kova::archive_cli {
 // touched.
 void RequirePlainId(const std::string& id);
 
+// The id that is meant by an id, or by the path of a folder in the archive as new-cert prints it.
+// As it stands when it is neither.
+std::string IdOf(const std::string& id_or_folder);
+
 // Throws Failure unless the index has a certificate of that id.
 void RequireEntry(const Json::Value& info, const std::string& id);
 

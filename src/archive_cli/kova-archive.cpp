@@ -18,6 +18,7 @@
 #include "base/json.h"
 #include "platform/process.h"
 #include "platform/signals.h"
+#include "platform/version.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -105,6 +106,10 @@ int Run(const std::vector<std::string>& words) {
   if (words.empty()) return Refuse("missing COMMAND", Usage());
   if (words[0] == "--help" || words[0] == "-h") {
     Print(stdout, Usage());
+    return kDone;
+  }
+  if (words[0] == "--version") {
+    Print(stdout, std::string(kProgram) + " " KOVA_PROGRAM_VERSION "\n");
     return kDone;
   }
   const Command* command = FindCommand(words[0]);

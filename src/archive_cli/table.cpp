@@ -15,6 +15,7 @@ namespace {
 
 constexpr char kGap[] = "  ";
 constexpr size_t kGapWidth = 2;
+constexpr size_t kWidestPadding = 40;
 
 using Row = std::vector<Cell>;
 using Widths = std::vector<size_t>;
@@ -38,11 +39,21 @@ std::string Coloured(const std::string& text, Colour colour, const Screen& scree
   return StartOf(colour) + text + "\033[0m";
 }
 
-Widths NaturalWidths(const std::vector<Column>& columns, const std::vector<Row>& rows) {
+bool IsCut(const Column& column, const Screen& screen) {
+  return screen.width > 0 && column.least > 0;
+}
+
+// A cell that is never cut may be wider than its column: it moves its own row, and no other.
+Widths NaturalWidths(const std::vector<Column>& columns, const std::vector<Row>& rows,
+                     const Screen& screen) {
   Widths widths;
   for (size_t i = 0; i < columns.size(); ++i) {
+    const bool is_cut = IsCut(columns[i], screen);
     size_t widest = Width(columns[i].title);
-    for (const Row& row : rows) widest = std::max(widest, Width(row[i].text));
+    for (const Row& row : rows) {
+      const size_t width = Width(row[i].text);
+      if (is_cut || width <= kWidestPadding) widest = std::max(widest, width);
+    }
     widths.push_back(widest);
   }
   return widths;
@@ -60,7 +71,7 @@ size_t* Widest(const std::vector<Column>& columns, Widths& widths) {
 
 Widths FittedWidths(const std::vector<Column>& columns, const std::vector<Row>& rows,
                     const Screen& screen) {
-  Widths widths = NaturalWidths(columns, rows);
+  Widths widths = NaturalWidths(columns, rows, screen);
   size_t total = std::accumulate(widths.begin(), widths.end(), kGapWidth * (columns.size() - 1));
   while (screen.width > 0 && total > screen.width) {
     size_t* widest = Widest(columns, widths);
@@ -76,7 +87,8 @@ std::string RenderRow(const std::vector<Column>& columns, const Widths& widths, 
   std::string line;
   std::string blanks;  // held back, so that no line ends in them
   for (size_t i = 0; i < columns.size(); ++i) {
-    const std::string text = Shortened(row[i].text, widths[i]);
+    const std::string text =
+        IsCut(columns[i], screen) ? Shortened(row[i].text, widths[i]) : row[i].text;
     const std::string padding(widths[i] - std::min(widths[i], Width(text)), ' ');
     if (columns[i].right_aligned) blanks += padding;
     if (!text.empty()) {

@@ -28,7 +28,8 @@ struct Screen {
 };
 
 // One line per row, below one with the titles. Where the rows are too wide for the screen, the
-// columns that may be narrowed share the loss, the widest first.
+// columns that may be narrowed share the loss, the widest first. A cell that cannot be cut (off a
+// terminal none is) and takes more than 40 columns does not make the other rows as wide.
 std::string RenderTable(const std::vector<Column>& columns, std::vector<std::vector<Cell>> rows,
                         const Screen& screen);
 

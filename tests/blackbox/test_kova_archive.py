@@ -3,6 +3,7 @@
 import json
 import os
 import pwd
+import re
 import stat
 
 import pytest
@@ -12,6 +13,7 @@ from lib import expect, paths
 from lib.archive_cli import DEFAULT, INDEX, ArchiveCli, done, failed, refused, remove
 from lib.renewal import deployed, folder_of, service, service_folder
 
+PROJECT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 BROKEN = f"Broken [{INDEX}]"
 REQUIRED = ["cert.pem", "privkey.pem", "fullchain.pem"]
 
@@ -54,6 +56,12 @@ def test_help_goes_to_standard_output(cli):
         done(help_text)
         assert help_text.stdout.startswith(f"Usage: kova-archive {command}")
         assert "--json" in help_text.stdout
+
+
+def test_it_tells_its_version(cli):
+    with open(PROJECT + "/CMakeLists.txt", encoding="utf-8") as project:
+        version = re.search(r"project\(kova-letsencrypt VERSION ([\d.]+)", project.read())[1]
+    done(cli.run("--version"), f"kova-archive {version}\n")
 
 
 @pytest.mark.parametrize("args, message", [
@@ -189,6 +197,32 @@ def test_names_of_a_certificate_cannot_steer_the_terminal(cli):
     assert len(cli.run("list").stdout.splitlines()) == 2
 
 
+@pytest.mark.parametrize("wide", ["names", "issuer", "services", "id"])
+def test_what_is_long_is_whole_and_in_its_own_row_alone(cli, wide):
+    cli.certificate("aaa", service(), days=60)
+    names = [f"n{n}.{'x' * 50}.example" for n in range(50)]
+    services = [service("nginx", f"{'s' * 50}{n}") for n in range(60)] if wide == "services" else []
+    identity = "i" * 200 if wide == "id" else "bbb"
+    cli.certificate(identity, *services, days=60,
+                    **{"names": {"names": names}, "issuer": {"organisation": "o" * 3000}}.get(wide, {}))
+    shown = cli.run("list").stdout.splitlines()
+    head, first = shown[:2]
+    long = next(line for line in shown if line.startswith(identity))
+    whole = {"names": ", ".join(names), "issuer": "o" * 3000, "id": identity,
+             "services": ", ".join(f"nginx/{each['service']}" for each in services)}[wide]
+    assert whole in long
+    assert len(head) < 160 and len(first) < 160
+    assert head.index("STATE") == first.index("valid")
+
+
+def test_a_long_description_takes_no_room(cli):
+    cli.certificate("aaa", service(), days=60)
+    plain = cli.run("list").stdout
+    cli.write_index({"aaa": {**cli.index()["aaa"], "desc": "d" * 3000}})
+    assert cli.run("list").stdout == plain
+    assert cli.run("list", "--json").document["certificates"][0]["desc"] == "d" * 3000
+
+
 # -- add --------------------------------------------------------------------------------------------
 
 
@@ -238,6 +272,22 @@ def test_add_refuses_nonsense(cli):
     folder = cli.folder("abc")
     cli.host.write(folder + "/privkey.pem", "nonsense", 0o400)
     failed(cli.run("add", "abc"), f"add: Failed to read private key from {folder}/privkey.pem")
+
+
+@pytest.mark.parametrize("end", ["", "/"])
+def test_add_takes_the_path_that_new_cert_prints(cli, end):
+    folder = cli.folder("abc")
+    done(cli.run("add", folder + end), "abc is in the index now.\n")
+    assert cli.index() == {"abc": {"services": []}}
+    result = cli.run("add", folder + end, "--json")
+    assert result.document == {"error": 0, "id": "abc", "added": False}
+
+
+@pytest.mark.parametrize("path, meant", [("/", ""), ("/../x", "../x"), ("/a/b", "a/b"),
+                                         ("/abc//", "abc/"), ("/.", "."), ("//abc", "/abc")])
+def test_add_takes_no_path_that_leads_elsewhere(cli, path, meant):
+    cli.folder("abc")
+    failed(cli.run("add", paths.ARCHIVE + path), f"add: the id [{meant}] is not a plain name")
 
 
 @pytest.mark.parametrize("identity", ["", ".", "..", "a/b", "../x", "/etc", "abc/"])

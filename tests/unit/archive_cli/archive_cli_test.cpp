@@ -79,6 +79,22 @@ TEST(TableTest, NarrowsWhatMayBeNarrowedToTheScreen) {
             "abc  01234\u2026     7  x\n");
 }
 
+TEST(TableTest, ACellThatIsNotCutDoesNotWidenTheOtherRows) {
+  const std::string wide(41, 'w');
+  const std::string widest(40, 'x');
+  const std::vector<std::vector<Cell>> rows = {{{"a"}, {wide}, {"7"}, {"x"}},
+                                               {{wide}, {"b"}, {"1"}, {"y"}},
+                                               {{"c"}, {widest}, {"2"}, {"z"}}};
+  EXPECT_EQ(RenderTable(kColumns, rows, {}),
+            "ID  NAMES" + std::string(37, ' ') + "DAYS  END\n" + "a   " + wide + "     7  x\n" +  //
+                wide + "  b" + std::string(44, ' ') + "1  y\n" + "c   " + widest + "     2  z\n");
+  // On a terminal that is true of what may not be narrowed.
+  EXPECT_EQ(RenderTable(kColumns, {{{wide}, {wide}, {"7"}, {"x"}}, {{"c"}, {"d"}, {"1"}, {"y"}}},
+                        {28, false}),
+            "ID  NAMES          DAYS  END\n" + wide + "  wwwwwwwwwwww\u2026     7  x\n" +
+                "c   d                 1  y\n");
+}
+
 TEST(TableTest, ColoursOnlyWhereWanted) {
   const std::vector<std::vector<Cell>> rows = {{{"a", Colour::kRed}, {"b", Colour::kYellow}}};
   const std::vector<Column> columns = {{"X"}, {"Y"}};
