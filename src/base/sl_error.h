@@ -51,7 +51,7 @@ class SLError {
   int line;
 
   // For people alone, in no document; empty when there is nothing to add.
-  std::string name{};   // the one of several names that it is about
+  std::string name{};   // whom it is about: one of several names, or all of them
   std::string cause{};  // what the CA said, where `message` keeps that to itself
 };
 

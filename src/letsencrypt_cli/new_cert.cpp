@@ -3,6 +3,7 @@
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
 #include "letsencrypt_cli/outcome.h"
+#include "letsencrypt_cli/terminal.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/issue.h"
 #include "lifecycle/names.h"
@@ -26,17 +27,26 @@ std::string IssueVisibly(const CommandOptions& given, const Settings& settings) 
   return Issue(given.version, OptionsOf(given, settings), settings);
 }
 
+// Before the authority is asked for anything.
+void TellTraps(const CommandOptions& given) {
+  TellMissingRoot();
+  TellMisreadNames(given);
+  TellUnknownCertificate(given.certificate_id);
+}
+
 }  // namespace
 
 int NewCertCommand(int argc, char** argv) {
   const RenewalSettings settings = RenewalSettings::Read();
   CommandOptions given;
   given.server = settings.server;
-  if (!ParseOptions(argc, argv, "c:s:d:m:p:v::h", given) || given.domains.empty() ||
-      given.email.empty()) {
+  const bool parsed = ParseOptions(argc, argv, "c:s:d:m:p:v::h", given);
+  if (!parsed || given.domains.empty() || given.email.empty()) {
     PrintUsage();
+    if (parsed) TellMissingOption(given);
     return 1;
   }
+  TellTraps(given);
   ApplyDebugSettings(settings);
   TellIgnoredKeys(settings);
   const std::optional<SLError> failure = Capture([&given, &settings] {
@@ -47,6 +57,7 @@ int NewCertCommand(int argc, char** argv) {
   if (!failure) return 0;
   if (settings.renew_failures) LogFailure("new-cert", given.domains, *failure);
   PrintFailure(*failure);
+  TellFailure(*failure, SplitDomainList(given.domains));
   return failure->code;
 }
 

@@ -45,6 +45,7 @@ bool ParseOptions(int argc, char** argv, const char* accepted, CommandOptions& o
         options.server = optarg;
         break;
       case 'd':
+        options.domains_replaced |= !options.domains.empty();
         options.domains = optarg;
         break;
       case 'm':

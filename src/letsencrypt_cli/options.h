@@ -6,11 +6,12 @@
 namespace kova {
 
 struct CommandOptions {
-  std::string certificate_id;  // -c
-  std::string server;          // -s
-  std::string domains;         // -d, separated by ";"
-  std::string email;           // -m
-  std::string version = "2";   // -p
+  std::string certificate_id;     // -c
+  std::string server;             // -s
+  std::string domains;            // -d, separated by ";"; given more than once, the last
+  std::string email;              // -m
+  std::string version = "2";      // -p
+  bool domains_replaced = false;  // -d was given more than once
 };
 
 // Parses the options named in `accepted` (getopt form) over the arguments after the command word,

@@ -3,8 +3,22 @@
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
 #include "letsencrypt_cli/outcome.h"
+#include "letsencrypt_cli/terminal.h"
+#include "lifecycle/advice.h"
 
 namespace kova {
+
+namespace {
+
+// On a terminal also what has no document of its own: a record that cannot be used.
+void TellOutcome(const RenewalOutcome& outcome, const std::string& id) {
+  if (outcome.renewed) return;
+  TellFailure(outcome.failure.value_or(
+                  Error(kUnusableRecord, "kova-letsencrypt", "its renewal record cannot be used")),
+              {id});
+}
+
+}  // namespace
 
 // An empty id is not refused here: it has no renewal record.
 int RenewCommand(int argc, char** argv) {
@@ -13,11 +27,14 @@ int RenewCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
+  TellMissingRoot();
+  TellUnknownCertificate(given.certificate_id);
   const RenewalSettings settings = RenewalSettings::Read();
   ApplyDebugSettings(settings);
   TellIgnoredKeys(settings);
   const RenewalOutcome outcome = Renew(ArchivedCertificate::OfId(given.certificate_id), settings);
   if (outcome.failure) PrintFailure(*outcome.failure);
+  TellOutcome(outcome, given.certificate_id);
   if (!outcome.renewed) return 1;
   PrintSuccess("id", given.certificate_id);
   return 0;

@@ -3,6 +3,7 @@
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
 #include "letsencrypt_cli/outcome.h"
+#include "letsencrypt_cli/terminal.h"
 
 namespace kova {
 
@@ -12,10 +13,14 @@ int RenewAllCommand(int argc, char** argv) {
     PrintUsage();
     return 1;
   }
+  TellMissingRoot();
   const RenewalSettings settings = RenewalSettings::Read();
   ApplyDebugSettings(settings);
   TellIgnoredKeys(settings);
-  RenewAll(settings, PrintFailure);
+  RenewAll(settings, [](const SLError& failure) {
+    PrintFailure(failure);
+    TellFailure(failure, {});
+  });
   return 0;
 }
 

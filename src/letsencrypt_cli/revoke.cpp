@@ -1,26 +1,47 @@
 #include "lifecycle/revoke.h"
 
+#include <exception>
+
 #include "base/debug.h"
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
 #include "letsencrypt_cli/outcome.h"
+#include "letsencrypt_cli/terminal.h"
 #include "lifecycle/renewal_job.h"
 
 namespace kova {
 
-// What the authority refuses is deliberately not caught: it ends the process abnormally.
+namespace {
+
+// What the authority refuses is deliberately thrown on: it ends the process abnormally.
+void RevokeVisibly(const ArchivedCertificate& certificate, const Settings& settings) {
+  try {
+    Revoke(certificate, settings);
+  } catch (const SLError& error) {
+    TellFailure(error, {certificate.id});
+    throw;
+  } catch (const std::exception& error) {
+    TellFailure(Error(code::kLocal, "kova-letsencrypt", error.what()), {certificate.id});
+    throw;
+  }
+}
+
+}  // namespace
+
 int RevokeCommand(int argc, char** argv) {
   CommandOptions given;
   if (!ParseOptions(argc, argv, "c:v::", given) || given.certificate_id.empty()) {
     PrintUsage();
     return 1;
   }
+  TellMissingRoot();
+  TellUnknownCertificate(given.certificate_id);
   const Settings settings = Settings::Read();
   ApplyDebugSettings(settings);
   TellIgnoredKeys(settings);
   DebugStep("revoke certificate. [%s].", given.certificate_id.c_str());
   const ArchivedCertificate certificate = ArchivedCertificate::OfId(given.certificate_id);
-  Revoke(certificate, settings);
+  RevokeVisibly(certificate, settings);
   PrintSuccess("cert_path", certificate.folder);
   RemoveRenewalJobWhenUnused();
   return 0;

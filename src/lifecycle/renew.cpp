@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "acme/account_store.h"
+#include "acme/issued_folder.h"
 #include "acme_v2/client_v2.h"
 #include "acme_v2/renewal_info.h"
 #include "base/debug.h"
@@ -109,6 +110,9 @@ RenewalOutcome Attempt(const ArchivedCertificate& certificate, const RenewalSett
     outcome.renewed = record->version == 1 ? MigrateToV2(certificate, *record, settings)
                                            : RenewWithV2(certificate, *record, settings);
   });
+  if (outcome.failure && outcome.failure->name.empty()) {
+    outcome.failure->name = JoinNames(SplitDomainList(record->domains), ", ");
+  }
   return outcome;
 }
 

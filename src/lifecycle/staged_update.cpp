@@ -17,7 +17,9 @@ constexpr char kTag[] = "kova-letsencrypt";
 
 SLError NotSaved(const std::string& reason) {
   LogError(kTag, "%s", OnOneLine(reason).c_str());
-  return Error(code::kLocal, kTag, "Failed to save pems");
+  SLError error = Error(code::kLocal, kTag, "Failed to save pems");
+  error.cause = reason;
+  return error;
 }
 
 // The first file of the set moves first.

@@ -48,6 +48,14 @@ TEST_F(OptionsTest, ALaterOneReplacesAnEarlier) {
   EXPECT_EQ(options_.certificate_id, "second");
 }
 
+TEST_F(OptionsTest, NamesThatWereReplacedAreNoticed) {
+  EXPECT_TRUE(Parse({"-d", "a"}));
+  EXPECT_FALSE(options_.domains_replaced);
+  EXPECT_TRUE(Parse({"-d", "a", "-d", "", "-d", "b"}));
+  EXPECT_EQ(options_.domains, "b");
+  EXPECT_TRUE(options_.domains_replaced);
+}
+
 TEST_F(OptionsTest, VSetsTheDebugLevel) {
   EXPECT_TRUE(Parse({"-v"}));
   EXPECT_EQ(DebugLevel(), 1);
