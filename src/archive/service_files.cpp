@@ -3,6 +3,7 @@
 #include "archive/paths.h"
 #include "archive/utils.h"
 #include "base/log.h"
+#include "crypto/secret.h"
 #include "platform/files.h"
 
 namespace kova::cert_archive {
@@ -50,6 +51,17 @@ Status Install(const std::string& archive, const std::string& folder, const std:
   return moved;
 }
 
+// True when the file is the same in both folders, or in neither and need not be.
+bool IsSameFile(const std::string& left, const std::string& right, const std::string& name,
+                bool required) {
+  SecretText ours;
+  SecretText theirs;
+  const bool have_ours = platform::ReadWholeFile(left + "/" + name, ours.text);
+  const bool have_theirs = platform::ReadWholeFile(right + "/" + name, theirs.text);
+  if (!have_ours || !have_theirs) return !required && have_ours == have_theirs;
+  return ours.text == theirs.text;
+}
+
 }  // namespace
 
 std::string StagingFolder(const Service& service) { return service.Folder() + ".temp"; }
@@ -62,6 +74,18 @@ Status InstallServiceFiles(const std::string& id, const Service& service, uid_t 
   LogError(kTag, "Failed to set cert [%s] for [%s][%s].", id.c_str(), service.subscriber.c_str(),
            service.name.c_str());
   return installed;
+}
+
+std::string DifferingServiceFile(const std::string& id, const Service& service) {
+  const std::string archive = CertificateFolder(id);
+  const std::string folder = service.Folder();
+  for (const char* name : kRequiredFiles) {
+    if (!IsSameFile(archive, folder, name, true)) return name;
+  }
+  for (const char* name : kOptionalFiles) {
+    if (!IsSameFile(archive, folder, name, false)) return name;
+  }
+  return {};
 }
 
 }  // namespace kova::cert_archive

@@ -18,4 +18,9 @@ std::string StagingFolder(const Service& service);
 // change places, the old one stands in the folder's ".bak". `service` must stay in its folder.
 Status InstallServiceFiles(const std::string& id, const Service& service, uid_t uid, gid_t gid);
 
+// The first file of the service's folder that is not the one of certificate `id`: another content,
+// missing, or left from an earlier set. Empty when the service has the certificate's set.
+// `service` must stay in its folder.
+[[nodiscard]] std::string DifferingServiceFile(const std::string& id, const Service& service);
+
 }  // namespace kova::cert_archive

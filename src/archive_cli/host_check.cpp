@@ -39,8 +39,10 @@ Json::Value AsJson(const Finding& finding) {
 
 std::vector<Finding> CheckHost() {
   std::vector<Finding> all;
-  for (auto* check : {CheckArchiveRoot, CheckSettingsFile, CheckDeviceRecord, CheckHooks,
-                      CheckWebRoot, CheckRouter, CheckRenewalJob, CheckClock, CheckTrustStore}) {
+  for (auto* check :
+       {CheckArchiveRoot, CheckSettingsFile, CheckDeviceRecord, CheckHooks, CheckWebRoot,
+        CheckRouter, CheckRenewalJob, CheckArchiveFolders, CheckRenewals, CheckReloadScripts,
+        CheckServiceFiles, CheckClock, CheckTrustStore}) {
     for (Finding& finding : check()) all.push_back(std::move(finding));
   }
   return all;

@@ -1,6 +1,9 @@
 // `kova-archive check --host`: what on this host would make an issuance or a renewal fail.
 #pragma once
 
+#include <json/value.h>
+
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,8 +24,12 @@ struct Finding {
 Reply ReportFindings(const std::vector<Finding>& findings);
 
 // Looks at everything. Writes, fetches and removes one probe file of the web root, and asks for a
-// router; nothing else is touched.
+// router; nothing else is touched, and no authority is asked.
 std::vector<Finding> CheckHost();
+
+// The index as the single looks need it: a missing one is empty. None when it is damaged, of which
+// CheckArchiveRoot tells, and those that need it then say nothing.
+std::optional<Json::Value> IndexToCheck();
 
 // The single looks, in the order of the report.
 std::vector<Finding> CheckArchiveRoot();
@@ -32,6 +39,10 @@ std::vector<Finding> CheckHooks();
 std::vector<Finding> CheckWebRoot();
 std::vector<Finding> CheckRouter();
 std::vector<Finding> CheckRenewalJob();
+std::vector<Finding> CheckArchiveFolders();
+std::vector<Finding> CheckRenewals();
+std::vector<Finding> CheckReloadScripts();
+std::vector<Finding> CheckServiceFiles();
 std::vector<Finding> CheckClock();
 std::vector<Finding> CheckTrustStore();
 

@@ -101,6 +101,16 @@ Finding CheckHook(const std::string& name) {
 
 }  // namespace
 
+std::optional<Json::Value> IndexToCheck() {
+  Json::Value info;
+  if (JsonFromFile(cert_archive::kIndexPath, info)) {
+    if (info.isObject()) return info;
+  } else if (errno == ENOENT) {
+    return Json::Value(Json::objectValue);
+  }
+  return std::nullopt;
+}
+
 std::vector<Finding> CheckArchiveRoot() {
   const std::string root = cert_archive::kArchiveRoot;
   const auto status = Look(root);

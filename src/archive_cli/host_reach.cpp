@@ -12,11 +12,8 @@
 #include "base/sl_error.h"
 #include "challenge/challenge.h"
 #include "challenge/vendor_zone.h"
-#include "lifecycle/acme_folders.h"
 #include "net/client_network.h"
-#include "platform/crond.h"
 #include "platform/device.h"
-#include "platform/files.h"
 #include "platform/portmap.h"
 
 namespace kova::archive_cli {
@@ -66,10 +63,6 @@ bool CanUseDns01() {
          (KOVADDNSGetKovaHostname(name, sizeof name) == 0 || HookDns01Challenge::IsAvailable());
 }
 
-bool HasCronDaemon() {
-  return KLIBCFileExist("/usr/sbin/cron") || KLIBCFileExist("/usr/sbin/crond");
-}
-
 }  // namespace
 
 std::vector<Finding> CheckWebRoot() {
@@ -96,22 +89,6 @@ std::vector<Finding> CheckRouter() {
   return {{Level::kWarning, subject, "none found that forwards ports on demand",
            "fine when the internet reaches port 80 of this host all the same; else switch on UPnP "
            "there, or forward the port by hand"}};
-}
-
-std::vector<Finding> CheckRenewalJob() {
-  const std::string subject = "renewal job";
-  const std::string advice = "kova-letsencrypt add-cronjob";
-  if (!KOVA::KOVACrond::ConfigManager("kova-letsencrypt", false).Exist()) {
-    if (ListAcmeFolders().empty()) {
-      return {{Level::kOk, subject, "none, and no certificate to renew yet", ""}};
-    }
-    return {{Level::kFailure, subject, "/etc/cron.d/kova-letsencrypt does not exist", advice}};
-  }
-  if (!HasCronDaemon()) {
-    return {{Level::kFailure, subject, "there is no cron daemon to run it",
-             "install one that reads /etc/cron.d (Debian: cron)"}};
-  }
-  return {{Level::kOk, subject, "/etc/cron.d/kova-letsencrypt is in place", ""}};
 }
 
 std::vector<Finding> CheckClock() {

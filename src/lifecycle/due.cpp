@@ -37,10 +37,8 @@ void TellUnusable(const RenewalSettings& settings) {
   }
 }
 
-// None, without a message, when the certificate cannot be renewed with it, or nobody asks for it.
-std::optional<RenewalRecord> UsableRecord(const std::string& folder,
-                                          const RenewalSettings& settings) {
-  if (!settings.renew_any_issuer && !settings.renewal_info) return std::nullopt;
+// None, without a message, when the certificate cannot be renewed with it.
+std::optional<RenewalRecord> UsableRecord(const std::string& folder) {
   RenewalRecord record;
   if (ReadRenewalRecord(folder, record) != RecordProblem::kNone) return std::nullopt;
   if (record.version != 1 && record.version != 2) return std::nullopt;
@@ -115,18 +113,41 @@ bool IsAdvised(const Candidate& candidate, const std::optional<RenewalRecord>& r
   return adviser.Advises(id, record->server, identifier);
 }
 
+// What the rules make of it before its CA is asked.
+Prospect Judge(const Candidate& candidate, const std::optional<RenewalRecord>& record,
+               const RenewalSettings& settings) {
+  const bool is_ours = settings.renew_any_issuer && record;
+  if (!is_ours && !IsOfRenewedIssuer(candidate)) return Prospect::kOtherIssuer;
+  if (!EndsSoon(candidate, DueRule::Of(settings))) return Prospect::kNotDue;
+  return IsHeldBack(candidate, settings) ? Prospect::kHeldBack : Prospect::kRenewed;
+}
+
 bool IsDue(const Candidate& candidate, const RenewalSettings& settings, RenewalAdviser& adviser) {
   const std::string& folder = candidate.archived.folder;
-  const std::optional<RenewalRecord> record = UsableRecord(folder, settings);
-  const bool is_ours = settings.renew_any_issuer && record;
-  if (!is_ours && !IsOfRenewedIssuer(candidate)) return false;
-  if (EndsSoon(candidate, DueRule::Of(settings))) return !IsHeldBack(candidate, settings);
+  const bool is_asked_for = settings.renew_any_issuer || settings.renewal_info;
+  const std::optional<RenewalRecord> record = is_asked_for ? UsableRecord(folder) : std::nullopt;
+  const Prospect prospect = Judge(candidate, record, settings);
+  if (prospect != Prospect::kNotDue) return prospect == Prospect::kRenewed;
   if (IsAdvised(candidate, record, settings, adviser)) return true;
   DebugStep("cert is not expired. [%s]", folder.c_str());
   return false;
 }
 
+// One that no rule takes, or that is taken and then fails for the lack of its record.
+Prospect WithoutRecord(const std::string& folder) {
+  return KLIBCFileExist(RenewalRecordPath(folder)) ? Prospect::kUnusableRecord
+                                                   : Prospect::kNoRecord;
+}
+
 }  // namespace
+
+Prospect ProspectOf(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
+  const Candidate candidate(certificate);
+  if (!candidate.certificate) return Prospect::kUnreadable;
+  if (!EndsSoon(candidate, DueRule::Of(settings))) return Prospect::kNotDue;
+  const std::optional<RenewalRecord> record = UsableRecord(certificate.folder);
+  return record ? Judge(candidate, record, settings) : WithoutRecord(certificate.folder);
+}
 
 std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings) {
   const std::vector<std::string> ids = ListCertificateIds(kTag);

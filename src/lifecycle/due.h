@@ -18,4 +18,20 @@ struct DueCertificate {
 // in is finished first. With `renewalinfo` CAs are asked for their advice.
 std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings);
 
+// What renew-all would make of a certificate now.
+enum class Prospect {
+  kNotDue,
+  kRenewed,         // due and taken up
+  kUnreadable,      // its cert.pem is no certificate, so it never becomes due
+  kNoRecord,        // due; nothing says how it was obtained
+  kUnusableRecord,  // due; its renewal record does not say it
+  kOtherIssuer,     // due, and passed over: its issuer is not the one that is renewed without
+                    // `renewanyissuer`
+  kHeldBack,        // due; failed often, and was tried in the last day
+};
+
+// By the rules of DueCertificates for one certificate of the index; its CA is not asked.
+[[nodiscard]] Prospect ProspectOf(const ArchivedCertificate& certificate,
+                                  const RenewalSettings& settings);
+
 }  // namespace kova

@@ -4,9 +4,9 @@
 
 #include "platform/device.h"
 #include "platform/error.h"
-#include "platform/files.h"
 #include "platform/hooks.h"
 #include "platform/process.h"
+#include "platform/schedulers.h"
 
 using namespace kova::platform;
 
@@ -14,7 +14,6 @@ namespace {
 
 constexpr char kTag[] = "service";
 constexpr char kSystemctl[] = "/usr/bin/systemctl";
-constexpr char kSystemdRuns[] = "/run/systemd/system";
 
 }  // namespace
 
@@ -27,7 +26,7 @@ int KLIBServiceReload(const std::string& name) {
 
 int KLIBServicectlIsJobRunning(const std::string& name, int) {
   if (const auto hook = RunHook("service-running", {name})) return *hook == 0 ? 1 : 0;
-  if (!KLIBCFileCheckDir(kSystemdRuns)) return 0;
+  if (!RunsSystemd()) return 0;
   return KLIBCExec(kSystemctl, {"is-active", "--quiet", name}) == 0 ? 1 : 0;
 }
 

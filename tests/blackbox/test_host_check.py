@@ -8,10 +8,12 @@ import pytest
 
 from lib import paths
 from lib.archive_cli import ArchiveCli, refused
+from lib.host_findings import check, expect_finding, the_only
 from lib.nginx import Nginx
 
 SUBJECTS = ["archive root", "archive index", "settings", "device record", "hooks", "web root",
-            "router", "renewal job", "clock", "trust store"]
+            "router", "renewal job", "archive folders", "renewals", "reload scripts",
+            "service files", "clock", "trust store"]
 
 
 @pytest.fixture
@@ -21,30 +23,6 @@ def cli(host):
     cli.write_index({})
     Nginx(host).start()
     return cli
-
-
-def check(cli, **options):
-    """The findings by subject; a subject with several of them has a list."""
-    result = cli.run("check", "--host", "--json", **options)
-    findings = {}
-    for finding in result.document["findings"]:
-        findings.setdefault(finding["subject"], []).append(finding)
-    failures = sum(each["level"] == "failure" for each in result.document["findings"])
-    assert result.document["failures"] == failures
-    assert result.status == (1 if failures else 0)
-    return findings
-
-
-def the_only(findings, subject):
-    assert len(findings[subject]) == 1, findings[subject]
-    return findings[subject][0]
-
-
-def expect_finding(cli, subject, level, text, advice=None, **options):
-    finding = the_only(check(cli, **options), subject)
-    assert (finding["level"], finding["text"]) == (level, text)
-    if advice is not None:
-        assert finding["advice"] == advice
 
 
 def test_a_host_in_order_passes_with_a_line_for_each_subject(cli):
@@ -198,17 +176,6 @@ def test_a_router_that_is_not_found_is_a_warning(cli, host, router):
     host.device()
     router.configure(detect=1)
     expect_finding(cli, "router", "warning", "none found that forwards ports on demand")
-
-
-def test_a_missing_renewal_job_is_a_failure_once_there_is_something_to_renew(cli):
-    assert the_only(check(cli), "renewal job")["text"] == "none, and no certificate to renew yet"
-    folder = cli.certificate("abc")
-    with open(folder + "/renew.json", "w", encoding="utf-8") as record:
-        record.write("{}")
-    expect_finding(cli, "renewal job", "failure", f"{paths.CRON_JOB} does not exist",
-                   "kova-letsencrypt add-cronjob")
-    assert cli.host.run("add-cronjob").status == 0
-    expect_finding(cli, "renewal job", "ok", f"{paths.CRON_JOB} is in place")
 
 
 @pytest.mark.parametrize("seconds, text", [

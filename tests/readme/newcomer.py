@@ -1,5 +1,6 @@
 """A person at the shell of a fresh server, who does what the README says."""
 
+import os
 import re
 import subprocess
 
@@ -61,6 +62,12 @@ class Newcomer:
         self._servers.spawn(
             ["/usr/sbin/chroot", self.root.folder, "/usr/sbin/nginx", "-g", "daemon off;"],
             ready=lambda: accepts(80))
+
+    def boot_cron(self):
+        """Likewise. It hands its jobs the environment that they get on a server."""
+        pid_file = self.root.path("/run/crond.pid")
+        self._servers.spawn(["/usr/sbin/chroot", self.root.folder, "/usr/sbin/cron", "-f"],
+                            ready=lambda: os.path.exists(pid_file))
 
     def report(self):
         return "\n".join(f"{commands}--- output\n{output[-10000:]}"

@@ -23,6 +23,7 @@ def test_quick_start_leads_to_a_served_certificate(newcomer, ca):
 
     newcomer.type(build)
     newcomer.boot_web_server()
+    newcomer.boot_cron()
     newcomer.write_site(http)
     result = newcomer.type(issue.replace(STAGING, ca.directory))
     found = re.search(rf'^{{\n   "cert_path" : "{paths.ARCHIVE}/(\w{{6}})",\n   "error" : 0\n}}$',
