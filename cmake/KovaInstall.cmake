@@ -4,12 +4,15 @@ include(GNUInstallDirs)
 
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr/kova")
   set(kova_share /usr/share)
+  set(kova_units /lib/systemd/system)
 else()
   set(kova_share share)
+  set(kova_units lib/systemd/system)
 endif()
 set(KOVA_MANDIR ${kova_share}/man CACHE STRING "Where manual pages go")
 set(KOVA_COMPLETIONDIR ${kova_share}/bash-completion/completions CACHE STRING
     "Where bash looks for completions")
+set(KOVA_UNITDIR ${kova_units} CACHE STRING "Where systemd looks for units")
 
 find_program(KOVA_GZIP gzip REQUIRED)
 
@@ -39,6 +42,10 @@ file(CREATE_LINK kova-letsencrypt ${PROJECT_BINARY_DIR}/completion/kova-archive 
 install(FILES ${PROJECT_SOURCE_DIR}/data/completion/kova-letsencrypt
               ${PROJECT_BINARY_DIR}/completion/kova-archive
         DESTINATION ${KOVA_COMPLETIONDIR})
+
+# Beside the cron job, which the program makes itself; an administrator enables them.
+install(FILES packaging/systemd/${PROJECT_NAME}.timer packaging/systemd/${PROJECT_NAME}.service
+        DESTINATION ${KOVA_UNITDIR})
 
 # kova_install_documents(FOLDER ...): what there is to read, and the examples, all of them programs.
 function(kova_install_documents folder)

@@ -20,15 +20,18 @@ set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackageTools.cmake)
-# openssl: the default certificates; ca-certificates: trust in the CA's server; cron: renewal.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "openssl, ca-certificates, cron | cron-daemon")
+# openssl: the default certificates; ca-certificates: trust in the CA's server.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "openssl, ca-certificates")
+# Renewal, where the systemd timer does not do it.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "cron | cron-daemon")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "nginx | httpd, bash-completion")
 set(CPACK_PACKAGE_DESCRIPTION
 "Obtains, renews and revokes TLS server certificates from an ACME certificate
 authority (Let's Encrypt by default) with the http-01 and dns-01 challenges,
 opens the ports that a validation needs on a home router through UPnP, and
 keeps the certificates in an archive from which they are deployed to services.
-Renewal is a cron job whose moment spreads over a fleet of hosts.
+Renewal is a cron job whose moment spreads over a fleet of hosts, or a systemd
+timer on hosts without cron.
 .
 kova-archive lists, binds, deploys and checks the certificates of the archive.")
 

@@ -12,6 +12,8 @@ PROGRAMS = ("kova-archive", "kova-letsencrypt")
 INFO = paths.ARCHIVE + "/INFO"
 PARKED_JOB = "/usr/kova/etc/renewal-job.parked"
 JOB = f"# nightly, says the boss\n7 3 * * * root {paths.PROGRAM} renew-all\n"
+TIMER = "kova-letsencrypt.timer"
+UNITS = "/lib/systemd/system"
 DOCUMENTS = "/usr/kova/share/doc/kova-letsencrypt"
 
 
@@ -78,6 +80,55 @@ def test_a_second_installation_keeps_edited_settings(stage):
     stage.write(paths.SETTINGS, '{"orderattempts": 2}\n')
     assert f"-- Kept: {stage.path(paths.SETTINGS)}\n" in stage.install()
     assert stage.read(paths.SETTINGS) == '{"orderattempts": 2}\n'
+
+
+# -- the timer ------------------------------------------------------------------------------------
+
+def test_the_timer_comes_along_and_nothing_enables_it(stage):
+    stage.install()
+    assert {name for name in stage.files() if "systemd" in name} == {
+        f"{UNITS}/{TIMER}", f"{UNITS}/kova-letsencrypt.service"}
+    assert stage.mode(f"{UNITS}/{TIMER}") == stage.mode(f"{UNITS}/kova-letsencrypt.service") == 0o644
+
+
+def test_it_can_be_enabled(stage):
+    stage.install()
+    subprocess.run(["systemctl", "--root", stage.root, "enable", TIMER], check=True,
+                   stderr=subprocess.DEVNULL)
+    assert os.readlink(stage.path(f"/etc/systemd/system/timers.target.wants/{TIMER}")) \
+        == f"{UNITS}/{TIMER}"
+
+
+def test_systemd_has_nothing_to_complain_about_its_units(machine):
+    machine.install()
+    done = subprocess.run(["systemd-analyze", "verify", f"{UNITS}/{TIMER}",
+                           f"{UNITS}/kova-letsencrypt.service"], text=True, check=False,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    assert (done.returncode, done.stdout) == (0, "")
+
+
+def test_it_runs_what_the_cron_job_runs(machine):
+    machine.install()
+    machine.write(INFO, '{"first1": {"services": []}}')
+    machine.write(paths.ARCHIVE + "/first1/renew.json", "{}")
+    subprocess.run(["kova-letsencrypt", "add-cronjob"], check=True)
+    job = machine.read(paths.CRON_JOB).splitlines()[1].split(" root ")[1]
+    os.unlink(paths.CRON_JOB)
+    assert f"\nExecStart={job}\n" in machine.read(f"{UNITS}/kova-letsencrypt.service")
+
+
+def test_it_is_stopped_when_its_program_goes(machine):
+    machine.install()
+    asked = "/run/asked"
+    os.rename("/usr/bin/systemctl", "/usr/bin/systemctl.away")
+    machine.write("/usr/bin/systemctl", f'#!/bin/sh\necho "$@" >> {asked}\n', 0o755)
+    os.makedirs("/run/systemd/system")
+    try:
+        machine.uninstall()
+        assert machine.read(asked).splitlines() == [f"stop {TIMER}", "--system daemon-reload"]
+    finally:
+        os.rmdir("/run/systemd/system")
+        os.rename("/usr/bin/systemctl.away", "/usr/bin/systemctl")
 
 
 # -- taking it away -------------------------------------------------------------------------------

@@ -5,6 +5,8 @@ import os
 import re
 import subprocess
 
+import pytest
+
 ETC = "/usr/kova/etc"
 ARCHIVE = ETC + "/certificate/_archive"
 INFO = ARCHIVE + "/INFO"
@@ -13,6 +15,9 @@ SETTINGS = "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default"
 JOB = "/etc/cron.d/kova-letsencrypt"
 PARKED_JOB = ETC + "/renewal-job.parked"
 PROGRAM = "/usr/kova/sbin/kova-letsencrypt"
+TIMER = "kova-letsencrypt.timer"
+UNITS = "/lib/systemd/system"
+WANTS = "/etc/systemd/system/timers.target.wants/" + TIMER
 PAPERS = "/usr/share/doc/kova-letsencrypt"
 
 EDITED_JOB = f"# nightly, says the boss\n7 3 * * * root {PROGRAM} renew-all\n"
@@ -40,7 +45,7 @@ def kept(root):
 
 def test_the_package_names_everything_that_it_needs(bare_root, deb):
     refusal = bare_root.install(deb, status=1)
-    for name in ("openssl", "ca-certificates", "cron", "libcurl4", "libjsoncpp25",
+    for name in ("openssl", "ca-certificates", "libcurl4", "libjsoncpp25",
                  "libminiupnpc17"):
         assert f"kova-letsencrypt depends on {name}" in refusal
     assert bare_root.package_state() == "unpacked"
@@ -54,7 +59,12 @@ def test_what_it_depends_on_is_all_that_it_needs(root, deb):
     root.write("/etc/machine-id", "0123456789abcdef0123456789abcdef\n")  # as once booted
     root.run("/usr/kova/sbin/kova-archive", "self-signed", "/root/default-set")
     assert "BEGIN CERTIFICATE" in root.read("/etc/ssl/certs/ca-certificates.crt")
-    assert root.exists("/usr/sbin/cron")
+
+
+def test_a_cron_daemon_is_recommended_and_no_condition(deb):
+    field = subprocess.run(["dpkg-deb", "-f", deb, "Recommends"], check=True, text=True,
+                           stdout=subprocess.PIPE).stdout
+    assert field == "cron | cron-daemon\n"
 
 
 def test_the_package_holds_the_installed_tree(deb):
@@ -234,6 +244,58 @@ def test_a_job_of_that_name_for_something_else_stays(root, deb):
     root.write(JOB, "0 0 * * * root /usr/local/bin/other\n")
     root.purge()
     assert root.read(JOB) == "0 0 * * * root /usr/local/bin/other\n"
+
+
+# -- the timer ------------------------------------------------------------------------------------
+
+@pytest.fixture
+def systemd(root):
+    """systemd is the init system of the root, as far as the package can see. Returns what it was
+    asked for."""
+    root.write("/usr/bin/systemctl", '#!/bin/sh\necho "$@" >> /asked\nexit 1\n', 0o755)
+    os.makedirs(root.path("/run/systemd/system"))
+    os.unlink(root.path("/usr/sbin/policy-rc.d"))  # by which nothing is started or stopped there
+    root.write("/asked", "")
+    return lambda: root.read("/asked").splitlines()
+
+
+def enable(root):
+    """What `systemctl enable` and the first run leave."""
+    root.write("/var/lib/systemd/timers/stamp-" + TIMER, "")
+    os.makedirs(root.path(os.path.dirname(WANTS)), exist_ok=True)
+    os.symlink(f"{UNITS}/{TIMER}", root.path(WANTS))
+
+
+def test_the_timer_comes_along_and_nothing_enables_it(root, deb, systemd):
+    root.install(deb)
+    assert root.exists(f"{UNITS}/{TIMER}")
+    assert not root.exists(WANTS)
+    assert systemd() == ["--system daemon-reload"]
+
+
+def test_a_removal_stops_the_timer_before_its_program_goes(root, deb, systemd):
+    root.install(deb)
+    enable(root)
+    root.remove()
+    assert systemd()[1:] == [f"stop {TIMER}", "--system daemon-reload"]
+    assert not root.exists(f"{UNITS}/{TIMER}")
+    assert root.exists(WANTS)  # for the day on which the package comes back
+
+
+def test_an_upgrade_leaves_the_timer_running(root, deb, next_deb, systemd):
+    root.install(deb)
+    enable(root)
+    root.install(next_deb)
+    assert systemd()[1:] == ["--system daemon-reload"]
+    assert root.exists(WANTS)
+
+
+def test_a_purge_leaves_no_trace_of_the_timer(root, deb):
+    root.install(deb)
+    enable(root)
+    root.purge()
+    assert not root.exists(WANTS)
+    assert not root.exists("/var/lib/systemd/timers/stamp-" + TIMER)
 
 
 # -- purging --------------------------------------------------------------------------------------
