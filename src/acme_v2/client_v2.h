@@ -16,6 +16,7 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -88,7 +89,9 @@ class AcmeV2Client {
   }
   void RevokeCertificate(const std::string& folder) { Revoke(session_, folder); }
   // The first half of it: for a caller with a lock to take before the record is removed.
-  std::string RevokeAtCa(const std::string& folder) { return kova::RevokeAtCa(session_, folder); }
+  std::string RevokeAtCa(const std::string& folder, std::optional<int> reason = std::nullopt) {
+    return kova::RevokeAtCa(session_, folder, reason);
+  }
 
  private:
   Session session_;

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
 
 #include "acme/issue_options.h"
@@ -20,9 +21,11 @@ std::string Issue(Session& session, const Order& order, const IssueOptions& opti
 // its time. Returns the CA's view of the order, finalized.
 Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr);
 
-// Revokes the certificate of an archive folder at the CA. Returns the text of the folder's cert.pem
-// as it was then. Throws SLError 200, and std::out_of_range when it holds no PEM block.
-std::string RevokeAtCa(Session& session, const std::string& folder);
+// Revokes the certificate of an archive folder at the CA, for a reason of RFC 5280 (5.3.1) or for
+// none. Returns the text of the folder's cert.pem as it was then. Throws SLError 200, and
+// std::out_of_range when it holds no PEM block.
+std::string RevokeAtCa(Session& session, const std::string& folder,
+                       std::optional<int> reason = std::nullopt);
 
 // Removes the renewal record of a folder, which is then no longer renewed; its certificate stays. A
 // failure is told at debug level 1 and, unless there is none, in the log.

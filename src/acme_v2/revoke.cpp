@@ -17,7 +17,7 @@ constexpr char kTag[] = "client_v2";
 
 }  // namespace
 
-std::string RevokeAtCa(Session& session, const std::string& folder) {
+std::string RevokeAtCa(Session& session, const std::string& folder, std::optional<int> reason) {
   DebugStep("revoke certifiaction for %s.", folder.c_str());
   std::string text = ReadTextFile(folder + "/cert.pem");
   const std::string certificate = session.DerText(text, kCertificateBegin, kCertificateEnd);
@@ -26,6 +26,7 @@ std::string RevokeAtCa(Session& session, const std::string& folder) {
   DebugStep("==========================================");
   Json::Value payload(Json::objectValue);
   payload["certificate"] = certificate;
+  if (reason) payload["reason"] = *reason;
   // One that was revoked before is as good as revoked now.
   (void)RequireRevoked(kTag, session.PostJws(session.Resource("revokeCert"), payload));
   return text;

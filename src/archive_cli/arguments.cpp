@@ -8,7 +8,7 @@ namespace kova::archive_cli {
 namespace {
 
 constexpr OptionRule kJson = {"json", nullptr, false, "print the result as JSON"};
-constexpr OptionRule kHelp = {"help", nullptr, false, "show this text"};
+constexpr OptionRule kHelp = {"help", nullptr, false, "show this text", 'h'};
 
 std::vector<OptionRule> AllRules(const Command& command) {
   std::vector<OptionRule> rules = command.options;
@@ -28,6 +28,17 @@ std::vector<option> LongOptions(const std::vector<OptionRule>& rules) {
   return options;
 }
 
+// The short forms as the library takes them; a colon first: a missing value is told apart.
+std::string Letters(const std::vector<OptionRule>& rules) {
+  std::string letters = ":";
+  for (const OptionRule& rule : rules) {
+    if (rule.letter == '\0') continue;
+    letters += rule.letter;
+    if (rule.value != nullptr) letters += ':';
+  }
+  return letters;
+}
+
 std::string Padded(std::string text, size_t width) {
   text.resize(std::max(width, text.size() + 2), ' ');
   return text;
@@ -36,6 +47,12 @@ std::string Padded(std::string text, size_t width) {
 std::string Spelled(const OptionRule& rule) {
   return std::string("--") + rule.name +
          (rule.value == nullptr ? "" : std::string(" ") + rule.value);
+}
+
+// With its short form at the end: tab completion looks for the long one at the beginning.
+std::string Explained(const OptionRule& rule) {
+  const std::string letter = rule.letter == '\0' ? "" : std::string(" (-") + rule.letter + ")";
+  return "  " + Padded(Spelled(rule), 28) + rule.meaning + letter + "\n";
 }
 
 std::string LastWord(const std::vector<char*>& argv) {
@@ -56,6 +73,13 @@ std::vector<char*> WordsForLibrary(const std::vector<std::string>& words) {
   return argv;
 }
 
+// `found` is what the library says of an option: its letter, or 0 and its place.
+const char* NameOf(const std::vector<OptionRule>& rules, int found, int place) {
+  if (found == 0) return rules[static_cast<size_t>(place)].name;
+  const auto has_letter = [found](const OptionRule& rule) { return rule.letter == found; };
+  return std::find_if(rules.begin(), rules.end(), has_letter)->name;
+}
+
 // The library moves the operands behind the options.
 Arguments Sorted(const std::vector<OptionRule>& rules, std::vector<char*> argv) {
   const std::vector<option> options = LongOptions(rules);
@@ -63,13 +87,13 @@ Arguments Sorted(const std::vector<OptionRule>& rules, std::vector<char*> argv) 
   Arguments arguments;
   optind = 0;  // the library starts afresh
   opterr = 0;
-  int chosen = 0;
-  int result = 0;
-  while ((result = getopt_long(argc, argv.data(), ":h", options.data(), &chosen)) != -1) {
-    if (result == ':') throw UsageError{"missing value of " + LastWord(argv)};
-    if (result == '?') throw UsageError{"unknown option " + RefusedOption(argv)};
-    const char* name = result == 'h' ? kHelp.name : rules[static_cast<size_t>(chosen)].name;
-    arguments.options[name] = optarg == nullptr ? "" : optarg;
+  const std::string letters = Letters(rules);
+  int place = 0;
+  int found = 0;
+  while ((found = getopt_long(argc, argv.data(), letters.c_str(), options.data(), &place)) != -1) {
+    if (found == ':') throw UsageError{"missing value of " + LastWord(argv)};
+    if (found == '?') throw UsageError{"unknown option " + RefusedOption(argv)};
+    arguments.options[NameOf(rules, found, place)].emplace_back(optarg == nullptr ? "" : optarg);
   }
   arguments.operands.assign(argv.begin() + optind, argv.begin() + argc);
   return arguments;
@@ -93,7 +117,7 @@ void CheckRequired(const Command& command, const Arguments& arguments) {
 
 std::string Arguments::Text(const std::string& option) const {
   const auto found = options.find(option);
-  return found == options.end() ? std::string() : found->second;
+  return found == options.end() ? std::string() : found->second.back();
 }
 
 Arguments ParseArguments(const Command& command, const std::vector<std::string>& words,
@@ -128,7 +152,7 @@ std::string Usage(const Command& command) {
   }
   text += std::string(" [--json]\n\n") + command.summary + ".\n\n";
   for (const OptionRule& rule : AllRules(command)) {
-    text += "  " + Padded(Spelled(rule), 28) + rule.meaning + "\n";
+    text += Explained(rule);
   }
   return text;
 }

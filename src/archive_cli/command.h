@@ -14,11 +14,12 @@ namespace kova::archive_cli {
 // The arguments of one run, checked against the command's rules.
 struct Arguments {
   std::vector<std::string> operands;
-  std::map<std::string, std::string> options;  // by name without dashes; flags have no text
+  // By name without dashes, as often as it was given; flags have no text.
+  std::map<std::string, std::vector<std::string>> options;
   bool json = false;
 
   [[nodiscard]] bool Has(const std::string& option) const { return options.contains(option); }
-  // Empty when it was not given.
+  // The last one given; empty when it was not given.
   [[nodiscard]] std::string Text(const std::string& option) const;
 };
 
@@ -27,6 +28,7 @@ struct OptionRule {
   const char* value;  // what stands for it in the usage text; null for a flag
   bool required;
   const char* meaning;
+  char letter = '\0';  // its short form; none when it has none
 };
 
 // What a command has to say: `text` to people, `document` to programs (--json).
@@ -71,5 +73,8 @@ extern const Command kUnbind;
 extern const Command kDeploy;
 extern const Command kCheck;
 extern const Command kSelfSigned;
+extern const Command kObtain;
+extern const Command kRenew;
+extern const Command kRevoke;
 
 }  // namespace kova::archive_cli

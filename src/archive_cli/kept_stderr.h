@@ -1,6 +1,8 @@
 // What the tools and scripts that a command runs have to say.
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 
 #include "platform/fd.h"
@@ -14,6 +16,9 @@ class KeptStderr {
   ~KeptStderr();  // restores standard error
   KeptStderr(const KeptStderr&) = delete;
   KeptStderr& operator=(const KeptStderr&) = delete;
+
+  // Where standard error leads meanwhile for the user; owned by this.
+  [[nodiscard]] int RealDescriptor() const { return real_ ? real_.Get() : STDERR_FILENO; }
 
   // Restores standard error and returns what was kept. What a program that lives on writes from
   // now on is refused, so that it cannot pile up in memory.

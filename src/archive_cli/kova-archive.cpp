@@ -16,6 +16,7 @@
 #include "archive_cli/kept_stderr.h"
 #include "archive_cli/text.h"
 #include "base/json.h"
+#include "base/progress.h"
 #include "platform/process.h"
 #include "platform/signals.h"
 #include "platform/version.h"
@@ -48,6 +49,7 @@ Reply RunQuietly(const Command& command, const Arguments& arguments, std::string
   Reply reply;
   KeptStderr kept;
   try {
+    const ProgressLine progress(kept.RealDescriptor());
     reply = command.run(arguments);
   } catch (const Failure& failure) {
     reply.failure = failure.message;

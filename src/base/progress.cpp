@@ -16,6 +16,7 @@ constexpr size_t kMaximumWidth = 78;
 
 struct State {
   bool visible = false;
+  int descriptor = STDERR_FILENO;
   std::string stage;
   std::chrono::milliseconds waited{0};
 };
@@ -33,7 +34,7 @@ bool IsDrawn() { return line.visible && !line.stage.empty(); }
 // A line that wraps could not be rewritten, so it stays a column short of the terminal's edge.
 size_t Width() {
   winsize size{};
-  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return kMaximumWidth;
+  if (ioctl(line.descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return kMaximumWidth;
   return std::min<size_t>(kMaximumWidth, size.ws_col - 1U);
 }
 
@@ -45,12 +46,16 @@ void Draw() {
   const size_t width = Width();
   const size_t room = width - std::min(width, waited.size());  // a long name loses its end first
   const std::string text = (line.stage.substr(0, room) + waited).substr(0, width);
-  (void)std::fprintf(stderr, "%s%s", kRewrite, text.c_str());
+  (void)dprintf(line.descriptor, "%s%s", kRewrite, text.c_str());
 }
 
 }  // namespace
 
-ProgressLine::ProgressLine() { line = State{isatty(STDERR_FILENO) == 1, {}, {}}; }
+ProgressLine::ProgressLine() : ProgressLine(STDERR_FILENO) {}
+
+ProgressLine::ProgressLine(int descriptor) {
+  line = State{isatty(descriptor) == 1, descriptor, {}, {}};
+}
 
 ProgressLine::~ProgressLine() {
   HideProgress();
@@ -65,7 +70,7 @@ void ShowStage(const std::string& name, const std::string& stage) {
 }
 
 void HideProgress() {
-  if (IsDrawn()) (void)std::fputs(kRewrite, stderr);
+  if (IsDrawn()) (void)dprintf(line.descriptor, "%s", kRewrite);
 }
 
 void WaitVisibly(std::chrono::milliseconds duration) {

@@ -1,5 +1,5 @@
-// Comfort for people: one line on standard error that rewrites itself, shown only when standard
-// error is a terminal. It says which name and stage an issuance is at and how long it has waited.
+// Comfort for people: one line on standard error that rewrites itself, shown only when that is a
+// terminal. It says which name and stage an issuance is at and how long it has waited.
 #pragma once
 
 #include <chrono>
@@ -7,11 +7,13 @@
 
 namespace kova {
 
-// Switches the line on (when standard error is a terminal) for the life of the object and wipes it
-// at the end. One at a time; new-cert owns it.
+// Switches the line on (when it goes to a terminal) for the life of the object and wipes it at the
+// end. One at a time; the command that people wait for owns it.
 class ProgressLine {
  public:
   ProgressLine();
+  // On another descriptor, where standard error is not the user's for now.
+  explicit ProgressLine(int descriptor);
   ~ProgressLine();
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;

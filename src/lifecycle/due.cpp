@@ -122,15 +122,17 @@ Prospect Judge(const Candidate& candidate, const std::optional<RenewalRecord>& r
   return IsHeldBack(candidate, settings) ? Prospect::kHeldBack : Prospect::kRenewed;
 }
 
-bool IsDue(const Candidate& candidate, const RenewalSettings& settings, RenewalAdviser& adviser) {
+// The same after it was asked.
+Prospect JudgeAdvised(const Candidate& candidate, const RenewalSettings& settings,
+                      RenewalAdviser& adviser) {
   const std::string& folder = candidate.archived.folder;
   const bool is_asked_for = settings.renew_any_issuer || settings.renewal_info;
   const std::optional<RenewalRecord> record = is_asked_for ? UsableRecord(folder) : std::nullopt;
   const Prospect prospect = Judge(candidate, record, settings);
-  if (prospect != Prospect::kNotDue) return prospect == Prospect::kRenewed;
-  if (IsAdvised(candidate, record, settings, adviser)) return true;
+  if (prospect != Prospect::kNotDue) return prospect;
+  if (IsAdvised(candidate, record, settings, adviser)) return Prospect::kRenewed;
   DebugStep("cert is not expired. [%s]", folder.c_str());
-  return false;
+  return Prospect::kNotDue;
 }
 
 // One that no rule takes, or that is taken and then fails for the lack of its record.
@@ -159,10 +161,17 @@ std::vector<DueCertificate> DueCertificates(const RenewalSettings& settings) {
     if (!HasFolder(certificate, kTag)) continue;
     FinishRenewal(certificate);
     const Candidate candidate(certificate);
-    const bool to_renew = IsDue(candidate, settings, adviser);
+    const bool to_renew = JudgeAdvised(candidate, settings, adviser) == Prospect::kRenewed;
     if (to_renew || IsRenewalNoted(certificate)) due.push_back({certificate, to_renew});
   }
   return due;
+}
+
+Prospect AdvisedProspectOf(const ArchivedCertificate& certificate,
+                           const RenewalSettings& settings) {
+  TellUnusable(settings);
+  RenewalAdviser adviser(settings);
+  return JudgeAdvised(Candidate(certificate), settings, adviser);
 }
 
 }  // namespace kova

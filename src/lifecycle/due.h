@@ -34,4 +34,8 @@ enum class Prospect {
 [[nodiscard]] Prospect ProspectOf(const ArchivedCertificate& certificate,
                                   const RenewalSettings& settings);
 
+// The same as a run of renew-all finds it, which asks its CA for advice as well.
+[[nodiscard]] Prospect AdvisedProspectOf(const ArchivedCertificate& certificate,
+                                         const RenewalSettings& settings);
+
 }  // namespace kova

@@ -1,6 +1,8 @@
 #include "lifecycle/renewal_record.h"
 
 #include "base/log.h"
+#include "lifecycle/names.h"
+#include "platform/files.h"
 
 namespace kova {
 namespace {
@@ -32,6 +34,30 @@ std::optional<RenewalRecord> RecordOrMessage(const std::string& folder) {
       break;
   }
   return std::nullopt;
+}
+
+std::string WhyUnusable(const std::string& folder) {
+  RenewalRecord record;
+  const std::string path = RenewalRecordPath(folder);
+  if (!KLIBCFileExist(path)) return "it has no renewal record [" + path + "]";
+  switch (ReadRenewalRecord(folder, record)) {
+    case RecordProblem::kNotJson:
+      return "its renewal record is no JSON object [" + path + "]";
+    case RecordProblem::kIncomplete:
+      return "its renewal record is not complete [" + path + "]";
+    case RecordProblem::kNone:
+      break;
+  }
+  const bool is_known = record.version == 1 || record.version == 2;
+  return is_known ? "" : "its renewal record is of an unknown version [" + path + "]";
+}
+
+std::string WhyNotRenewable(const std::string& folder) {
+  std::string why = WhyUnusable(folder);
+  RenewalRecord record;
+  if (!why.empty() || ReadRenewalRecord(folder, record) != RecordProblem::kNone) return why;
+  if (!SplitDomainList(record.domains).empty()) return {};
+  return "its renewal record names no host [" + RenewalRecordPath(folder) + "]";
 }
 
 }  // namespace kova

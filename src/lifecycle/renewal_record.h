@@ -12,4 +12,9 @@ namespace kova {
 // of the four members, or is of another version than 1 and 2.
 std::optional<RenewalRecord> RecordOrMessage(const std::string& folder);
 
+// Why nothing can be done with the folder's record, in words and without a message; empty when it
+// is usable. To renew with it, it has to name a host as well.
+std::string WhyUnusable(const std::string& folder);
+std::string WhyNotRenewable(const std::string& folder);
+
 }  // namespace kova

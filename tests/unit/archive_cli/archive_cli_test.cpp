@@ -197,6 +197,38 @@ TEST_F(ArgumentsTest, SaysWhatIsWrong) {
   EXPECT_EQ(Refusal({"x"}, kList), "too many arguments");
 }
 
+const Command kWithLetters = {"try",
+                              "",
+                              0,
+                              9,
+                              {{"domain", "NAME", false, "a name", 'd'},
+                               {"quick", nullptr, false, "at once", 'q'},
+                               {"dry", nullptr, false, "not at all"}},
+                              "Try it",
+                              nullptr};
+
+TEST_F(ArgumentsTest, TakesLettersForOptions) {
+  const Arguments arguments = Parse({"-d", "a", "-qdb", "x", "--domain", "c", "-dd"}, kWithLetters);
+  EXPECT_THAT(arguments.options.at("domain"), ElementsAre("a", "b", "c", "d"));
+  EXPECT_EQ(arguments.Text("domain"), "d");
+  EXPECT_TRUE(arguments.Has("quick"));
+  EXPECT_FALSE(arguments.Has("dry"));
+  EXPECT_THAT(arguments.operands, ElementsAre("x"));
+}
+
+TEST_F(ArgumentsTest, SaysWhatIsWrongWithLetters) {
+  EXPECT_EQ(Refusal({"-d"}, kWithLetters), "missing value of -d");
+  EXPECT_EQ(Refusal({"-z"}, kWithLetters), "unknown option -z");
+  EXPECT_EQ(Refusal({"-qz"}, kWithLetters), "unknown option -z");
+  EXPECT_EQ(Refusal({"-d"}, kBind), "unknown option -d");
+}
+
+TEST_F(ArgumentsTest, ShowsLettersBesideTheirOptions) {
+  EXPECT_THAT(Usage(kWithLetters), HasSubstr("\n  --domain NAME               a name (-d)\n"));
+  EXPECT_THAT(Usage(kWithLetters), HasSubstr("\n  --dry                       not at all\n"));
+  EXPECT_THAT(Usage(kWithLetters), HasSubstr("try [--domain NAME] [--quick] [--dry] [--json]"));
+}
+
 TEST_F(ArgumentsTest, HelpAsksForNothingElse) {
   bool help = false;
   ParseArguments(kBind, {"--help"}, help);
