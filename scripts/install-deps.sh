@@ -1,6 +1,7 @@
 #!/bin/bash
 # Installs what building and testing need, from Debian's packages (CONTRIBUTING.md says what each is
-# for). Does nothing when all of it is there. Services that come along are not started.
+# for). Does nothing when all of it is there. Services that come along are started neither now nor at
+# the next boot.
 #
 # usage: install-deps.sh [--build-only | --demo | --bench] [--list]
 #   --build-only  what building and installing need
@@ -50,13 +51,9 @@ done
 [[ ${#missing[@]} -gt 0 ]] || exit 0
 [[ $EUID -eq 0 ]] || { echo "to be run as root; missing: ${missing[*]}" >&2; exit 1; }
 
-# 101 is "action forbidden by policy": what is installed here runs in the tests' own namespaces only.
-policy=/usr/sbin/policy-rc.d
-if [[ ! -e $policy ]]; then
-  trap 'rm -f "$policy"' EXIT
-  printf '#!/bin/sh\nexit 101\n' > "$policy"
-  chmod 755 "$policy"
-fi
+# shellcheck source=scripts/install/quiet-services.sh
+source "$(dirname "${BASH_SOURCE[0]}")/install/quiet-services.sh"
+keep_services_quiet
 
 export DEBIAN_FRONTEND=noninteractive
 apt=(apt-get -qq --yes -o DPkg::Lock::Timeout=120 -o Dpkg::Use-Pty=0)

@@ -38,10 +38,16 @@ served() {
 
 serial_of() { openssl x509 -in "$1" -noout -serial; }
 
-# nginx reloads in its own time.
+# nginx reloads in its own time, in which a process of before may still take a connection.
 wait_until_served() {
+  local times=0
   for _ in {1..100}; do
-    [[ $(served -serial) != "$(serial_of "$folder/cert.pem")" ]] || return 0
+    if [[ $(served -serial) == "$(serial_of "$folder/cert.pem")" ]]; then
+      times=$((times + 1))
+    else
+      times=0
+    fi
+    [[ $times -lt 5 ]] || return 0
     sleep 0.1
   done
   echo "nginx does not serve the certificate of $folder" >&2
@@ -52,7 +58,10 @@ wait_until_served() {
 show_https() {
   wait_until_served
   title "https://$name/, as a browser would ask for it"
-  fact "says" "$(curl -sS --cacert "$1" --resolve "$name:443:127.0.0.1" "https://$name/")"
+  local said
+  said=$(curl -sS --cacert "$1" --resolve "$name:443:127.0.0.1" --retry 10 --retry-all-errors \
+    --retry-delay 1 "https://$name/" 2> "$work/curl.log") || { cat "$work/curl.log" >&2; exit 1; }
+  fact "says" "$said"
   fact "issuer" "$(served -issuer | sed 's/^issuer=//')"
   fact "serial" "$(served -serial | sed 's/.*=//')"
   fact "until" "$(served -enddate | sed 's/.*=//')"
