@@ -21,6 +21,7 @@ test=(
   ccache clang clang-tidy git libclang-rt-dev libgtest-dev libgmock-dev procps
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
+  apache2 postfix dovecot-imapd haproxy
   systemd man-db mandoc bash-completion debootstrap lintian
 )
 

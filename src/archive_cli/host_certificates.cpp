@@ -73,8 +73,8 @@ Finding HeldBack(const std::string& id) {
   return PassedOver(Level::kFailure, id,
                     "is due, but failed to be renewed several times in a row and is not tried "
                     "again within a day",
-                    "`kova-archive list` says what failed; kova-letsencrypt renew -c " + id +
-                        " && kova-archive deploy " + id + " tries it now");
+                    "`kova-archive list` says what failed; kova-archive renew " + id +
+                        " --force tries it now");
 }
 
 // None for one that stands in nobody's way.

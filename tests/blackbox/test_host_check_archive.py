@@ -122,8 +122,8 @@ def test_one_that_failed_often_is_a_failure_on_the_day_of_its_last_attempt(cli, 
     expect_finding(cli, "renewals", "failure",
                    "abc is due, but failed to be renewed several times in a row and is not tried "
                    "again within a day",
-                   "`kova-archive list` says what failed; kova-letsencrypt renew -c abc && "
-                   "kova-archive deploy abc tries it now")
+                   "`kova-archive list` says what failed; kova-archive renew abc --force tries it "
+                   "now")
 
 
 def test_one_that_cannot_be_read_is_a_failure(cli, host):
