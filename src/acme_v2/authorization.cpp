@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "acme/reply.h"
+#include "acme_v2/patience.h"
 #include "base/json.h"
 #include "base/progress.h"
 #include "base/sl_error.h"
@@ -14,6 +15,8 @@ namespace {
 constexpr char kTag[] = "client_v2";
 constexpr int kMaximumPolls = 30;
 constexpr std::chrono::seconds kPendingPause{2};
+constexpr std::chrono::milliseconds kFirstQuickPause{50};
+constexpr char kTimeout[] = "Autuhorization timeout";
 
 struct ValidationProblem {
   const char* type;
@@ -59,6 +62,31 @@ const Json::Value* FindUsableChallenge(const Json::Value& authorization, const s
                                 TextMember(problem, "detail"));
 }
 
+HttpResponse GetAuthorization(Session& session, const std::string& url) {
+  HttpResponse response = session.PostAsGet(url);
+  if (response.status != 200) {
+    throw WithCause(Error(code::kProtocol, kTag, "new_authz info: unexpect httpcode."), response);
+  }
+  return response;
+}
+
+struct Look {
+  std::string status;
+  HttpResponse reply;
+};
+
+// Throws when it is invalid or does not say what it is.
+Look LookAtAuthorization(Session& session, const std::string& url, const std::string& type) {
+  Look look{{}, GetAuthorization(session, url)};
+  const Json::Value authorization = ObjectBody(kTag, look.reply);
+  if (!HasMember(authorization, "status")) {
+    throw Error(code::kProtocol, kTag, "unexpect json response.");
+  }
+  look.status = TextMember(authorization, "status");
+  if (look.status == "invalid") ThrowValidationProblem(authorization, type);
+  return look;
+}
+
 }  // namespace
 
 const Json::Value* FindChallenge(const Json::Value& authorization, const std::string& type) {
@@ -66,32 +94,36 @@ const Json::Value* FindChallenge(const Json::Value& authorization, const std::st
 }
 
 Json::Value FetchAuthorization(Session& session, const std::string& url) {
-  const HttpResponse response = session.PostAsGet(url);
-  if (response.status != 200) {
-    throw WithCause(Error(code::kProtocol, kTag, "new_authz info: unexpect httpcode."), response);
-  }
-  return ObjectBody(kTag, response);
+  return ObjectBody(kTag, GetAuthorization(session, url));
 }
 
-void RespondChallenge(Session& session, const std::string& url) {
-  const HttpResponse response = session.PostJws(url, Json::Value(Json::objectValue));
-  if (response.status == 200) return;
-  throw WithCause(Error(code::kProtocol, kTag, "challenge: unexpect httpcode."), response);
+HttpResponse RespondChallenge(Session& session, const std::string& url) {
+  HttpResponse response = session.PostJws(url, Json::Value(Json::objectValue));
+  if (response.status != 200) {
+    throw WithCause(Error(code::kProtocol, kTag, "challenge: unexpect httpcode."), response);
+  }
+  return response;
 }
 
 void WaitAuthorization(Session& session, const std::string& url, const std::string& type) {
   for (int poll = 0; poll < kMaximumPolls; ++poll) {
-    const Json::Value authorization = FetchAuthorization(session, url);
-    if (!HasMember(authorization, "status")) {
-      throw Error(code::kProtocol, kTag, "unexpect json response.");
-    }
-    const std::string status = TextMember(authorization, "status");
+    const std::string status = LookAtAuthorization(session, url, type).status;
     if (status == "valid") return;
-    if (status == "invalid") ThrowValidationProblem(authorization, type);
     // Any other status is polled again at once, on purpose; it counts all the same.
     if (status == "pending") WaitVisibly(kPendingPause);
   }
-  throw Error(code::kRefused, kTag, "Autuhorization timeout");
+  throw Error(code::kRefused, kTag, kTimeout);
+}
+
+void WaitAuthorizationQuickly(Session& session, const std::string& url, const std::string& type,
+                              const HttpResponse& answer) {
+  Patience patience(kFirstQuickPause, kTimeout);
+  patience.PauseAfter(answer);
+  for (;;) {
+    const Look look = LookAtAuthorization(session, url, type);
+    if (look.status == "valid") return;
+    patience.PauseAfter(look.reply);
+  }
 }
 
 }  // namespace kova

@@ -99,8 +99,12 @@ void Authorizer::Validate(Session& session, const std::string& authorization_url
                           const std::string& type) {
   try {
     ShowStage(challenge.domain, "waiting for the CA to validate " + type);
-    RespondChallenge(session, challenge_url);
-    WaitAuthorization(session, authorization_url, type);
+    const HttpResponse answer = RespondChallenge(session, challenge_url);
+    if (session.CurrentSettings().quick_validation) {
+      WaitAuthorizationQuickly(session, authorization_url, type, answer);
+    } else {
+      WaitAuthorization(session, authorization_url, type);
+    }
   } catch (...) {
     UseUp(type);
     DebugStep("Failed to do challenge for %s with type %s.", challenge.domain.c_str(),

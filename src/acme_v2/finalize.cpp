@@ -1,24 +1,17 @@
-#include <algorithm>
 #include <chrono>
-#include <utility>
 
 #include "acme/reply.h"
 #include "acme_v2/issue.h"
+#include "acme_v2/patience.h"
 #include "base/json.h"
 #include "base/log.h"
-#include "base/progress.h"
 #include "base/sl_error.h"
-#include "net/headers.h"
 
 namespace kova {
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr char kTag[] = "client_v2";
-constexpr milliseconds kFirstPause{100};
-constexpr milliseconds kLongestPause{2000};
-constexpr std::chrono::seconds kOrderTimeout{60};
+constexpr std::chrono::milliseconds kFirstPause{100};
 
 // Some CAs say by null or an empty text that there is none yet.
 bool HasCertificate(const Json::Value& order) {
@@ -70,36 +63,10 @@ Json::Value FetchOrder(Session& session, const std::string& url, HttpResponse& r
   return ObjectBody(kTag, response);
 }
 
-// The pauses between two looks at an order: as the CA asks, or short ones that grow. Time on the
-// wire counts towards the end of patience as well as the pauses.
-class Patience {
- public:
-  // Throws when it would end during the pause.
-  void PauseAfter(const HttpResponse& reply) {
-    const milliseconds pause = PauseOf(reply);
-    const auto spent = std::max<Clock::duration>(paused_, Clock::now() - start_);
-    if (spent + pause > kOrderTimeout) throw Error(code::kRefused, kTag, "Order timeout");
-    WaitVisibly(pause);
-    paused_ += pause;
-  }
-
- private:
-  using Clock = std::chrono::steady_clock;
-
-  milliseconds PauseOf(const HttpResponse& reply) {
-    if (const auto asked = RetryAfter(reply)) return *asked;
-    return std::exchange(next_, std::min(2 * next_, kLongestPause));
-  }
-
-  Clock::time_point start_ = Clock::now();
-  milliseconds paused_{0};
-  milliseconds next_ = kFirstPause;
-};
-
 // Fetches the order again until `done` holds for it.
 Json::Value AwaitOrder(Session& session, const std::string& url, HttpResponse reply,
                        bool (*done)(const Json::Value& order)) {
-  Patience patience;
+  Patience patience(kFirstPause, "Order timeout");
   for (;;) {
     patience.PauseAfter(reply);
     Json::Value order = FetchOrder(session, url, reply);

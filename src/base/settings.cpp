@@ -76,6 +76,7 @@ void Fill(const Json::Value& document, Settings& settings) {
   FillBasic(document, settings);
   const Members file(document, settings.ignored);
   file.Take("asyncfinalize", settings.async_finalize);
+  file.Take("quickvalidation", settings.quick_validation);
   file.TakeCount("orderattempts", settings.order_attempts);
   file.Take("noncerefill", settings.nonce_refill);
   file.Take("keepconnections", settings.keep_connections);

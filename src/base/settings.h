@@ -27,6 +27,7 @@ struct Settings {
   bool skip_dns01 = false;                      // skipdns01
   std::optional<std::string> kova_ddns;         // kovaddns: update URL of the vendor's service
   bool async_finalize = false;                  // asyncfinalize
+  bool quick_validation = false;                // quickvalidation
   int order_attempts = 0;                       // orderattempts; 0: no bound and no wait
   bool nonce_refill = false;                    // noncerefill
   bool keep_connections = false;                // keepconnections

@@ -192,6 +192,10 @@ def processing_once(ca):
     ca.answer("finalize", edited_json(edit))
 
 
+def pending_once(ca):
+    ca.states_before_valid = ["pending"]
+
+
 def refused_twice(ca):
     ca.answer("newOrder", *[problem("rateLimited", "slow down", 429)] * 2)
 
@@ -235,6 +239,7 @@ KEYS = {
     "asyncfinalize": Key(True, NO_BOOLEAN, set(), Scene(
         {"requests", "connections", "output", "log", "waits", "files"}, processing_once, nothing,
         ONE_ATTEMPT)),
+    "quickvalidation": Key(True, NO_BOOLEAN, {"waits"}, Scene({"waits"}, pending_once)),
     "orderattempts": Key(1, NO_COUNT, set(), Scene(
         {"requests", "connections", "output", "log", "files"}, refused_twice)),
     "noncerefill": Key(True, NO_BOOLEAN, set(), Scene(

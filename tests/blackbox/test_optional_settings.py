@@ -133,6 +133,34 @@ def test_without_asyncfinalize_an_order_that_is_not_ready_fails(host, ca, accoun
     assert ca.calls("order") == []
 
 
+# -- quick validation ---------------------------------------------------------------------------
+
+
+def test_quick_validation_looks_soon_and_then_less_often(host, ca, account):
+    host.settings(quickvalidation=True)
+    ca.states_before_valid = ["pending", "processing", "pending"]
+    result = host.new_cert(ca.directory, [NAME])
+    expect.issued(result, [NAME])
+    assert result.sleeps == [0.05, 0.1, 0.2, 0.4]
+    assert len(ca.calls("authz")) == 1 + 3 + 1
+
+
+def test_quick_validation_waits_as_long_as_the_ca_asks(host, ca, account):
+    host.settings(quickvalidation=True)
+    ca.answer("challenge", edited(headers={"Retry-After": "3"}))
+    result = host.new_cert(ca.directory, [NAME])
+    expect.issued(result, [NAME])
+    assert result.sleeps == [3]
+
+
+def test_quick_validation_ends_after_a_minute(host, ca, account):
+    host.settings(quickvalidation=True, orderattempts=1, skipdns01=True)
+    ca.states_before_valid = ["pending"] * 1000
+    result = host.new_cert(ca.directory, [NAME])
+    expect.gave_up(result, 102, "Autuhorization timeout", attempts=1)
+    assert 56 <= sum(result.sleeps) <= 60 and set(result.sleeps[6:]) == {2}
+
+
 # -- attempts -----------------------------------------------------------------------------------
 
 

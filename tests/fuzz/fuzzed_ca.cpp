@@ -67,8 +67,8 @@ HttpResponse Reply(long status, const std::string& body, const std::string& head
 void PrepareHost() {
   test::ResetHost();
   test::WriteFile(test::kSettingsFile,
-                  R"({"skipdns01": true, "asyncfinalize": true, "noncerefill": true,
-                      "strictencoding": true})");
+                  R"({"skipdns01": true, "asyncfinalize": true, "quickvalidation": true,
+                      "noncerefill": true, "strictencoding": true})");
   platform::SetSleeper([](std::chrono::milliseconds) {});
 }
 

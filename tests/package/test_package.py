@@ -120,7 +120,8 @@ def test_an_installation_makes_an_empty_archive(root, deb):
     with open(os.environ["KOVA_STAGE"] + SETTINGS, encoding="utf-8") as staged:
         assert root.read(SETTINGS) == staged.read()
     installed = {"asyncfinalize": True, "noncerefill": True, "orderattempts": 3,
-                 "strictencoding": True, "checkissued": True, "stagedupdate": True}
+                 "strictencoding": True, "checkissued": True, "stagedupdate": True,
+                 "quickvalidation": True}
     assert installed.items() <= json.loads(root.read(SETTINGS)).items()
     assert not root.exists(JOB)
 

@@ -38,8 +38,9 @@ class Host(Servers):
         subprocess.run(["/bin/cp", "-a", self._stage + "/usr/kova/.", "/usr/kova"], check=True)
         _remove(paths.WEBROOT)
         _remove(paths.ARCHIVE + "/INFO")  # a test writes the index that it is about
-        # What is due is the bare rules' to say, unless a test asks for others (test_due.py).
-        self.settings(**dict.fromkeys(DUE_KEYS))
+        # What is due is the bare rules' to say, unless a test asks for others (test_due.py); and waits
+        # are those without `quickvalidation`, which has its own in test_optional_settings.py.
+        self.settings(**dict.fromkeys(DUE_KEYS), quickvalidation=None)
         self.syslog = SyslogCapture()
         # No router: looking for one would take two seconds of every run.
         self.device(router="none")

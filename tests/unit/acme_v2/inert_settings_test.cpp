@@ -57,7 +57,7 @@ TEST_F(InertSettings, ChangeNothingWhenTheyAreOfAnotherType) {
   ASSERT_GT(plain.size(), 10U);
   for (const char* key :
        {"asyncfinalize", "noncerefill", "strictencoding", "checkissued", "stagedupdate", "profile",
-        "preferredchain", "keepconnections", "transfertimeout"}) {
+        "preferredchain", "keepconnections", "transfertimeout", "quickvalidation"}) {
     for (const char* value : {"null", "\"\"", "[]", "{}", "1.5", "[true]"}) {
       EXPECT_EQ(RunWith(std::string(", \"") + key + "\": " + value), plain) << key << value;
     }
@@ -69,7 +69,7 @@ TEST_F(InertSettings, ChangeWhatTheyNameAlone) {
   for (const char* more :
        {R"(, "asyncfinalize": true)", R"(, "noncerefill": true)", R"(, "keepconnections": true)",
         R"(, "transfertimeout": 60)", R"(, "preferredchain": "x")", R"(, "profile": "x")",
-        R"(, "stagedupdate": true)"}) {
+        R"(, "stagedupdate": true)", R"(, "quickvalidation": true)"}) {
     EXPECT_EQ(RunWith(more), plain) << more;
   }
   std::vector<std::string> strict = RunWith(R"(, "strictencoding": true)");

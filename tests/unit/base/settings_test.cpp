@@ -48,7 +48,7 @@ constexpr char kAll[] = R"({
   "kovaddns": "http://ddns/", "asyncfinalize": true, "orderattempts": 3, "noncerefill": true,
   "strictencoding": true, "keepconnections": true, "transfertimeout": 90, "checkissued": true,
   "stagedupdate": true, "keytype": "ec256", "profile": "p", "preferredchain": "Root X",
-  "another": "one"})";
+  "quickvalidation": true, "another": "one"})";
 
 // All values in one text.
 std::string Shown(const Settings& settings) {
@@ -56,7 +56,7 @@ std::string Shown(const Settings& settings) {
   shown << "debug_log " << settings.debug_log.value_or(-99) << ", server " << settings.server
         << ", renew " << settings.renew_before_expire_days.value_or(-99) << ", skip "
         << settings.skip_dns01 << ", ddns " << settings.kova_ddns.value_or("none") << ", async "
-        << settings.async_finalize << ", attempts " << settings.order_attempts << ", refill "
+        << settings.async_finalize << ", quick " << settings.quick_validation << ", attempts " << settings.order_attempts << ", refill "
         << settings.nonce_refill << ", strict " << settings.strict_encoding << ", keep "
         << settings.keep_connections << ", limit " << settings.transfer_timeout << ", check "
         << settings.check_issued << ", staged " << settings.staged_update << ", key "
@@ -67,7 +67,7 @@ std::string Shown(const Settings& settings) {
 
 const std::string kDefaults =
     "debug_log -99, server https://acme-v02.api.letsencrypt.org/directory, renew -99, skip 0, "
-    "ddns none, async 0, attempts 0, refill 0, strict 0, keep 0, limit 0, check 0, staged 0, "
+    "ddns none, async 0, quick 0, attempts 0, refill 0, strict 0, keep 0, limit 0, check 0, staged 0, "
     "key none, profile none, chain none";
 
 Settings ReadOf(const std::string& content) {
@@ -100,7 +100,7 @@ TEST_F(SettingsFile, GivesValuesOfTheRightType) {
   EXPECT_EQ(settings.read_error, 0);
   EXPECT_EQ(Shown(settings),
             "debug_log 7, server http://ca/, renew 10, skip 1, ddns http://ddns/, async 1, "
-            "attempts 3, refill 1, strict 1, keep 1, limit 90, check 1, staged 1, key ec256, "
+            "quick 1, attempts 3, refill 1, strict 1, keep 1, limit 90, check 1, staged 1, key ec256, "
             "profile p, chain Root X");
 }
 
@@ -119,6 +119,7 @@ TEST_F(SettingsFile, TakesNothingOfAnotherType) {
       {"skipdns01", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
       {"kovaddns", {"10", "true", "null", "[]", "{}"}},
       {"asyncfinalize", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
+      {"quickvalidation", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
       {"orderattempts", {"0", "-1", "\"3\"", "true", "null", "[]", "{}", "1.5", "99999999999"}},
       {"noncerefill", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
       {"keepconnections", {"false", "1", "\"true\"", "null", "[true]", "{}"}},
