@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <ctime>
+
 #include "archive/paths.h"
 #include "archive_cli/entries.h"
 #include "lifecycle/advice.h"
@@ -27,6 +29,12 @@ ArchivedCertificate RequireCertificate(const std::string& id_or_folder) {
     throw Failure{"[" + certificate.folder + "] is not a folder of the archive"};
   }
   return certificate;
+}
+
+std::string Validity(const CertificateFacts& facts) {
+  if (facts.state == State::kUnreadable) return "not to be read";
+  const std::int64_t days = DaysLeft(facts, std::time(nullptr));
+  return "valid until " + DateText(facts.not_after) + " (" + std::to_string(days) + " days left)";
 }
 
 void Explain(Reply& reply, const SLError& error, const std::vector<std::string>& names,

@@ -4,7 +4,7 @@
 #include "archive/index.h"
 #include "archive/noted_move.h"
 #include "archive/paths.h"
-#include "archive_cli/command.h"
+#include "archive_cli/changes.h"
 #include "archive_cli/entries.h"
 #include "base/json.h"
 #include "lifecycle/removal.h"
@@ -35,16 +35,16 @@ void RequireUsableFolder(const std::string& folder) {
   RequireMatch(folder, "fullchain.pem");
 }
 
-Json::Value NewEntry(const Arguments& arguments) {
+Json::Value NewEntry(const std::optional<std::string>& description) {
   Json::Value entry;
-  if (arguments.Has("desc")) entry["desc"] = arguments.Text("desc");
+  if (description) entry["desc"] = *description;
   entry["services"] = Json::Value(Json::arrayValue);
   return entry;
 }
 
-Reply Run(const Arguments& arguments) {
-  const std::string id = IdOf(arguments.operands[0]);
-  RequirePlainId(id);
+}  // namespace
+
+bool AddToIndex(const std::string& id, const std::optional<std::string>& description) {
   FinishRemovals();
   bool added = false;
   const cert_archive::CertificateLock certificate(id);  // key and certificate are compared
@@ -55,11 +55,22 @@ Reply Run(const Arguments& arguments) {
       [&](Json::Value& info) {
         if (HasMember(info, id.c_str())) return IndexEdit::kLeave;
         RequireUsableFolder(cert_archive::CertificateFolder(id));
-        info[id] = NewEntry(arguments);
+        info[id] = NewEntry(description);
         added = true;
         return IndexEdit::kWrite;
       },
       cert_archive::MissingIndex::kIsEmpty));
+  return added;
+}
+
+namespace {
+
+Reply Run(const Arguments& arguments) {
+  const std::string id = IdOf(arguments.operands[0]);
+  RequirePlainId(id);
+  std::optional<std::string> description;
+  if (arguments.Has("desc")) description = arguments.Text("desc");
+  const bool added = AddToIndex(id, description);
   Reply reply;
   reply.text = id + (added ? " is in the index now.\n" : " was in the index already.\n");
   reply.document["id"] = id;

@@ -3,7 +3,7 @@
 #include "archive/deploy.h"
 #include "archive/index.h"
 #include "archive/service_object.h"
-#include "archive_cli/command.h"
+#include "archive_cli/changes.h"
 #include "archive_cli/entries.h"
 #include "base/json.h"
 #include "platform/service.h"
@@ -20,7 +20,8 @@ struct Plan {
   std::vector<std::string> sources;  // other certificates that list the service
 };
 
-// Throws Failure before anything is touched.
+}  // namespace
+
 Json::Value WantedService(const Arguments& arguments) {
   Json::Value object = NamedService(arguments, arguments.Has("package"));
   object["display_name"] = arguments.Text("display-name");
@@ -33,6 +34,8 @@ Json::Value WantedService(const Arguments& arguments) {
   }
   return object;
 }
+
+namespace {
 
 // The wanted object with what others keep in the listed one. A translated name is that of the old
 // display name, so it only survives together with it.
@@ -79,10 +82,9 @@ IndexEdit Enter(Json::Value& info, const std::string& id, const Plan& plan) {
   return IndexEdit::kWrite;
 }
 
-Reply Run(const Arguments& arguments) {
-  const std::string& id = arguments.operands[0];
-  RequirePlainId(id);
-  const Json::Value wanted = WantedService(arguments);
+}  // namespace
+
+std::string GiveService(const std::string& id, const Json::Value& wanted) {
   const std::string title = ServiceTitle(wanted);
   Plan plan;
   Require(cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
@@ -95,13 +97,22 @@ Reply Run(const Arguments& arguments) {
   if (CertificatesWith(ReadIndexOrFail(), wanted).empty()) {
     throw Failure{title + " has the files of [" + id + "], but the index does not say so"};
   }
+  return plan.sources.empty() ? std::string() : plan.sources[0];
+}
+
+namespace {
+
+Reply Run(const Arguments& arguments) {
+  const std::string& id = arguments.operands[0];
+  RequirePlainId(id);
+  const Json::Value wanted = WantedService(arguments);
+  const std::string before = GiveService(id, wanted);
   Reply reply;
-  reply.text = title + " uses " + id + " now.\n";
+  reply.text = ServiceTitle(wanted) + " uses " + id + " now.\n";
   reply.document["id"] = id;
   reply.document["subscriber"] = wanted["subscriber"];
   reply.document["service"] = wanted["service"];
-  reply.document["moved_from"] =
-      plan.sources.empty() ? Json::Value() : Json::Value(plan.sources[0]);
+  reply.document["moved_from"] = before.empty() ? Json::Value() : Json::Value(before);
   return reply;
 }
 

@@ -6,7 +6,7 @@
 
 #include "archive/index.h"
 #include "archive/paths.h"
-#include "archive_cli/command.h"
+#include "archive_cli/changes.h"
 #include "archive_cli/entries.h"
 #include "platform/file_writer.h"
 
@@ -36,8 +36,10 @@ void RequirePossible(const Json::Value& info, const std::string& id) {
   }
 }
 
+}  // namespace
+
 // Under the index lock, so that nobody removes the certificate meanwhile.
-void Set(const std::string& id) {
+void SetDefault(const std::string& id) {
   RequirePlainId(id);
   Require(cert_archive::EditIndex(cert_archive::kUpdateTimeout, [&](Json::Value& info) {
     RequirePossible(info, id);
@@ -50,6 +52,8 @@ void Set(const std::string& id) {
   }));
 }
 
+namespace {
+
 std::string Get() {
   std::string id;
   Require(cert_archive::ReadDefaultCertificate(id));
@@ -58,7 +62,7 @@ std::string Get() {
 
 Reply Run(const Arguments& arguments) {
   Reply reply;
-  if (!arguments.operands.empty()) Set(arguments.operands[0]);
+  if (!arguments.operands.empty()) SetDefault(arguments.operands[0]);
   const std::string id = arguments.operands.empty() ? Get() : arguments.operands[0];
   reply.document["default"] = id.empty() ? Json::Value() : Json::Value(id);
   if (arguments.operands.empty()) {

@@ -35,13 +35,6 @@ Work Begin(const std::string& id_or_folder) {
   return work;
 }
 
-// "valid until 2027-02-19 (89 days left)".
-std::string Validity(const CertificateFacts& facts) {
-  if (facts.state == State::kUnreadable) return "not to be read";
-  const std::int64_t days = DaysLeft(facts, std::time(nullptr));
-  return "valid until " + DateText(facts.not_after) + " (" + std::to_string(days) + " days left)";
-}
-
 void AddFacts(const Work& work, const char* result, Json::Value& document) {
   document["id"] = work.certificate.id;
   document["result"] = result;

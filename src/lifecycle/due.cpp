@@ -174,4 +174,9 @@ Prospect AdvisedProspectOf(const ArchivedCertificate& certificate,
   return JudgeAdvised(Candidate(certificate), settings, adviser);
 }
 
+bool IsEverRenewed(const ArchivedCertificate& certificate, const RenewalSettings& settings) {
+  const Candidate candidate(certificate);
+  return Judge(candidate, UsableRecord(certificate.folder), settings) != Prospect::kOtherIssuer;
+}
+
 }  // namespace kova

@@ -38,4 +38,8 @@ enum class Prospect {
 [[nodiscard]] Prospect AdvisedProspectOf(const ArchivedCertificate& certificate,
                                          const RenewalSettings& settings);
 
+// Whether runs of renew-all renew it at all, once it is due. Its CA is not asked.
+[[nodiscard]] bool IsEverRenewed(const ArchivedCertificate& certificate,
+                                 const RenewalSettings& settings);
+
 }  // namespace kova

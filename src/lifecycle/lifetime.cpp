@@ -1,5 +1,7 @@
 #include "lifecycle/lifetime.h"
 
+#include <algorithm>
+
 #include "base/log.h"
 
 namespace kova {
@@ -14,6 +16,11 @@ bool LeftIsUnder(const Lifetime& lifetime, std::int64_t parts, std::int64_t now)
   return (lifetime.end - now) * parts < lifetime.end - lifetime.begin;
 }
 
+// One of them is left when it is due.
+std::int64_t PartsOf(const Lifetime& lifetime) {
+  return lifetime.end - lifetime.begin < kShortLife ? 2 : 3;
+}
+
 }  // namespace
 
 std::optional<Lifetime> LifetimeOf(const std::optional<Certificate>& certificate,
@@ -26,8 +33,7 @@ std::optional<Lifetime> LifetimeOf(const std::optional<Certificate>& certificate
 }
 
 bool IsDue(const Lifetime& lifetime, std::int64_t now) {
-  const bool is_short = lifetime.end - lifetime.begin < kShortLife;
-  return LeftIsUnder(lifetime, is_short ? 2 : 3, now);
+  return LeftIsUnder(lifetime, PartsOf(lifetime), now);
 }
 
 DueRule DueRule::Of(const RenewalSettings& settings) {
@@ -38,6 +44,15 @@ DueRule DueRule::Of(const RenewalSettings& settings) {
 bool IsDue(const Lifetime& lifetime, const DueRule& rule, std::int64_t now) {
   if (rule.by_lifetime && IsDue(lifetime, now)) return true;
   return rule.lead_days && lifetime.end <= now + *rule.lead_days * kDay;
+}
+
+std::int64_t DueFrom(const Lifetime& lifetime, const DueRule& rule) {
+  const std::int64_t parts = PartsOf(lifetime);
+  const std::int64_t part = (lifetime.end - lifetime.begin + parts - 1) / parts;  // rounded up
+  std::int64_t from = lifetime.end;
+  if (rule.by_lifetime) from = std::min(from, lifetime.end - part + 1);
+  if (rule.lead_days) from = std::min(from, lifetime.end - *rule.lead_days * kDay);
+  return from;
 }
 
 bool IsNearlyOver(const Lifetime& lifetime, std::int64_t now) {

@@ -35,6 +35,9 @@ struct DueRule {
 
 [[nodiscard]] bool IsDue(const Lifetime& lifetime, const DueRule& rule, std::int64_t now);
 
+// The first moment at which it is due.
+[[nodiscard]] std::int64_t DueFrom(const Lifetime& lifetime, const DueRule& rule);
+
 // True when less than a tenth of it is left.
 [[nodiscard]] bool IsNearlyOver(const Lifetime& lifetime, std::int64_t now);
 

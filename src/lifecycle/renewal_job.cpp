@@ -67,6 +67,13 @@ void CorrectRenewalJob(const RenewalSettings& settings) {
   }
 }
 
+std::string StandingPeriod() {
+  for (const char* period : kPeriods) {
+    if (RenewalJob().Holds(JobOf(period))) return period;
+  }
+  return {};
+}
+
 bool RemoveRenewalJob() {
   const auto manager = RenewalJob();
   if (!manager.Exist() || manager.Remove()) return true;

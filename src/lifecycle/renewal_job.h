@@ -2,6 +2,8 @@
 // `cronperiod` says.
 #pragma once
 
+#include <string>
+
 #include "base/renewal_settings.h"
 
 namespace kova {
@@ -16,6 +18,10 @@ void CorrectRenewalJob(const RenewalSettings& settings);
 
 // True when the job does not exist afterwards; false with a message.
 bool RemoveRenewalJob();
+
+// "daily", "weekly" or "monthly" when the job stands as this program writes it; empty when there is
+// none, or an edited one.
+std::string StandingPeriod();
 
 // Adds the job when a certificate of the archive has a renewal record.
 void AddRenewalJobWhenNeeded(const RenewalSettings& settings);

@@ -134,6 +134,8 @@ bool ConfigManager::Holds(const Json::Value& jobs) const {
          text == Render(jobs, MomentOnThisHost(name_));
 }
 
+JobMoment ConfigManager::Moment() const { return MomentOnThisHost(name_); }
+
 bool ConfigManager::Remove() const {
   if (unlink(path_.c_str()) == 0) return true;
   RecordError(errno);

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "platform/job_moment.h"
+
 namespace KOVA::KOVACrond {
 
 class ConfigManager {
@@ -23,6 +25,10 @@ class ConfigManager {
 
   // True when the job stands exactly as Save would write that array.
   [[nodiscard]] bool Holds(const Json::Value& jobs) const;
+
+  // When a job of that name is run: the host's own moment, of which a daily job has no weekday and
+  // a monthly one is run on the first.
+  [[nodiscard]] kova::platform::JobMoment Moment() const;
 
   // Deletes the job. False when that failed.
   [[nodiscard]] bool Remove() const;

@@ -76,10 +76,14 @@ class RealCa:
     def status(self, serial):
         """"Valid" or "Revoked", as its responder would say; None for a certificate not its own."""
         try:
-            return json.loads(self._manage(f"/cert-status-by-serial/{serial:x}"))["Status"]
+            return self.revocation(serial)["Status"]
         except urllib.error.HTTPError as error:
             assert error.code == 404
             return None
+
+    def revocation(self, serial):
+        """All that it knows of a certificate of its own: "Status", of a revoked one "Reason" too."""
+        return json.loads(self._manage(f"/cert-status-by-serial/{serial:x}"))
 
     def _manage(self, path):
         with urllib.request.urlopen(f"https://localhost:{MANAGEMENT}{path}", timeout=10,

@@ -37,6 +37,23 @@ TEST(LifetimeTest, IsNearlyOverInItsLastTenth) {
   EXPECT_TRUE(IsNearlyOver(Days(90), 81 * kDay + 1));
 }
 
+// DueFrom is the moment at which IsDue changes its answer.
+void ExpectDueFrom(const Lifetime& lifetime, const DueRule& rule, std::int64_t moment) {
+  EXPECT_EQ(DueFrom(lifetime, rule), moment);
+  EXPECT_FALSE(IsDue(lifetime, rule, moment - 1));
+  EXPECT_TRUE(IsDue(lifetime, rule, moment));
+}
+
+TEST(DueRuleTest, TellsTheFirstMomentAtWhichItIsDue) {
+  ExpectDueFrom(Days(90), {true, std::nullopt}, 60 * kDay + 1);
+  ExpectDueFrom(Days(6), {true, std::nullopt}, 3 * kDay + 1);
+  ExpectDueFrom({7, 7 + 20 * kDay + 1}, {true, std::nullopt}, 7 + (40 * kDay + 1) / 3 + 1);
+  ExpectDueFrom({7, 7 + 20 * kDay + 2}, {true, std::nullopt}, 7 + (40 * kDay + 4) / 3 + 1);
+  ExpectDueFrom(Days(45), {false, 5}, 40 * kDay);
+  ExpectDueFrom(Days(45), {true, 5}, 30 * kDay + 1);
+  ExpectDueFrom(Days(45), {true, 20}, 25 * kDay);
+}
+
 TEST(DueRuleTest, DaysAloneCountWithoutTheLifetime) {
   RenewalSettings settings;
   EXPECT_FALSE(IsDue(Days(45), DueRule::Of(settings), 15 * kDay - 1));
@@ -62,8 +79,9 @@ TEST(DueRuleTest, DaysCountBesideTheLifetimeWhenTheyAreSet) {
 TEST(LifetimeTest, OfWhatIsNoCertificateIsNone) {
   test::SyslogCapture syslog;
   EXPECT_FALSE(LifetimeOf(std::nullopt, "/run/a.pem").has_value());
-  EXPECT_EQ(syslog.Texts(), (std::vector<std::string>{
-                                "kova-letsencrypt:# Failed to read the lifetime of /run/a.pem"}));
+  EXPECT_EQ(
+      syslog.Texts(),
+      (std::vector<std::string>{"kova-letsencrypt:# Failed to read the lifetime of /run/a.pem"}));
 }
 
 // A year of daily runs, none of which gets a certificate during an outage that begins on that day

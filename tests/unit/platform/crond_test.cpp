@@ -107,6 +107,15 @@ TEST_F(CrondTest, ThePeriodDecidesTheDays) {
   EXPECT_THAT(ReadFile(kPath), MatchesRegex("# [^\n]*\n[0-9]+ [0-9]+ 1 \\* \\* root [^\n]*\n"));
 }
 
+TEST_F(CrondTest, TellsTheMomentThatItWrites) {
+  for (const char* id : {"0123456789abcdef0123456789abcdef", "fedcba9876543210fedcba9876543210"}) {
+    const std::vector<std::string> words = CrontabWords(SavedOnHost(id, Jobs(Renewal())));
+    EXPECT_EQ(words.at(0), std::to_string(manager_.Moment().minute));
+    EXPECT_EQ(words.at(1), std::to_string(manager_.Moment().hour));
+    EXPECT_EQ(words.at(4), std::to_string(manager_.Moment().weekday));
+  }
+}
+
 TEST_F(CrondTest, SeveralObjectsAreSeveralPairsOfLines) {
   Json::Value jobs = Jobs(Renewal());
   Json::Value second = Renewal();
