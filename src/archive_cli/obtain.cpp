@@ -12,6 +12,7 @@
 #include "lifecycle/failure.h"
 #include "lifecycle/issue.h"
 #include "lifecycle/renewal_job.h"
+#include "platform/signals.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -34,11 +35,17 @@ std::optional<SLError> Issue(const ObtainRequest& request, const RenewalSettings
   return failure;
 }
 
-// The steps that follow, each with what a person would do in its place.
-void Enter(const ObtainRequest& request, Obtained& obtained) {
+// A certificate that the CA has issued is not lost sight of, even when a signal ends the run.
+void EnterInIndex(const ObtainRequest& request, Obtained& obtained) {
+  const platform::CleanupScope scope;
   ShowStage("", "entering the certificate in the archive's index");
   obtained.step = Step::kEnter;
   (void)AddToIndex(obtained.certificate.id, request.description);
+}
+
+void TakeSteps(const ObtainRequest& request, Obtained& obtained) {
+  EnterInIndex(request, obtained);
+  platform::ThrowIfInterrupted();
   obtained.step = Step::kMakeDefault;
   if (request.becomes_default) SetDefault(obtained.certificate.id);
   obtained.step = Step::kGive;
@@ -60,7 +67,7 @@ Reply Run(const Arguments& arguments) {
   }
   AddRenewalJob(settings);  // what becomes of it is in the reply
   try {
-    Enter(request, obtained);
+    TakeSteps(request, obtained);
   } catch (const Failure& failure) {
     return ObtainCutShort(request, obtained, failure.message);
   }

@@ -1,18 +1,22 @@
 """kova-archive obtain: new-cert, add, default and bind in one."""
 
 import datetime
+import fcntl
+import glob
 import json
 import os
 import re
 import signal
+import threading
+import time
 
 import pytest
 from cryptography import x509
 from lib import expect, paths
 from lib.acme_ca import AcmeCa
-from lib.archive_cli import DEFAULT, INDEX, PROGRAM, ArchiveCli, done
+from lib.archive_cli import DEFAULT, INDEX, LOCK, PROGRAM, ArchiveCli, done
 from lib.http_script import Reply, edited_json
-from lib.interruption import SIGNALS, ended, telling, while_validating
+from lib.interruption import SIGNALS, ended, tell, telling, while_validating
 from lib.obtain import BIND, MAIL, NAMES, certificate, nothing_left, obtain
 from lib.renewal import deployed, serial
 
@@ -360,6 +364,28 @@ def test_signal_takes_the_token_back(host, ca, account, number):
     ended(obtain(host, ca, *BIND), number, "kova-archive")
     assert seen == [1]
     nothing_left(host)
+
+
+def test_certificate_that_was_issued_is_entered_in_spite_of_a_signal(host, ca, account):
+    """The signal comes while somebody else holds the index."""
+    def interfere():
+        while not glob.glob(paths.ARCHIVE + "/*/renew.json"):
+            time.sleep(0.01)
+        while glob.glob(paths.ARCHIVE + "/.*.unfinished"):
+            time.sleep(0.01)
+        time.sleep(0.3)
+        tell(signal.SIGINT, PROGRAM)
+        time.sleep(0.3)
+        fcntl.flock(lock, fcntl.LOCK_UN)
+
+    with open(LOCK, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        helper = threading.Thread(target=interfere)
+        helper.start()
+        result = obtain(host, ca, *BIND, env={"LD_PRELOAD": ""})  # its waits are real
+        helper.join()
+    ended(result, signal.SIGINT, "kova-archive")
+    assert ArchiveCli.index() == {os.path.basename(certificate(host)): {"services": []}}
 
 
 def test_signal_on_a_terminal_wipes_the_line(host, ca, account):

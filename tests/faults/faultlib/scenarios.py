@@ -244,6 +244,31 @@ def archive_check(lab):
     return front("check", ID)
 
 
+def archive_obtain(lab):
+    lab.account()
+    lab.host.write("/usr/libexec/certificate.d/nginx", "#!/bin/sh\n", 0o755)
+    return front("obtain", "-d", NAME, "-m", "admin@host.example", "--server", lab.ca.directory,
+                 "--default", "--bind", "nginx/web", "--display-name", "Web", "--owner", "root")
+
+
+def obtained(lab):
+    """Issued, and the one with the service is the default one, whose files it has."""
+    index = state.json_of(paths.ARCHIVE + "/INFO") or {}
+    users = [identity for identity in index if _listed(identity) == ["nginx/web"]]
+    return (issued(lab) and len(users) == 1 and default_is(users[0])(lab)
+            and deployed_to(users[0], WEB)(lab))
+
+
+def archive_renew(lab):
+    two_services(lab)
+    return front("renew", ID)
+
+
+def archive_revoke(lab):
+    revoke(lab)
+    return front("revoke", ID, "--reason", "superseded")
+
+
 def archive_self_signed(lab):
     return front("self-signed", "/usr/kova/etc/set")
 
@@ -294,5 +319,9 @@ SCENARIOS = [
     Scenario("archive-unbind", archive_unbind, moved, services=[WEB]),
     Scenario("archive-deploy", archive_deploy, deployed_to(ID, WEB), services=[WEB]),
     Scenario("archive-check", archive_check, generated(folder_of(ID)), services=[WEB]),
+    Scenario("archive-obtain", archive_obtain, obtained, between=[{"madeUp": {"services": []}}]),
+    Scenario("archive-renew", archive_renew, renewed_and_deployed, services=[WEB, MAIL]),
+    # Once it is revoked, it has no record to be revoked with.
+    Scenario("archive-revoke", archive_revoke, revoked, follow=kova("revoke", "-c", ID)),
     Scenario("archive-self-signed", archive_self_signed, generated("/usr/kova/etc/set")),
 ]
