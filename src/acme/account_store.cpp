@@ -3,16 +3,21 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "base/files.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "base/sl_error.h"
+#include "base/status.h"
 #include "base/unfinished_folder.h"
 #include "crypto/secret.h"
+#include "platform/file_writer.h"
 
 namespace kova {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr char kProgramFolder[] = "/usr/kova/etc/letsencrypt";
 constexpr char kStore[] = "/usr/kova/etc/letsencrypt/account";
@@ -26,6 +31,7 @@ constexpr mode_t kFileMode = 0600;
 }
 
 constexpr char kInfoName[] = "info.json";  // written last
+constexpr char kRemovedEnd[] = ".removed";
 
 bool MakeUniqueFolder(UnfinishedFolder& folder) {
   return folder.Make(kStore) && chmod(folder.Path().c_str(), kFolderMode) == 0;
@@ -43,9 +49,32 @@ bool ReadObject(const std::string& path, Json::Value& object) {
   return JsonFromFile(path, object) && object.isObject();
 }
 
+// Its dot keeps it out of the list.
+std::string RemovedName(const fs::path& folder) {
+  return folder.parent_path() / ("." + folder.filename().string() + kRemovedEnd);
+}
+
+void RemoveTree(const fs::path& path) {
+  std::error_code error;
+  fs::remove_all(path, error);
+  if (error) LogError("client_v2", "Failed to remove %s [%d]", path.c_str(), error.value());
+}
+
+void RemoveRemoved() {
+  std::error_code error;
+  for (fs::directory_iterator entry(kStore, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename();
+    if (name.starts_with(".") && name.ends_with(kRemovedEnd)) RemoveTree(entry->path());
+  }
+}
+
 }  // namespace
 
-void RemoveUnfinishedAccounts() { RemoveUnfinished(kStore, kInfoName); }
+void RemoveUnfinishedAccounts() {
+  RemoveUnfinished(kStore, kInfoName);
+  RemoveRemoved();
+}
 
 std::vector<std::string> ListAccounts() {
   RemoveUnfinishedAccounts();
@@ -54,6 +83,21 @@ std::vector<std::string> ListAccounts() {
     throw "glob error";  // NOLINT(misc-throw-by-value-catch-by-reference): see the header
   }
   return folders;
+}
+
+std::string AccountFolder(const std::string& name) { return std::string(kStore) + "/" + name; }
+
+void ReplaceAccountInfo(const std::string& folder, const Json::Value& info) {
+  WriteTextFile(AccountInfoPath(folder), JsonStyledText(info), kFileMode);
+}
+
+void RemoveAccount(const std::string& folder) {
+  const std::string removed = RemovedName(folder);
+  RemoveTree(removed);
+  if (const int error = platform::CommitStaged(folder, removed); error != 0) {
+    throw Error(code::kLocal, "client_v2", "cannot remove [" + folder + "]: " + ErrorWords(error));
+  }
+  RemoveTree(removed);
 }
 
 std::string AccountInfoPath(const std::string& folder) { return folder + "/" + kInfoName; }

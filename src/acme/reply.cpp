@@ -31,6 +31,15 @@ SLError WithCause(SLError error, const HttpResponse& response) {
   return error;
 }
 
+SLError RefusedByCa(Site site, const HttpResponse& response) {
+  Json::Value body;
+  (void)JsonFromText(response.body, body);
+  const std::string detail = TextMember(body, "detail");
+  return SLError::FromServerText(
+      code::kProtocol, site,
+      "the CA answered " + std::to_string(response.status) + (detail.empty() ? "" : ": " + detail));
+}
+
 std::string RequiredText(const char* tag, const Json::Value& object, const char* name) {
   const Json::Value& member = Member(object, name);
   if (!member.isString()) throw Error(code::kProtocol, tag, kUnexpected);

@@ -27,6 +27,9 @@ std::string ProblemDetail(const HttpResponse& response);
 // The failure with the reply's "detail" as its cause, if it has one. Throws nothing.
 SLError WithCause(SLError error, const HttpResponse& response);
 
+// SLError 200 "the CA answered STATUS: DETAIL", the detail where there is one. Throws nothing.
+SLError RefusedByCa(Site site, const HttpResponse& response);
+
 // A member that the protocol says is a string; throws SLError 200 "unexpect json response." when it
 // is missing or something else.
 std::string RequiredText(const char* tag, const Json::Value& object, const char* name);

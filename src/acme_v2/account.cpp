@@ -6,6 +6,7 @@
 #include "acme/account_store.h"
 #include "acme/reply.h"
 #include "acme_v2/account_binding.h"
+#include "acme_v2/key_change.h"
 #include "acme_v2/session.h"
 #include "base/debug.h"
 #include "base/json.h"
@@ -97,7 +98,7 @@ void Account::Setup(Session& session, const std::string& contact) {
     Register(session, contact);
   } else {
     DebugStep("Found registed account. used old account. [%s]", folder.c_str());
-    session.Use(Load(folder));
+    UseStoredAccount(session, folder);
   }
 }
 

@@ -25,6 +25,7 @@
 #include "acme_v2/authorization.h"
 #include "acme_v2/authorizer.h"
 #include "acme_v2/issue.h"
+#include "acme_v2/key_change.h"
 #include "acme_v2/order.h"
 #include "acme_v2/session.h"
 
@@ -55,7 +56,7 @@ class AcmeV2Client {
     return Account::Find(directory, contact);
   }
   void SetupAccount(const std::string& contact) { Account::Setup(session_, contact); }
-  void LoadAccount(const std::string& folder) { session_.Use(Account::Load(folder)); }
+  void LoadAccount(const std::string& folder) { UseStoredAccount(session_, folder); }
   void RegisterAccount(const std::string& contact) { Account::Register(session_, contact); }
 
   // --- Order and authorizations (order.h, authorizer.h, authorization.h) ---

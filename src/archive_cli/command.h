@@ -72,6 +72,7 @@ extern const Command kBind;
 extern const Command kUnbind;
 extern const Command kDeploy;
 extern const Command kCheck;
+extern const Command kAccount;
 extern const Command kSelfSigned;
 extern const Command kObtain;
 extern const Command kRenew;

@@ -3,9 +3,9 @@
 namespace kova::archive_cli {
 
 const std::vector<const Command*>& Commands() {
-  static const std::vector<const Command*> commands = {&kObtain,  &kList,  &kAdd,    &kRemove,
-                                                       &kDefault, &kBind,  &kUnbind, &kDeploy,
-                                                       &kCheck,   &kRenew, &kRevoke, &kSelfSigned};
+  static const std::vector<const Command*> commands = {
+      &kObtain, &kList,  &kAdd,   &kRemove, &kDefault, &kBind,      &kUnbind,
+      &kDeploy, &kCheck, &kRenew, &kRevoke, &kAccount, &kSelfSigned};
   return commands;
 }
 

@@ -41,6 +41,8 @@ constexpr std::array kAdvice = {
         code::kUnauthorized, "",
         "Make sure that /.well-known/acme-challenge/ of that name leads to /var/lib/letsencrypt on "
         "this host, or with dns-01 that the TXT record is public."},
+    Entry{code::kProtocol, "account",
+          "Nothing was changed on this host: mend what the authority names, and try again."},
     Entry{code::kProtocol, "",
           "Check that the server's URL is that of an ACME directory, and try again "
           "later; kova-letsencrypt -vv shows what is sent and received."},

@@ -10,13 +10,13 @@
 #include "lifecycle/failure.h"
 #include "lifecycle/removal.h"
 #include "lifecycle/renewal_files.h"
+#include "lifecycle/run_lock.h"
 #include "platform/service.h"
 
 namespace kova {
 namespace {
 
 constexpr char kTag[] = "kova-letsencrypt";
-constexpr char kRunLock[] = "/run/kova-renew-all.lock";
 constexpr std::chrono::hours kRunTimeout{12};
 
 // True when the certificate serves the system's default service. Throws SLError 201.

@@ -82,6 +82,22 @@ def test_commands_of_the_archive_are_those_of_its_help(host):
     assert complete("kova-archive", "--") == ["--help", "--version"]
 
 
+def test_accounts(host):
+    for name in ("aB3xYz", "other"):
+        host.write(f"{paths.ACCOUNTS}/{name}/info.json", "{}", 0o600)
+    host.write(f"{paths.ACCOUNTS}/nokey", "")
+    actions = ["deactivate", "list", "rollover", "update"]
+    assert complete("kova-archive", "account", "") == actions
+    assert complete("kova-archive", "account", "r") == ["rollover"]
+    assert complete("kova-archive", "account", "rollover", "") == ["aB3xYz", "other"]
+    assert complete("kova-archive", "account", "update", "o") == ["other"]
+    assert complete("kova-archive", "account", "list", "") == []
+    assert complete("kova-archive", "account", "rollover", "other", "") == []
+    assert complete("kova-archive", "account", "update", "other", "--") == [
+        "--force", "--help", "--json", "--mail"]
+    assert complete("kova-archive", "account", "update", "other", "--mail", "") == []
+
+
 def test_options():
     assert complete("kova-letsencrypt", "new-cert", "-") == sorted(
         ["-d", "-m", "-s", "-c", "-p", "-v", "-vv", "-h"])

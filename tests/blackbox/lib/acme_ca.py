@@ -1,13 +1,14 @@
 """A scripted ACME v2 CA on the loopback: a small, correct state machine that checks every signed
 request, and that tests can make misbehave endpoint by endpoint (see ScriptedServer.answer).
 
-Endpoints: directory, newNonce, newAccount, newOrder, authz, challenge, order, finalize,
-certificate, revokeCert and, where the test gives it, renewalInfo. A request that breaks a rule of the protocol is recorded in `violations`;
+Endpoints: directory, newNonce, newAccount, account, keyChange, newOrder, authz, challenge, order,
+finalize, certificate, revokeCert and, where the test gives it, renewalInfo. A request that breaks a rule of the protocol is recorded in `violations`;
 the `ca` fixture fails the test for any.
 """
 
 import collections
 import itertools
+import json
 import secrets
 from dataclasses import dataclass, field
 
@@ -83,11 +84,13 @@ class AcmeCa(SignedServer):
         super().__init__(port)
         self.directory = self.url + "/directory"
         self.links = {"newNonce": self.url + "/new-nonce", "newAccount": self.url + "/new-account",
-                      "newOrder": self.url + "/new-order", "revokeCert": self.url + "/revoke-cert"}
+                      "newOrder": self.url + "/new-order", "revokeCert": self.url + "/revoke-cert",
+                      "keyChange": self.url + "/key-change"}
 
     # -- requests --------------------------------------------------------------------------------
 
     _ENDPOINTS = {"directory": "directory", "new-nonce": "newNonce", "new-account": "newAccount",
+                  "account": "account", "key-change": "keyChange",
                   "new-order": "newOrder", "revoke-cert": "revokeCert", "authz": "authz",
                   "challenge": "challenge", "order": "order", "finalize": "finalize",
                   "certificate": "certificate", "renewal-info": "renewalInfo"}
@@ -129,6 +132,8 @@ class AcmeCa(SignedServer):
             return problem("malformed", "no such endpoint", 404)
         if request.violation:
             return problem("malformed", request.violation)
+        if request.jws and self._account_of(request).get("status") == "deactivated":
+            return problem("unauthorized", "the account is deactivated", 403)
         return getattr(self, "_" + request.endpoint)(request)
 
     # -- accounts --------------------------------------------------------------------------------
@@ -141,8 +146,24 @@ class AcmeCa(SignedServer):
     def _newNonce(self, _request):
         return Reply(204)
 
+    def _account_of(self, request):
+        """The account that speaks, by its URL or by its key; empty when there is none."""
+        header = request.jws.header
+        if "kid" in header:
+            return self.accounts[header["kid"]]
+        return self.accounts.get(self.url_of(header["jwk"]), {})
+
+    def url_of(self, jwk):
+        """The account URL of a public key, or None."""
+        return next((url for url, known in self.accounts.items() if known["jwk"] == jwk), None)
+
     def _newAccount(self, request):
         payload = request.jws.payload
+        url = self.url_of(request.jws.header["jwk"])
+        if payload.get("onlyReturnExisting") is True:
+            if url is None:
+                return problem("accountDoesNotExist", "no account has this key")
+            return Reply(200, {"status": "valid"}, {"Location": url})
         if payload.get("termsOfServiceAgreed") is not True:
             return problem("userActionRequired", "agree to the terms first", 403)
         url = self.register(request.jws.header["jwk"], payload)
@@ -154,6 +175,38 @@ class AcmeCa(SignedServer):
         self.accounts[url] = {"jwk": {name: jwk[name] for name in ("kty", "n", "e")},
                               "payload": payload}
         return url
+
+    def _account(self, request):
+        account, payload = self._account_of(request), request.jws.payload
+        require(request.jws.header["kid"] == self.url + request.path, "an account asks for itself")
+        account.setdefault("changes", []).append(payload)
+        account.update({name: payload[name] for name in ("contact", "status") if name in payload})
+        return Reply(200, {"status": account.get("status", "valid"),
+                           "contact": account.get("contact", [])})
+
+    def _keyChange(self, request):
+        """RFC 8555, 7.3.5."""
+        try:
+            jwk = self._new_key_of(request)
+        except Violation as violation:
+            self.violations.append(f"key change: {violation}")
+            return problem("malformed", str(violation))
+        owner = self.url_of(jwk)
+        if owner is not None:
+            return problem("malformed", "an account has this key", 409, headers={"Location": owner})
+        self._account_of(request)["jwk"] = jwk
+        return Reply(200)
+
+    def _new_key_of(self, request):
+        inner = jws.parse(json.dumps(request.jws.payload).encode())
+        require(set(inner.header) == {"alg", "jwk", "url"} and inner.header["alg"] == "RS256",
+                "the inner header holds alg, jwk and url, and no nonce")
+        require(inner.header["url"] == request.jws.header["url"], "both urls are the same")
+        jws.verify(inner, inner.header["jwk"])
+        require(inner.payload == {"account": request.jws.header["kid"],
+                                  "oldKey": self._account_of(request)["jwk"]},
+                "the inner payload holds the account and its old key")
+        return inner.header["jwk"]
 
     # -- orders and authorizations ---------------------------------------------------------------
 

@@ -50,6 +50,10 @@ TEST(AdviceTest, AFailedDeploymentIsNotTakenForALostAccount) {
   EXPECT_THAT(std::string(AdviceOn(201, "client_v2")), HasSubstr("kova-archive account list"));
 }
 
+TEST(AdviceTest, ARefusedChangeOfAnAccountIsNoWrongAnswer) {
+  EXPECT_THAT(std::string(AdviceOn(200, "account")), StartsWith("Nothing was changed"));
+}
+
 TEST(ExplainTest, SentenceHasNameWhatWasSaidCodeAndAdvice) {
   const SLError error(109, "NXDOMAIN looking up A.", "client_v2", 1);
   const Explanation told = Explain(error, {"a.example"});
