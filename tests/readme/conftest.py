@@ -6,10 +6,10 @@ import sys
 import pytest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path[:0] = [os.path.join(HERE, "..", "blackbox"), os.path.join(HERE, "..", "clean_root")]
+sys.path[:0] = [HERE, os.path.join(HERE, "..", "blackbox"), os.path.join(HERE, "..", "clean_root")]
 
 from clean_root import CleanRoot, unpack  # noqa: E402
-from lib.real_ca import RealCa  # noqa: E402
+from internet import Internet  # noqa: E402
 from lib.reporting import pytest_runtest_makereport  # noqa: E402,F401
 from lib.servers import Servers  # noqa: E402
 from lib.syslog_capture import SyslogCapture  # noqa: E402
@@ -37,20 +37,22 @@ def servers(tmp_path):
 
 
 @pytest.fixture
-def ca(servers):
-    """The authority in the internet."""
-    return RealCa(servers)
+def internet(servers):
+    internet = Internet(servers)
+    yield internet
+    servers.end_all()
+    internet.close()
 
 
 @pytest.fixture
-def newcomer(servers, syslog, ca, tmp_path_factory):
+def newcomer(servers, syslog, internet, tmp_path_factory):
     """Sits at a minimal system with the project's sources and an apt that has packages."""
     system = tmp_path_factory.mktemp("system")
     unpack(os.environ["KOVA_CLEAN_SYSTEM"] + "/root.tar", system)
     root = CleanRoot(system, tmp_path_factory.mktemp("newcomer"),
                      os.environ["KOVA_README_PACKAGES"])
     newcomer = Newcomer(root, servers)
-    newcomer.trust(ca.web_root)
+    newcomer.trust(internet.web_root)
     yield newcomer
     servers.end_all()
     root.close()

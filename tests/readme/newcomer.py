@@ -6,6 +6,7 @@ import subprocess
 
 from clean_root import ENVIRONMENT
 from document import PROJECT
+from internet import AUTHORITY, PRODUCTION, STAGING
 from lib.nginx import accepts
 
 CLONE = "/root/kova-letsencrypt"
@@ -23,7 +24,8 @@ class Newcomer:
 
     def _be_installed(self):
         """What an installer leaves on a server, and apt's packages as a repository of files."""
-        self.root.write("/etc/hosts", "127.0.0.1 localhost\n")
+        self.root.write("/etc/hosts", "127.0.0.1 localhost\n"
+                        f"{AUTHORITY} {PRODUCTION} {STAGING}\n")
         self.root.write("/etc/machine-id", "0123456789abcdef0123456789abcdef\n")
         self.root.use_repository()
 
@@ -57,11 +59,13 @@ class Newcomer:
                        input="\n".join(configurations), stdout=subprocess.DEVNULL,
                        env=ENVIRONMENT)
 
-    def boot_web_server(self):
-        """The system has no init that would have started it when it was installed."""
-        self._servers.spawn(
-            ["/usr/sbin/chroot", self.root.folder, "/usr/sbin/nginx", "-g", "daemon off;"],
-            ready=lambda: accepts(80))
+    def boot(self):
+        """The system has no init that would have started what was installed."""
+        self._boot("/usr/sbin/nginx", "-g", "daemon off;", ready=lambda: accepts(80))
+        self._boot("/usr/sbin/cron", "-f", ready=lambda: self.root.exists("/run/crond.pid"))
+
+    def _boot(self, *argv, ready):
+        self._servers.spawn(["/usr/sbin/chroot", self.root.folder, *argv], ready=ready)
 
     def boot_cron(self):
         """Likewise. It hands its jobs the environment that they get on a server."""
