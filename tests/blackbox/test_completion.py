@@ -127,6 +127,24 @@ def test_options_of_the_archive_are_those_of_its_help(host):
             assert complete("kova-archive", command, option, "--") == []
 
 
+def test_a_letter_stands_for_its_option(host):
+    assert complete("kova-archive", "obtain", "-d", "-") == []
+    assert complete("kova-archive", "obtain", "-h", "--ke") == ["--key-type"]
+
+
+def test_choices_are_those_that_the_program_takes(host):
+    kinds = complete("kova-archive", "obtain", "--key-type", "")
+    assert kinds == ["ec256", "ec384", "rsa2048", "rsa3072", "rsa4096"]
+    assert complete("kova-archive", "obtain", "--key-type", "ec") == ["ec256", "ec384"]
+    reasons = complete("kova-archive", "revoke", "aC", "--reason", "")
+    refusal = host.run("revoke", "none", "--reason", "frobnicate",
+                       program="/usr/kova/sbin/kova-archive").stderr.splitlines()[0]
+    assert set(re.findall(r"\w+", refusal.split(", only ")[1])) - {"and", "or"} == set(reasons)
+    for reason in reasons:
+        told = host.run("revoke", "none", "--reason", reason, program="/usr/kova/sbin/kova-archive")
+        assert told.status == 1 and "reason" not in told.stderr
+
+
 def test_operands_of_the_archive_are_those_of_its_help(host, index):
     index(INDEX)
     for command in set(archive_commands(host)) - {"add"}:
