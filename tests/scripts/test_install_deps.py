@@ -62,7 +62,9 @@ class Machine:
 
     def start(self):
         environment = dict(os.environ, PATH=f"{self._tools}:/usr/sbin:/usr/bin:/sbin:/bin")
-        return subprocess.Popen([SCRIPT, "--build-only"], env=environment, text=True,
+        # Of a test that runs in the background a shell may have it ignore this signal.
+        return subprocess.Popen(["env", "--default-signal=INT", SCRIPT, "--build-only"],
+                                env=environment, text=True,
                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                 stderr=subprocess.STDOUT, start_new_session=True)
 
@@ -85,6 +87,8 @@ def fixture_machine(tmp_path):
         write(f"/lib/systemd/system/{name}.service", UNIT, 0o644)
     write("/lib/systemd/system/tested.timer", TIMER, 0o644)
     write("/usr/sbin/runlevel", "#!/bin/sh\necho N 2\n")  # as once booted
+    if not os.path.exists("/usr/sbin/init"):
+        write("/usr/sbin/init", "#!/bin/sh\n")
     yield Machine(tmp_path)
     POLICY.unlink(missing_ok=True)
 
