@@ -69,9 +69,7 @@ void ChangeKey(Session& session, const Account& account, const RsaKey& next) {
   const std::string url = session.Resource("keyChange");
   if (url.empty()) throw Error(code::kProtocol, kAccountTag, "the CA offers no change of keys");
   const HttpResponse response = session.PostJws(url, Proof(account, next, url));
-  // An account has the key already: this one, when an earlier reply was lost.
-  const bool had_it = response.status == 409 && GetHeader(response, "Location") == account.url;
-  if (response.status != 200 && !had_it) throw RefusedByCa(kAccountTag, response);
+  if (response.status != 200) throw RefusedByCa(kAccountTag, response);
 }
 
 void UseStoredAccount(Session& session, const std::string& folder) {

@@ -14,7 +14,7 @@ class Session;
 bool IsKnownByKey(Session& session, const Account& account);
 
 // Asks the CA to know the account, which the session speaks for, by the key `next`. Throws SLError
-// 200 with the CA's words when it refuses. Done as well when it had taken the key before.
+// 200 with the CA's words when it refuses; it may have taken the key all the same, now or before.
 void ChangeKey(Session& session, const Account& account, const RsaKey& next);
 
 // The session speaks for the stored account: with the key that the CA knows, which is put in its

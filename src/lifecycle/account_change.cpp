@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "acme/account_store.h"
 #include "acme/issued_folder.h"
@@ -82,12 +83,12 @@ std::unique_ptr<RsaKey> NextKey(const std::string& folder) {
   return made;
 }
 
-// Whether the CA, which refused the key, is sure not to have it.
-bool IsCertainlyUnknown(Session& session, const Account& account) {
+// None when the CA cannot tell.
+std::optional<bool> AskIfKnown(Session& session, const Account& account) {
   try {
-    return !IsKnownByKey(session, account);
+    return IsKnownByKey(session, account);
   } catch (const SLError&) {
-    return false;
+    return std::nullopt;
   }
 }
 
@@ -96,11 +97,11 @@ void ChangeKeyAtCa(Session& session, const Account& account, const std::shared_p
   key.value = next->ToJson();
   try {
     ChangeKey(session, account, *next);
-  } catch (const SLError& refusal) {
-    if (IsCertainlyUnknown(session, {next, account.url, account.folder})) {
-      DropNextKey(account.folder, key.value);
-    }
-    throw;
+  } catch (const SLError&) {
+    // A reply may have been lost, and another one be about a key that it had taken before.
+    const std::optional<bool> known = AskIfKnown(session, {next, account.url, account.folder});
+    if (known == false) DropNextKey(account.folder, key.value);
+    if (known != true) throw;
   }
   CommitNextKey(account.folder, key.value);
 }

@@ -377,6 +377,15 @@ def test_refusal_after_which_the_ca_cannot_be_asked_keeps_both_keys(cli, ca, acc
     assert stored_key(account) == known_key(ca)
 
 
+@pytest.mark.parametrize("lost", [Reply(drop=True), problem("serverInternal", "gone", 502)])
+def test_reply_that_was_lost_is_no_failure_when_the_ca_can_be_asked(cli, ca, account, lost):
+    old = stored_key(account)
+    ca.answer("keyChange", lambda _request, normal: (normal(), lost)[1])
+    done(cli.run("account", "rollover", ID), "seeded has a new key now.\n")
+    assert stored_key(account) == known_key(ca) != old
+    tidy(account)
+
+
 def test_next_key_that_cannot_be_used(host, cli, ca, account, used):
     host.write(account + "/next_key.json", "{", 0o600)
     before = expect.tree(account)
