@@ -90,6 +90,7 @@ std::vector<StoredAccount> StoredAccounts() {
 }
 
 StoredAccount StoredAccountOf(const std::string& id) {
+  RemoveUnfinishedAccounts();
   const std::string folder = AccountFolder(id);
   if (!cert_archive::IsPlainName(id) || !KLIBCFileCheckDir(folder)) {
     throw Error(code::kLocal, kTag, "there is no account [" + id + "]");

@@ -1,6 +1,7 @@
 """The host of a sweep: one installed tree, one authority of each protocol, and a quick way back to
 where a scenario starts."""
 
+import copy
 import glob
 import os
 import shutil
@@ -68,6 +69,8 @@ class Lab:
         """A host as it is after the installation: no certificates, accounts and services."""
         self.installed.restore()
         self._registrations = 0
+        self.ca.accounts.clear()
+        self._accounts = {}
         self.forget()
         for hook in os.listdir(paths.HOOKS):
             os.unlink(f"{paths.HOOKS}/{hook}")
@@ -89,6 +92,8 @@ class Lab:
             server.violations.clear()
         # Dealt keys come round again, and the early authority knows a key once.
         del self.early_ca.state.registrations[self._registrations:]
+        self.ca.accounts.clear()
+        self.ca.accounts.update(copy.deepcopy(self._accounts))
         for things in (self.ca.orders, self.ca.authorizations, self.ca.challenges):
             things.clear()
 
@@ -109,7 +114,9 @@ class Lab:
     def account(self):
         """Stores an account that the CA knows; returns its folder."""
         jwk = jws.key_to_jwk(self.account_key)
-        return store_account(self.host, self.ca.directory, self.ca.register(jwk), jwk)
+        url = self.ca.register(jwk)
+        self._accounts = copy.deepcopy(self.ca.accounts)
+        return store_account(self.host, self.ca.directory, url, jwk)
 
     def early_account(self):
         folder = store_early_account(self.host, self.early_ca, self.account_key)

@@ -290,6 +290,43 @@ def default_is(identity):
         identity.encode()
 
 
+# -- stored accounts -----------------------------------------------------------------------------------
+
+
+def account_command(*arguments):
+    """Of the account that a certificate renews with."""
+    def prepare(lab):
+        lab.archive.add(ID, record=record(lab.ca.directory, lab.account()))
+        return front("account", *arguments)
+    return prepare
+
+
+def _stored(name):
+    return state.json_of(f"{paths.ACCOUNTS}/seeded/{name}.json") or {}
+
+
+def _known(lab):
+    [account] = lab.ca.accounts.values()
+    return account
+
+
+def rolled_over(lab):
+    """The account has another key than at first, and the CA knows it by that one."""
+    first = lab.start.content(f"{paths.ACCOUNTS}/seeded/private_key.json").decode()
+    number = _stored("private_key").get("n")
+    return number == _known(lab)["jwk"]["n"] and number not in first and not _stored("next_key")
+
+
+def updated(lab):
+    return (_stored("info").get("contact") == "new@host.example"
+            and _known(lab).get("contact") == ["mailto:new@host.example"])
+
+
+def deactivated(lab):
+    return (not os.path.exists(paths.ACCOUNTS + "/seeded")
+            and _known(lab).get("status") == "deactivated")
+
+
 SELF_SIGNED = ["cert.pem", "fullchain.pem", "is_default_cert", "kova-ca-cert.pem",
                "kova-ca-privkey.pem", "privkey.pem"]
 
@@ -323,5 +360,9 @@ SCENARIOS = [
     Scenario("archive-renew", archive_renew, renewed_and_deployed, services=[WEB, MAIL]),
     # Once it is revoked, it has no record to be revoked with.
     Scenario("archive-revoke", archive_revoke, revoked, follow=kova("revoke", "-c", ID)),
+    Scenario("account-update", account_command("update", "seeded", "--mail", "new@host.example"),
+             updated),
+    Scenario("account-rollover", account_command("rollover", "seeded"), rolled_over),
+    Scenario("account-deactivate", account_command("deactivate", "seeded", "--force"), deactivated),
     Scenario("archive-self-signed", archive_self_signed, generated("/usr/kova/etc/set")),
 ]
