@@ -5,6 +5,8 @@
 #include "archive/service_object.h"
 #include "archive_cli/changes.h"
 #include "archive_cli/entries.h"
+#include "archive_cli/reload_example.h"
+#include "archive_cli/troubles.h"
 #include "base/json.h"
 #include "platform/service.h"
 
@@ -82,6 +84,15 @@ IndexEdit Enter(Json::Value& info, const std::string& id, const Plan& plan) {
   return IndexEdit::kWrite;
 }
 
+// Before the service is deployed, so that it is reloaded then. Throws before anything is touched.
+ReloadScriptReport PutReloadScript(const Arguments& arguments, const std::string& id,
+                                   const Json::Value& wanted) {
+  if (!arguments.Has("reload")) return {};
+  const ReloadExample example = ReloadExample::Named(arguments.Text("reload"));
+  (void)MakePlan(ReadIndexOrFail(), id, wanted);
+  return example.PutInPlace(cert_archive::ServiceFrom(wanted));
+}
+
 }  // namespace
 
 std::string GiveService(const std::string& id, const Json::Value& wanted) {
@@ -106,9 +117,12 @@ Reply Run(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
   RequirePlainId(id);
   const Json::Value wanted = WantedService(arguments);
+  const ReloadScriptReport script = PutReloadScript(arguments, id, wanted);
   const std::string before = GiveService(id, wanted);
   Reply reply;
   reply.text = ServiceTitle(wanted) + " uses " + id + " now.\n";
+  script.AddTo(reply);
+  WarnOfReloads(id, {ServiceTitle(wanted)}, reply);
   reply.document["id"] = id;
   reply.document["subscriber"] = wanted["subscriber"];
   reply.document["service"] = wanted["service"];
@@ -127,7 +141,8 @@ const Command kBind = {
      {"service", "N", true, "the service within it"},
      {"display-name", "D", true, "its name for people"},
      {"owner", "U", true, "the user who shall own the deployed files"},
-     {"package", nullptr, false, "the subscriber is an installed package"}},
+     {"package", nullptr, false, "the subscriber is an installed package"},
+     {"reload", "SERVER", false, "put its example of a reload script in place if there is none"}},
     "Give a service to a certificate",
     Run};
 

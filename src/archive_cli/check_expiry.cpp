@@ -2,8 +2,10 @@
 
 #include <charconv>
 #include <ctime>
+#include <utility>
 
 #include "archive/paths.h"
+#include "archive/reload_mark.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
 #include "archive_cli/troubles.h"
@@ -37,6 +39,10 @@ class Findings {
         ExpiryFinding(cert_archive::CertificateFolder(id), days_, now_),
         RenewalFailure(RememberedRenewals(id, settings_))};
     std::erase(findings, "");
+    for (std::string& finding :
+         ReloadFailuresOf(cert_archive::ReloadFailures(id), ServiceTitles(info, id))) {
+      findings.push_back(std::move(finding));
+    }
     return findings;
   }
 

@@ -36,6 +36,7 @@ struct Reply {
   std::string text;
   Json::Value document{Json::objectValue};
   std::string failure;  // not empty: the run fails for this reason, after saying the above
+  std::vector<std::string> warnings{};  // else a line of standard error each
 };
 
 // Thrown by commands: one line that says what failed and why.

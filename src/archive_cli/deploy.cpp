@@ -4,6 +4,7 @@
 
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
+#include "archive_cli/troubles.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -19,6 +20,7 @@ Reply Run(const Arguments& arguments) {
   Reply reply;
   reply.text = titles.empty() ? id + " has no services.\n"
                               : id + " is deployed to " + Joined(titles) + ".\n";
+  WarnOfReloads(id, titles, reply);
   reply.document["id"] = id;
   reply.document["services"] = JsonArray(titles);
   reply.document["has_system_default"] = has_system_default;

@@ -73,8 +73,12 @@ int ReportFailure(const Command& command, const std::string& failure) {
   return kFailed;
 }
 
-int ReportSuccess(const std::string& errors) {
+int ReportSuccess(const Command& command, const std::vector<std::string>& warnings,
+                  const std::string& errors) {
   Print(stderr, errors);
+  for (const std::string& warning : warnings) {
+    Print(stderr, std::string(kProgram) + ": " + command.word + ": " + Printable(warning) + "\n");
+  }
   if (IsWritten(stdout)) return kDone;
   Print(stderr,
         std::string(kProgram) + ": cannot write the result: " + std::strerror(errno) + "\n");
@@ -87,7 +91,8 @@ int Report(const Command& command, const Arguments& arguments, Reply reply,
   const bool failed = !reply.failure.empty();
   if (failed && !errors.empty()) reply.failure += " (" + LastLine(errors) + ")";
   Print(stdout, arguments.json ? Document(reply) : reply.text);
-  return failed ? ReportFailure(command, reply.failure) : ReportSuccess(errors);
+  return failed ? ReportFailure(command, reply.failure)
+                : ReportSuccess(command, reply.warnings, errors);
 }
 
 int RunCommand(const Command& command, const std::vector<std::string>& words) try {

@@ -6,6 +6,7 @@
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
 #include "archive_cli/text.h"
+#include "archive_cli/troubles.h"
 #include "lifecycle/renew_one.h"
 #include "lifecycle/renewal_history.h"
 #include "lifecycle/renewal_record.h"
@@ -105,6 +106,11 @@ Reply ReplyOf(const Work& work, const OneRenewal& one) {
   return one.renewal.renewed ? Renewed(work) : NotIssued(work, one);
 }
 
+// Only what this run deployed was reloaded by it.
+void AddWarnings(const Work& work, const OneRenewal& one, Reply& reply) {
+  if (one.redeployment) WarnOfReloads(work.certificate.id, work.services, reply);
+}
+
 // What came after the renewal comes first only when that went well.
 void AddDeployment(const Work& work, const OneRenewal& one, Reply& reply) {
   if (!reply.failure.empty()) return;
@@ -127,6 +133,7 @@ Reply Run(const Arguments& arguments) {
   work.facts = FactsOf(work.certificate, work.settings);
   Reply reply = ReplyOf(work, one);
   AddDeployment(work, one, reply);
+  AddWarnings(work, one, reply);
   return reply;
 }
 

@@ -1,5 +1,8 @@
 #include "archive_cli/troubles.h"
 
+#include <utility>
+
+#include "archive/reload_mark.h"
 #include "archive_cli/text.h"
 
 namespace kova::archive_cli {
@@ -33,6 +36,12 @@ std::vector<std::string> ReloadFailuresOf(const Json::Value& marks,
                     std::to_string(marks[service].asInt()));
   }
   return lines;
+}
+
+void WarnOfReloads(const std::string& id, const std::vector<std::string>& services, Reply& reply) {
+  for (std::string& line : ReloadFailuresOf(cert_archive::ReloadFailures(id), services)) {
+    reply.warnings.push_back(std::move(line));
+  }
 }
 
 }  // namespace kova::archive_cli

@@ -6,6 +6,7 @@
 #include "archive/service_object.h"
 #include "archive_cli/command.h"
 #include "archive_cli/entries.h"
+#include "archive_cli/troubles.h"
 
 namespace kova::archive_cli {
 namespace {
@@ -55,6 +56,7 @@ Reply Run(const Arguments& arguments) {
   Reply reply;
   reply.text = handed ? title + " uses " + heir + ", the default certificate, now.\n"
                       : title + " is off the list of " + id + ".\n";
+  if (handed) WarnOfReloads(heir, {title}, reply);
   reply.document["id"] = id;
   reply.document["subscriber"] = named["subscriber"];
   reply.document["service"] = named["service"];

@@ -125,7 +125,7 @@ def test_reload_script_with_a_positive_status_is_marked_until_it_succeeds(cli):
     script = cli.reloads.script(then="exit 3")
     cli.reloads.script("mail")
     result = cli.run("deploy", "abc")
-    done(result, "abc is deployed to nginx/web, mail/smtp.\n")
+    warned(result, "deploy", "abc is deployed to nginx/web, mail/smtp.\n", 3)
     [line] = result.syslog
     assert (line.priority, line.plain) == (
         LOG_WARNING, f"utils.cpp:# The reload script [{script}][web] ended with status 3.")
@@ -138,6 +138,57 @@ def test_reload_script_with_a_positive_status_is_marked_until_it_succeeds(cli):
     done(cli.run("deploy", "abc"))
     assert shown_below_the_table(cli) == [] and listed(cli)["flags"] == []
     assert not os.path.exists(folder + "/reload_failed")
+
+
+def warned(result, command, stdout, status, said=""):
+    """Done, with what the reload script of nginx/web said and a line about its status."""
+    assert (result.status, result.stdout) == (0, stdout)
+    assert result.stderr == (f"{said}kova-archive: {command}: the reload script of nginx/web ended "
+                             f"with status {status}\n")
+
+
+def test_whoever_deploys_is_warned(cli):
+    cli.certificate("abc")
+    cli.certificate("def")
+    cli.default("def")
+    cli.reloads.script(then="echo that is wrong >&2; exit 127")
+    warned(cli.bind("abc"), "bind", "nginx/web uses abc now.\n", 127, "that is wrong\n")
+    json_run = cli.run("deploy", "abc", "--json")
+    assert json_run.document["error"] == 0
+    warned(json_run, "deploy", json_run.stdout, 127, "that is wrong\n")
+    warned(cli.unbind("abc"), "unbind", "nginx/web uses def, the default certificate, now.\n", 127,
+           "that is wrong\n")
+
+
+def test_whoever_renews_is_warned(cli, host, ca, account):
+    cli.certificate("abc", service(), record=record(ca.directory, account))
+    cli.reloads.script(then="exit 1")
+    result = cli.run("renew", "abc")
+    warned(result, "renew", result.stdout, 1)
+    assert result.stdout.startswith("abc is renewed")
+
+
+def test_a_failure_is_told_alone(cli):
+    cli.certificate("abc", service(), service("mail", "smtp", owner="nobody-of-that-name"))
+    cli.reloads.script(then="exit 1")
+    result = cli.run("deploy", "abc")
+    assert result.status == 1 and result.stderr.count("\n") == 1
+    assert "nobody-of-that-name" in result.stderr
+
+
+def test_check_expiry_fails_for_a_reload_script_that_failed(cli):
+    cli.certificate("abc", service(), days=60)
+    cli.reloads.script(then="exit 4")
+    cli.run("deploy", "abc")
+    finding = "the reload script of nginx/web ended with status 4"
+    result = cli.run("check", "--expiry", "0")
+    assert (result.status, result.stdout) == (1, f"abc: {finding}\n")
+    assert result.stderr == "kova-archive: check: 1 of 1 certificates need attention\n"
+    assert cli.run("check", "--expiry", "0", "--json").document["findings"] == [
+        {"id": "abc", "finding": finding}]
+    cli.reloads.script()
+    done(cli.run("deploy", "abc"))
+    done(cli.run("check", "--expiry", "0"), "")
 
 
 def test_reload_script_that_fails_a_renewal_is_marked(cli, host, ca, account):
@@ -154,7 +205,7 @@ def test_mark_of_a_service_that_went_elsewhere_is_not_shown(cli):
     cli.certificate("abc", service())
     cli.certificate("def")
     cli.reloads.script(then="exit 1")
-    done(cli.run("deploy", "abc"))
+    warned(cli.run("deploy", "abc"), "deploy", "abc is deployed to nginx/web.\n", 1)
     cli.reloads.script()
     done(cli.bind("def"))
     assert shown_below_the_table(cli) == []

@@ -199,6 +199,8 @@ def test_values(host):
     host.write("/usr/local/libexec/certificate.d/mail", "")
     assert complete("kova-archive", "bind", "x", "--subscriber", "") == ["mail", "nginx"]
     assert complete("kova-archive", "bind", "x", "--owner", "roo") == ["root"]
+    examples = os.environ["KOVA_STAGE"] + "/usr/kova/share/doc/kova-letsencrypt/examples/reload"
+    assert complete("kova-archive", "bind", "x", "--reload", "") == sorted(os.listdir(examples))
     assert complete("kova-archive", "bind", "x", "--service", "") == []
     assert "/usr/kova" in complete("kova-archive", "self-signed", "/usr/ko")
 
