@@ -36,10 +36,9 @@ def archive(host, *arguments):
 
 def bind_to_nginx(host, web, certificate_id):
     """What an administrator does once."""
-    host.write("/usr/libexec/certificate.d/nginx", f"#!/bin/sh\n{web.reload_command}\n", 0o755)
     archive(host, "add", certificate_id)
     archive(host, "bind", certificate_id, "--subscriber", "nginx", "--service", "www",
-            "--display-name", "Web site", "--owner", "root")
+            "--display-name", "Web site", "--owner", "root", "--reload", "nginx")
     web.serve(DEPLOYED + "/fullchain.pem", DEPLOYED + "/privkey.pem")
     web.reload()
 

@@ -7,16 +7,20 @@ from lib import paths
 
 from .network import inside
 
+CONFIG = "/etc/nginx/nginx.conf"
+
 
 class Nginx:
     def __init__(self, host, where="appliance", greeting="the appliance",
                  challenges=paths.WEBROOT):
         self._folder = f"{host.workspace}/nginx-{where}"
+        # On the appliance in the place where its tools look for it.
+        self._config = f"{self._folder}/nginx.conf" if where != "appliance" else CONFIG
         os.makedirs(self._folder)
         os.makedirs(challenges, exist_ok=True)
         certificate, key = self._placeholder()
         self._configure(host, greeting, challenges, certificate, key)
-        self._command = ["nginx", "-p", self._folder, "-c", self._folder + "/nginx.conf"]
+        self._command = ["nginx", "-p", self._folder, "-c", self._config]
         host.spawn(inside(where, *self._command, "-g", "daemon off;"),
                    ready=lambda: os.path.exists(self._folder + "/nginx.pid"))
         self._rest = (host, greeting, challenges)
@@ -25,13 +29,8 @@ class Nginx:
         """Serves that certificate on port 443 from the next reload on."""
         self._configure(*self._rest, certificate, key)
 
-    @property
-    def reload_command(self):
-        """For a shell."""
-        return f"kill -HUP $(cat {self._folder}/nginx.pid)"
-
     def reload(self):
-        subprocess.run(["/bin/sh", "-c", self.reload_command], check=True)
+        subprocess.run([*self._command, "-s", "reload"], check=True)
 
     def _placeholder(self):
         """What a fresh web server has: a certificate that it made for itself."""
@@ -42,7 +41,7 @@ class Nginx:
         return certificate, key
 
     def _configure(self, host, greeting, challenges, certificate, key):
-        host.write(self._folder + "/nginx.conf", f"""
+        host.write(self._config, f"""
 user root;
 pid {self._folder}/nginx.pid;
 error_log {self._folder}/error.log;
