@@ -43,16 +43,22 @@ void EnterInIndex(const ObtainRequest& request, Obtained& obtained) {
   (void)AddToIndex(obtained.certificate.id, request.description);
 }
 
+// The reload script first, so that it runs with this deployment.
+void HandOver(const ObtainRequest& request, const Json::Value& service, Obtained& obtained) {
+  ShowStage("", "handing it to " + ServiceTitle(service));
+  if (request.reload) {
+    obtained.script = request.reload->PutInPlace(cert_archive::ServiceFrom(service));
+  }
+  obtained.moved_from = GiveService(obtained.certificate.id, service);
+}
+
 void TakeSteps(const ObtainRequest& request, Obtained& obtained) {
   EnterInIndex(request, obtained);
   platform::ThrowIfInterrupted();
   obtained.step = Step::kMakeDefault;
   if (request.becomes_default) SetDefault(obtained.certificate.id);
   obtained.step = Step::kGive;
-  if (request.service) {
-    ShowStage("", "handing it to " + ServiceTitle(*request.service));
-    obtained.moved_from = GiveService(obtained.certificate.id, *request.service);
-  }
+  if (request.service) HandOver(request, *request.service, obtained);
   obtained.step = Step::kDone;
 }
 
@@ -92,7 +98,8 @@ const Command kObtain = {
      {"default", nullptr, false, "make it the default certificate"},
      {"bind", "S/N", false, "give it to service N of component S"},
      {"owner", "U", false, "with --bind: the user who shall own the deployed files"},
-     {"display-name", "D", false, "with --bind: the service's name for people"}},
+     {"display-name", "D", false, "with --bind: the service's name for people"},
+     {"reload", "SERVER", false, "with --bind: put its example of a reload script in place"}},
     "Obtain a certificate, enter it in the index and give it to a service",
     Run};
 

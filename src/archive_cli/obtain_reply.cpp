@@ -7,6 +7,7 @@
 #include "archive_cli/acme_front.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
+#include "archive_cli/troubles.h"
 #include "base/json.h"
 #include "crypto/certificate.h"
 #include "lifecycle/due.h"
@@ -136,6 +137,10 @@ std::string BindCommand(const Obtained& obtained, const Json::Value& service) {
          Quoted(TextMember(service, "display_name"));
 }
 
+std::string ReloadOption(const ObtainRequest& request) {
+  return request.reload ? " --reload " + request.reload->Server() : std::string();
+}
+
 // What is still to be done, the failed step first.
 std::string RestOf(const ObtainRequest& request, const Obtained& obtained) {
   std::vector<std::string> commands;
@@ -143,7 +148,9 @@ std::string RestOf(const ObtainRequest& request, const Obtained& obtained) {
   if (obtained.step <= Step::kMakeDefault && request.becomes_default) {
     commands.push_back("kova-archive default " + obtained.certificate.id);
   }
-  if (request.service) commands.push_back(BindCommand(obtained, *request.service));
+  if (request.service) {
+    commands.push_back(BindCommand(obtained, *request.service) + ReloadOption(request));
+  }
   std::string text;
   for (const std::string& command : commands) text += (text.empty() ? "" : " && ") + command;
   return text;
@@ -175,6 +182,10 @@ Reply ObtainDone(const ObtainRequest& request, const Obtained& obtained,
   AddCertificate(request, obtained, reply.document);
   AddFacts(facts, reply.document);
   reply.document["renewal"] = RenewalDocument(due, schedule);
+  obtained.script.AddTo(reply);
+  if (request.service) {
+    WarnOfReloads(obtained.certificate.id, {ServiceTitle(*request.service)}, reply);
+  }
   return reply;
 }
 

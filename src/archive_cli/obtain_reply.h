@@ -16,9 +16,11 @@ struct Obtained {
   ArchivedCertificate certificate;
   Step step = Step::kEnter;  // that is to be taken, or failed
   std::string moved_from;    // the certificate that had the service; empty: none
+  ReloadScriptReport script;
 };
 
-// Four lines: where it is, what it is for, who uses it, when it is renewed.
+// Four lines: where it is, what it is for, who uses it, when it is renewed; and one about the
+// reload script when that was asked for.
 Reply ObtainDone(const ObtainRequest& request, const Obtained& obtained,
                  const RenewalSettings& settings);
 

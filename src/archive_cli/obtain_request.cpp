@@ -51,6 +51,7 @@ void CheckBind(const Arguments& arguments) {
     throw UsageError{binds ? std::string("--bind needs --") + name
                            : std::string("--") + name + " is for --bind"};
   }
+  if (!binds && arguments.Has("reload")) throw UsageError{"--reload is for --bind"};
   const std::string title = arguments.Text("bind");
   if (!binds || title.find('/') != std::string::npos) return;
   throw UsageError{"--bind takes SUBSCRIBER/SERVICE, not [" + title + "]"};
@@ -157,6 +158,7 @@ ObtainRequest ObtainRequestOf(const Arguments& arguments, const Settings& settin
   }
   request.becomes_default = arguments.Has("default");
   request.service = ServiceOf(arguments);
+  if (arguments.Has("reload")) request.reload = ReloadExample::Named(arguments.Text("reload"));
   return request;
 }
 

@@ -8,6 +8,7 @@
 
 #include "acme/issue_options.h"
 #include "archive_cli/command.h"
+#include "archive_cli/reload_example.h"
 #include "base/settings.h"
 
 namespace kova::archive_cli {
@@ -18,6 +19,7 @@ struct ObtainRequest {
   std::optional<std::string> description;
   bool becomes_default = false;
   std::optional<Json::Value> service;  // as the index shall have it
+  std::optional<ReloadExample> reload;
 };
 
 // Throws UsageError or Failure for everything that can be refused before a CA is asked.

@@ -56,7 +56,7 @@ ReloadExample ReloadExample::Named(const std::string& server) {
   RequireServer(server);
   std::string text;
   for (const char* folder : kExampleFolders) {
-    if (platform::ReadWholeFile(folder + server, text)) return ReloadExample(text);
+    if (platform::ReadWholeFile(folder + server, text)) return {server, text};
   }
   throw Failure{"the example of a reload script for " + server + " is not installed"};
 }

@@ -25,13 +25,17 @@ class ReloadExample {
   // Failure when it is not installed.
   static ReloadExample Named(const std::string& server);
 
+  [[nodiscard]] const std::string& Server() const { return server_; }
+
   // Makes it the reload script of the service's subscriber (0755), unless that has one, be it a
   // damaged one. The service must stay in its folder. Throws Failure.
   [[nodiscard]] ReloadScriptReport PutInPlace(const cert_archive::Service& service) const;
 
  private:
-  explicit ReloadExample(std::string text) : text_(std::move(text)) {}
+  ReloadExample(std::string server, std::string text)
+      : server_(std::move(server)), text_(std::move(text)) {}
 
+  std::string server_;
   std::string text_;
 };
 
