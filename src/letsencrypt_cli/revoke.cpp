@@ -8,6 +8,7 @@
 #include "letsencrypt_cli/outcome.h"
 #include "letsencrypt_cli/terminal.h"
 #include "lifecycle/renewal_job.h"
+#include "platform/signals.h"
 
 namespace kova {
 
@@ -43,6 +44,7 @@ int RevokeCommand(int argc, char** argv) {
   const ArchivedCertificate certificate = ArchivedCertificate::OfId(given.certificate_id);
   RevokeVisibly(certificate, settings);
   PrintSuccess("cert_path", certificate.folder);
+  platform::HoldSignals();  // or the job would stay behind a revocation that is done
   RemoveRenewalJobWhenUnused();
   return 0;
 }

@@ -33,7 +33,9 @@ struct HttpOptions {
   // One transfer, redirections included, that takes longer fails; connecting may take a quarter of
   // it. Without it a transfer may block as long as libcurl lets it.
   std::optional<std::chrono::seconds> transfer_timeout = std::nullopt;
-  size_t maximum_body = size_t{32} << 20;  // bytes; a longer reply is a transfer that failed
+  // Bytes; a longer reply is a transfer that failed. Far more than the longest chain needs, and so
+  // little that its copies, parsed and escaped, fit the memory of a small host.
+  size_t maximum_body = size_t{2} << 20;
 };
 
 // `keepconnections` and `transfertimeout`.

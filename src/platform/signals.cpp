@@ -149,6 +149,13 @@ void FinishRun() {
   ThrowIfInterrupted();
 }
 
+void HoldSignals() {
+  sigset_t all;
+  sigemptyset(&all);
+  for (const int signal : kSignals) sigaddset(&all, signal);
+  sigprocmask(SIG_BLOCK, &all, nullptr);
+}
+
 milliseconds WithinCleanup(milliseconds limit) {
   if (caught.signal == 0 || cleanup_depth == 0) return limit;
   return std::min(limit, CleanupTimeLeft());

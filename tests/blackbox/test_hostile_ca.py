@@ -27,7 +27,7 @@ def test_body(host, ca, name, body):
 
 
 SOME = ["empty", "html", "array", "null", "empty object", "nested arrays", "formats",
-        "lone surrogates", "10 MB"]
+        "lone surrogates", "2 MB", "2 MB of escapes", "10 MB"]
 
 
 @pytest.mark.parametrize("body", SOME)
@@ -40,8 +40,14 @@ def test_body_of_an_error(host, ca, name, status, body):
     assert hostile.run(host, ca).status != 0
 
 
-def test_10_mb_detail_at_level_2(host, ca):
-    hostile.tell(ca, "newAccount", Reply(400, BODIES["10 MB"]))
+def test_2_mb_detail_at_level_2(host, ca):
+    hostile.tell(ca, "newAccount", Reply(400, BODIES["2 MB"]))
     result = host.new_cert(ca.directory, [hostile.NAME], "-vv")
     assert result.status == 105
     assert result.document["msg"] == "x" * 511
+
+
+def test_more_than_2_mib_is_a_failed_transfer(host, ca):
+    hostile.tell(ca, "newAccount", Reply(400, BODIES["10 MB"]))
+    result = hostile.run(host, ca)
+    assert (result.status, result.document["msg"]) == (100, "Server is not reachable.")

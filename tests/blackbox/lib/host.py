@@ -21,6 +21,9 @@ FRESH_FOLDERS = ["/usr/kova", "/etc/cron.d", "/usr/local/etc", "/usr/local/libex
 DUE_KEYS = ("cronperiod", "renewalinfo", "renewanyissuer", "renewfailures", "renewlifetime")
 
 
+MOST_MEMORY = 64  # MiB
+
+
 class Host(Servers):
     def __init__(self, stage, preload, workspace, sanitized=False):
         super().__init__(workspace)
@@ -85,10 +88,12 @@ class Host(Servers):
 
     def run(self, *args, program=paths.PROGRAM, env=None, **options):
         """Runs the program to its end; see run_program for the options. Waits are counted, not
-        waited for. Returns a Result."""
+        waited for. Returns a Result; more memory than any run may take is a failure."""
         log = self.workspace + f"/sleeps.{len(self.runs)}"
+        peaks = self.workspace + f"/peaks.{len(self.runs)}"
         environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8", "TZ": "UTC",
-                       "LD_PRELOAD": self._preload, "KOVA_SLEEP_LOG": log}
+                       "LD_PRELOAD": self._preload, "KOVA_SLEEP_LOG": log,
+                       "KOVA_PEAK_LOG": peaks}
         if self._sanitized:
             environment["ASAN_OPTIONS"] = "verify_asan_link_order=0:exitcode=99"
             # The sanitizers reserve terabytes of addresses.
@@ -98,8 +103,11 @@ class Host(Servers):
         before = len(self.syslog.lines())
         argv = [program, *map(str, args)]
         status, out, err, seconds = run_program(argv, environment, **options)
-        result = Result(argv, status, out, err, self.syslog.lines()[before:], _sleeps(log), seconds)
+        result = Result(argv, status, out, err, self.syslog.lines()[before:], _sleeps(log), seconds,
+                        _peak(peaks))
         self.runs.append(result)
+        # Whatever a server sends. The sanitizers need more.
+        assert self._sanitized or result.peak <= MOST_MEMORY, result
         return result
 
     def new_cert(self, server, domains, *more, mail="admin@host.example", **options):
@@ -135,3 +143,11 @@ def _sleeps(log):
         return []
     with open(log, encoding="ascii") as lines:
         return [int(value) if value == int(value) else value for value in map(float, lines)]
+
+
+def _peak(log):
+    """MiB; of several of our programs in one run the one that took the most."""
+    if not os.path.exists(log):
+        return 0.0
+    with open(log, encoding="ascii") as lines:
+        return max((int(line) / 1024 for line in lines), default=0.0)

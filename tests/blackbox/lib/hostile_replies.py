@@ -17,6 +17,8 @@ BODIES = {
     "closed nested arrays": "[" * 100_000 + "]" * 100_000,
     "nested objects": '{"a":' * 100_000,
     "nested in status": '{"status":' + "[" * 100_000 + "]" * 100_000 + "}",
+    "2 MB": '{"detail":"' + "x" * 2_000_000 + '"}',
+    "2 MB of escapes": '{"detail":"' + "\u00e9" * 1_000_000 + '"}',
     "10 MB": '{"detail":"' + "x" * 10_000_000 + '"}',
     "10 MB of commas": "," * 10_000_000,
     "NUL bytes": b'{"status":"val\0id"}\0\0',

@@ -26,6 +26,7 @@ class Result:
     syslog: list           # SyslogLine, oldest first
     sleeps: list = field(default_factory=list)  # seconds, every wait that was asked for
     seconds: float = 0.0   # wall time
+    peak: float = 0.0      # MiB, the most memory that the program had; 0 when it was killed
 
     @property
     def document(self):
@@ -55,7 +56,7 @@ class Result:
         syslog = "".join(f"<{line.priority}> {line.identity}: {line.text}\n"
                          for line in self.syslog)
         return (f"$ {shlex.join(self.argv)}\n--- status {self.status}, {self.seconds:.2f} s, "
-                f"sleeps {self.sleeps}\n" + block("stdout", self.stdout)
+                f"peak {self.peak:.1f} MiB, sleeps {self.sleeps}\n" + block("stdout", self.stdout)
                 + block("stderr", self.stderr) + block("syslog", syslog))
 
 

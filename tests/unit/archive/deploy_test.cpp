@@ -396,6 +396,28 @@ TEST_F(DeployTest, AFailedRelayReloadFailsTheWhole) {
   EXPECT_THAT(Log(), Contains("utils.cpp:# Reload kovarelayd failed."));
 }
 
+TEST_F(DeployTest, OfTwoFailuresTheFirstIsTold) {
+  AddCertificate("abc");
+  AddHook("service-running", "exit 0");
+  AddHook("service-reload", "exit 5");
+  EXPECT_EQ(RegisterAndDeploy("abc", List({smtp_}), "", 2).Text(), "Reload kovarelayd: failed");
+  const Status both = RegisterAndDeploy("abc", List({Json::Value(7)}), "", 2);
+  EXPECT_EQ(both.Text(), "service object is error.");
+}
+
+TEST_F(DeployTest, AnInterruptedOneCanBeFinishedByItself) {
+  Write(std::string(kSmtp) + ".bak/cert.pem", "old");
+  for (const char* name : {"privkey.pem", "fullchain.pem", "chain.pem"}) {
+    Write(std::string(kSmtp) + ".bak/" + name, "old");
+  }
+  FinishInterruptedDeployment();  // no note: nothing of ours
+  EXPECT_FALSE(Exists(kSmtp));
+  test::NoteReplacement(kSmtp);
+  FinishInterruptedDeployment();
+  EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "old");
+  EXPECT_FALSE(Exists(kServiceMoveNote));
+}
+
 TEST_F(DeployTest, RedeployNeitherLocksNorChangesTheIndex) {
   AddCertificate("abc", List({smtp_}));
   const std::string before = Read(kInfo);
