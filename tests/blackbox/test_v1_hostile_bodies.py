@@ -2,7 +2,7 @@
 by itself, with one failure document, a code of ours, and nothing left behind."""
 
 import pytest
-from lib.hostile_replies import BODIES
+from lib.hostile_replies import BODIES, TOO_LONG
 from lib.http_script import Reply
 from lib.v1ca.fixtures import early_account_fixture, early_ca_fixture, new_cert
 from lib.v1ca.hostile import ENDPOINTS, GOOD_STATUS, NAME, prepared_fixture, run, spoil_fixture
@@ -14,11 +14,11 @@ def test_body(host, early_ca, spoil, name, body):
     spoil(Reply(GOOD_STATUS.get(name, 200), BODIES[body]))
     result = run(host, early_ca)
     # An issuer that is no certificate leaves an empty chain; what follows a document is not read.
-    good = name == "issuer" or (name, body) == ("authz", "two documents")
+    good = name == "issuer" and body not in TOO_LONG or (name, body) == ("authz", "two documents")
     assert (result.status == 0) == good
 
 
-@pytest.mark.parametrize("body", BODIES.keys())
+@pytest.mark.parametrize("body", sorted(BODIES.keys() - TOO_LONG))
 @pytest.mark.parametrize("name", ["reg", "challenge"])
 def test_body_that_is_not_read(host, early_ca, spoil, name, body):
     def answer(_request, normal):

@@ -30,6 +30,9 @@ BODIES = {
     "two documents": '{"status":"valid"}{"status":"valid"}',
 }
 
+# More than is taken of any reply, whether it is looked at or not.
+TOO_LONG = {"10 MB", "10 MB of commas"}
+
 # Whole replies that break somewhere, by what is wrong with them.
 TRANSFERS = {
     "dropped connection": Reply(drop=True),
