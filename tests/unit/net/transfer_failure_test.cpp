@@ -23,7 +23,7 @@ using test::CurlWatch;
 using test::HttpReply;
 using test::LoopbackServer;
 
-constexpr size_t kMaximumBody = 32U << 20;
+constexpr size_t kMaximumBody = size_t{2} << 20;
 constexpr size_t kMaximumHeader = 1U << 20;
 
 template <class Action>
@@ -171,8 +171,8 @@ TEST_F(TransferFailure, WeHoldNoMoreThanALimitOfHeaderAndBody) {
     return CURLE_OK;
   });
   const HttpResponse response = http_.Get(server_.Url());
-  EXPECT_EQ(response.header, std::string(kMaximumHeader, 'h'));
-  EXPECT_EQ(response.body, std::string(kMaximumBody, 'b'));
+  EXPECT_TRUE(response.header == std::string(kMaximumHeader, 'h'));  // not a megabyte of message
+  EXPECT_TRUE(response.body == std::string(kMaximumBody, 'b'));
 }
 
 TEST_F(TransferFailure, TheRedirectionsNeverEnd) {
