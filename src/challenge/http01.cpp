@@ -87,8 +87,10 @@ bool Http01Challenge::setup() {
 
 void Http01Challenge::teardown() {
   if (!IsPlainToken(token)) return;
-  // The doubled separator is kept; the name is the same file. A missing file is no failure.
-  unlink((std::string(kWebRoot) + "/.well-known/acme-challenge/" + "/" + token).c_str());
+  // The doubled separator is kept; the name is the same file. A missing file is no failure, and any
+  // other is silent: it is tried once more, because the next proof may be months away.
+  const std::string path = std::string(kWebRoot) + "/.well-known/acme-challenge/" + "/" + token;
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) (void)unlink(path.c_str());
 }
 
 std::string Http01Challenge::type() { return "http-01"; }

@@ -2,9 +2,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "challenge_fixture.h"
+
+namespace {
+
+int removals_that_fail = 0;
+
+}  // namespace
+
+// The linker puts the second in the place of the system's own call, and keeps that as the first.
+int RealUnlink(const char* path) asm("__real_unlink");
+int FailingUnlink(const char* path) asm("__wrap_unlink");
+
+int FailingUnlink(const char* path) {
+  if (removals_that_fail == 0) return RealUnlink(path);
+  --removals_that_fail;
+  errno = EIO;
+  return -1;
+}
 
 namespace kova::test {
 namespace {
@@ -101,6 +119,17 @@ TEST_F(Http01, RemovesTheFileButNoFolderAtTheEndOfItsLife) {
   }
   EXPECT_FALSE(Exists(TokenFile()));
   EXPECT_TRUE(Exists(kTokenFolder));
+}
+
+// The next one to come by may not come for months.
+TEST_F(Http01, TriesARemovalThatFailsOnceMore) {
+  {
+    Http01Challenge challenge;
+    ASSERT_TRUE(Publish(challenge, kToken));
+    removals_that_fail = 1;
+  }
+  EXPECT_EQ(removals_that_fail, 0);
+  EXPECT_THAT(ListFolder(kTokenFolder), IsEmpty());
 }
 
 TEST_F(Http01, RemovesOnlyItsOwnFile) {
