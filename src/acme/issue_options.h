@@ -21,6 +21,7 @@ struct IssueOptions {
   // Chosen for this certificate, and kept for its renewals; the settings' when empty.
   std::string profile{};          // one of those that the CA's directory lists
   std::string preferred_chain{};  // common name of the issuer of the chain's topmost certificate
+  bool requires_profile = false;  // no order without it; a renewal goes out all the same
 };
 
 }  // namespace kova

@@ -61,6 +61,7 @@ class AcmeV2Client {
 
   // --- Order and authorizations (order.h, authorizer.h, authorization.h) ---
 
+  void RequireProfile(const std::string& profile) { kova::RequireProfile(session_, profile); }
   // Begins an attempt.
   Order NewOrder(const std::vector<std::string>& names, const std::string& profile = {},
                  const std::string& replaces = {}) {

@@ -32,12 +32,15 @@ Json::Value OrderPayload(const std::vector<std::string>& names) {
   return payload;
 }
 
+const Json::Value& OfferedProfiles(const Session& session) {
+  return Member(Member(session.Directory(), "meta"), "profiles");
+}
+
 // The profile to ask for: the chosen one or the settings', if the CA has it.
 std::string OfferedProfile(const Session& session, const std::string& chosen) {
   std::string profile = chosen.empty() ? session.CurrentSettings().profile.value_or("") : chosen;
   if (chosen.empty() && !session.CurrentSettings().profile) return {};
-  const Json::Value& offered = Member(Member(session.Directory(), "meta"), "profiles");
-  if (HasMember(offered, profile.c_str())) return profile;
+  if (HasMember(OfferedProfiles(session), profile.c_str())) return profile;
   LogError(kTag, "The CA has no profile [%s].", profile.c_str());
   return {};
 }
@@ -76,6 +79,18 @@ std::vector<std::string> AuthorizationUrls(const Json::Value& order) {
 }
 
 }  // namespace
+
+void RequireProfile(const Session& session, const std::string& profile) {
+  const Json::Value& offered = OfferedProfiles(session);
+  if (HasMember(offered, profile.c_str())) return;
+  std::string names;
+  if (offered.isObject()) {
+    for (const std::string& name : offered.getMemberNames()) {
+      names += (names.empty() ? ", only " : ", ") + name;
+    }
+  }
+  throw Error(code::kRefused, "profile", "The CA has no profile [" + profile + "]" + names);
+}
 
 Order NewOrder(Session& session, const std::vector<std::string>& names,
                const std::string& chosen_profile, const std::string& replaces) {

@@ -23,4 +23,7 @@ struct Order {
 Order NewOrder(Session& session, const std::vector<std::string>& names, const std::string& profile,
                const std::string& replaces);
 
+// Throws SLError 102 (file "profile"), with those that there are, unless the directory lists it.
+void RequireProfile(const Session& session, const std::string& profile);
+
 }  // namespace kova

@@ -8,6 +8,7 @@
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
 #include "archive_cli/troubles.h"
+#include "base/files.h"
 #include "base/json.h"
 #include "crypto/certificate.h"
 #include "lifecycle/due.h"
@@ -39,9 +40,22 @@ std::string WhereItIs(const ObtainRequest& request, const Obtained& obtained) {
          obtained.certificate.folder + ".\n";
 }
 
-std::string WhatItIsFor(const ObtainRequest& request, const CertificateFacts& facts) {
+// The issuer that the chain ends at.
+std::string TopIssuer(const Obtained& obtained) {
+  const std::vector<Certificate> chain =
+      Certificate::ChainFromText(ReadTextFile(obtained.certificate.folder + "/fullchain.pem"));
+  return chain.empty() ? std::string() : chain.back().IssuerCommonName();
+}
+
+std::string WhatItIsFor(const ObtainRequest& request, const CertificateFacts& facts,
+                        const std::string& top_issuer) {
   std::string line = "It is for " + Joined(facts.names) + ", issued by " + facts.issuer + " and " +
                      Validity(facts) + ".";
+  const std::string& preferred = request.options.preferred_chain;
+  if (!preferred.empty() && preferred != top_issuer) {
+    line +=
+        " Its chain ends at " + top_issuer + ": the CA offers none that ends at " + preferred + ".";
+  }
   if (request.is_staging) line += " Browsers do not trust it: it is for trials.";
   return line + "\n";
 }
@@ -174,13 +188,15 @@ std::string WhatFailed(const ObtainRequest& request, Step step) {
 Reply ObtainDone(const ObtainRequest& request, const Obtained& obtained,
                  const RenewalSettings& settings) {
   const CertificateFacts facts = FactsOf(obtained, settings);
+  const std::string top_issuer = TopIssuer(obtained);
   const std::optional<std::int64_t> due = DueMoment(obtained, settings);
   const RenewalSchedule schedule = ReadRenewalSchedule();
   Reply reply;
-  reply.text = WhereItIs(request, obtained) + WhatItIsFor(request, facts) +
+  reply.text = WhereItIs(request, obtained) + WhatItIsFor(request, facts, top_issuer) +
                WhoUsesIt(request, obtained) + WhenItIsRenewed(due, schedule);
   AddCertificate(request, obtained, reply.document);
   AddFacts(facts, reply.document);
+  reply.document["top_issuer"] = top_issuer;
   reply.document["renewal"] = RenewalDocument(due, schedule);
   obtained.script.AddTo(reply);
   if (request.service) {

@@ -86,7 +86,7 @@ std::string MailOf(const Arguments& arguments) {
 std::string ServerOf(const Arguments& arguments, const Settings& settings) {
   std::string server = arguments.Has("server") ? arguments.Text("server") : settings.server;
   if (arguments.Has("staging")) {
-    const std::string staging = StagingOf(server);
+    std::string staging = StagingOf(server);
     if (!staging.empty()) return staging;
     throw Failure{"no staging directory of [" + server + "] is known: name it with --server"};
   }
@@ -110,6 +110,7 @@ IssueOptions OptionsOf(const Arguments& arguments, const Settings& settings) {
   options.contact = MailOf(arguments);
   options.server = ServerOf(arguments, settings);
   options.profile = ChosenText(arguments, "profile", "the profile");
+  options.requires_profile = arguments.Has("profile");
   options.preferred_chain = ChosenText(arguments, "preferred-chain", "the preferred chain");
   std::optional<std::string> key_type;
   if (arguments.Has("key-type")) key_type = arguments.Text("key-type");

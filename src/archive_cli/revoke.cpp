@@ -29,9 +29,10 @@ constexpr std::array<Reason, 5> kReasons = {{{"unspecified", 0},
                                              {"cessationOfOperation", 5}}};
 
 std::string ReasonNames() {
-  std::vector<std::string> names;
-  for (const Reason& reason : kReasons) names.emplace_back(reason.name);
-  return Joined(names);
+  std::string names;
+  for (const Reason& reason : kReasons)
+    names += (names.empty() ? "" : ", ") + std::string(reason.name);
+  return names;
 }
 
 std::optional<int> ReasonOf(const Arguments& arguments) {

@@ -21,6 +21,7 @@ constexpr std::array kAdvice = {
           "trust store (ca-certificates)."},
     Entry{code::kConnection, "",
           "Make sure that port 80 of this host can be reached from the internet under that name."},
+    Entry{code::kRefused, "profile", "Choose one that the authority offers, or none."},
     Entry{code::kRefused, "",
           "Check that each name is spelt right and is yours; if the authority only took too long, "
           "try again later."},

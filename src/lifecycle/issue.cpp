@@ -118,6 +118,7 @@ std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& setting
   AcmeV2Client client(options.server, settings);
   ShowStage("", "contacting " + options.server);
   client.SetupDirectory();
+  if (options.requires_profile) client.RequireProfile(options.profile);
   client.NewNonce();
   client.SetupAccount(options.contact);
   return IssueWithAnyType(client, options, settings.order_attempts);

@@ -82,7 +82,8 @@ std::string WhyNoNames(const std::vector<std::string>& names) {
   if (names.empty()) return "no host name is given";
   for (const std::string& name : names) {
     const std::string why = WhyNoName(name);
-    if (!why.empty()) return "[" + name + "] is no host name: " + why;
+    if (!why.empty())
+      return std::string("[").append(name).append("] is no host name: ").append(why);
   }
   if (names.front().size() <= kLongestCommonName) return {};
   return "the first name has more than 64 characters, for which a certificate's subject has no "

@@ -19,6 +19,12 @@ namespace {
 constexpr char kTag[] = "kova-letsencrypt";
 constexpr std::chrono::hours kRunTimeout{12};
 
+SLError NotDeployed(const ArchivedCertificate& certificate, const Status& deployed) {
+  SLError error = Error(code::kAccountKey, kTag, "service depoly failed: " + certificate.id);
+  error.cause = deployed.Text();
+  return error;
+}
+
 // True when the certificate serves the system's default service. Throws SLError 201.
 bool RedeployOrThrow(const ArchivedCertificate& certificate) {
   // Its folder may be gone since it was found to be due.
@@ -30,9 +36,7 @@ bool RedeployOrThrow(const ArchivedCertificate& certificate) {
     throw Error(code::kAccountKey, kTag, "Cant get  service list: " + certificate.id);
   }
   if (const Status deployed = cert_archive::RedeployListed(certificate.id, services); !deployed) {
-    SLError error = Error(code::kAccountKey, kTag, "service depoly failed: " + certificate.id);
-    error.cause = deployed.Text();
-    throw error;
+    throw NotDeployed(certificate, deployed);
   }
   return cert_archive::HasSystemDefault(services);
 }

@@ -110,7 +110,7 @@ def test_result_for_programs(host, ca, account):
     assert re.fullmatch(r"[A-Z][a-z]+day " + clock(), moment)
     assert document == {
         "error": 0, "id": identity, "folder": folder, "server": ca.directory, "default": True,
-        "names": NAMES, "issuer": "Let's Encrypt",
+        "top_issuer": "Test Root", "names": NAMES, "issuer": "Let's Encrypt",
         "not_after": leaf.not_valid_after.strftime("%Y-%m-%dT%H:%M:%SZ"), "service": "nginx/web",
         "service_folder": "/usr/kova/etc/certificate/nginx/web", "moved_from": None,
         "renewal": {"due_from": due.strftime("%Y-%m-%dT%H:%M:%SZ"),
@@ -307,6 +307,36 @@ def test_choices_hold_for_every_kind_of_renewal(host, long_ca, settings):
         assert record(folder) == kept
         numbers.add(serial(folder + "/cert.pem"))
     assert len(numbers) == 4
+
+
+def test_chain_that_the_ca_does_not_have_is_told(host, long_ca):
+    result = obtain(host, long_ca, "--preferred-chain", "Else\u00fc")
+    done(result)
+    assert result.stdout.splitlines()[1].endswith(
+        " days left). Its chain ends at Test Root: the CA offers none that ends at Else\u00fc.")
+    assert json.loads(obtain(host, long_ca, "--preferred-chain", "Test Intermediate 1",
+                             "--json").stdout)["top_issuer"] == "Test Intermediate 1"
+
+
+@pytest.mark.parametrize("profiles, said", [
+    ({"short": "six days", "l\x1bng": 1}, r", only l\x1bng, short"), ({}, ""), (None, ""), ([1], "")])
+def test_profile_that_the_ca_does_not_have_is_refused(host, ca, profiles, said):
+    ca.always("directory", edited_json(lambda body: body["meta"].update(profiles=profiles)))
+    result = obtain(host, ca, "--profile", "other", "--json")
+    assert result.status == 1 and ca.trace == ["directory"]
+    assert result.document["detail"] == f"The CA has no profile [other]{said}"
+    assert result.stderr.endswith("[102]. Choose one that the authority offers, or none.\n")
+    nothing_left(host)
+
+
+def test_renewal_goes_without_a_profile_that_is_gone(host, long_ca):
+    done(obtain(host, long_ca, "--profile", "short"))
+    folder = certificate(host)
+    long_ca.always("directory", None)
+    result = host.run("renew", os.path.basename(folder), "--force", program=PROGRAM)
+    done(result)
+    assert chosen(folder, long_ca)[1] is None and record(folder)["profile"] == "short"
+    assert "client_v2:# The CA has no profile [short]." in result.errors
 
 
 def test_without_choices_the_settings_hold_and_nothing_is_kept(host, long_ca):

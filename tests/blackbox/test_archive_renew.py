@@ -1,9 +1,12 @@
 """kova-archive renew: what renew-all does, to one certificate."""
 
+import fcntl
 import json
 import os
 import re
 import signal
+import threading
+import time
 
 import pytest
 from cryptography import x509
@@ -127,6 +130,25 @@ def test_web_frontend_that_does_not_restart(host, ca, account, archive, reloads)
         1, "kova-archive: renew: the web front-end could not be restarted with certificate [aaa] "
            "and goes on with the old one; see the system log\n")
     assert result.stdout.startswith("aaa is renewed")
+
+
+def test_another_run_is_waited_for(host, ca, account, archive):
+    folder = archive.add("aaa", record=record(ca.directory, account))
+    seen = []
+
+    def other():
+        time.sleep(0.7)
+        seen.append(len(ca.requests))
+        fcntl.flock(lock, fcntl.LOCK_UN)
+
+    with open("/run/kova-renew-all.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        helper = threading.Thread(target=other)
+        helper.start()
+        result = renew(host, env={"LD_PRELOAD": ""})  # its waits are real
+        helper.join()
+    done(result)
+    assert seen == [0] and serial(folder + "/cert.pem") == ca.certificates[-1].serial_number
 
 
 # -- failures --------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "base/progress.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <vector>
 
@@ -36,6 +37,19 @@ TEST_F(Progress, ShowsNameAndStage) {
   EXPECT_EQ(terminal.Shown(), std::string(kWipe) + "a.example: validating");
   ShowStage("", "placing the order");
   EXPECT_EQ(terminal.Shown(), std::string(kWipe) + "placing the order");
+}
+
+TEST_F(Progress, GoesToTheDescriptorThatItIsGiven) {
+  Terminal terminal;
+  const int kept = dup(STDERR_FILENO);
+  {
+    const test::FullDisk elsewhere(STDERR_FILENO);
+    const ProgressLine line(kept);
+    ShowStage("", "placing the order");
+    EXPECT_EQ(terminal.Shown(), std::string(kWipe) + "placing the order");
+  }
+  EXPECT_EQ(terminal.Shown(), kWipe);
+  close(kept);
 }
 
 TEST_F(Progress, TakesATerminalOfNoRoomForOneThatDoesNotKnowItsSize) {
