@@ -7,6 +7,7 @@
 #include "archive_cli/acme_front.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
+#include "archive_cli/text.h"
 #include "archive_cli/troubles.h"
 #include "base/files.h"
 #include "base/json.h"
@@ -47,6 +48,7 @@ std::string TopIssuer(const Obtained& obtained) {
   return chain.empty() ? std::string() : chain.back().IssuerCommonName();
 }
 
+// Strangers write what is in a certificate: it must not steer a terminal.
 std::string WhatItIsFor(const ObtainRequest& request, const CertificateFacts& facts,
                         const std::string& top_issuer) {
   std::string line = "It is for " + Joined(facts.names) + ", issued by " + facts.issuer + " and " +
@@ -57,7 +59,7 @@ std::string WhatItIsFor(const ObtainRequest& request, const CertificateFacts& fa
         " Its chain ends at " + top_issuer + ": the CA offers none that ends at " + preferred + ".";
   }
   if (request.is_staging) line += " Browsers do not trust it: it is for trials.";
-  return line + "\n";
+  return Printable(line) + "\n";
 }
 
 std::string ServiceFolder(const ObtainRequest& request) {
@@ -70,7 +72,7 @@ std::string WhoUsesIt(const ObtainRequest& request, const Obtained& obtained) {
            " gives it to one.\n";
   }
   std::string line = ServiceTitle(*request.service) + " uses it, from " + ServiceFolder(request);
-  if (!obtained.moved_from.empty()) line += ", in the place of " + obtained.moved_from;
+  if (!obtained.moved_from.empty()) line += ", in the place of " + Printable(obtained.moved_from);
   return line + ".\n";
 }
 

@@ -65,7 +65,7 @@ std::string WhyHeldBack(const Work& work) {
 // What its services have now, when they were given anything.
 std::string Handed(const Work& work) {
   return work.services.empty() ? "No service uses it.\n"
-                               : Joined(work.services) + " has its files.\n";
+                               : Printable(Joined(work.services)) + " has its files.\n";
 }
 
 Reply NotRenewed(const Work& work, const OneRenewal& one) {
@@ -96,8 +96,9 @@ Reply NotIssued(const Work& work, const OneRenewal& one) {
 Reply Renewed(const Work& work) {
   Reply reply;
   AddFacts(work, "renewed", reply.document);
-  reply.text = work.certificate.id + " is renewed: it is for " + Joined(work.facts.names) +
-               ", and " + Validity(work.facts) + ".\n" + Handed(work);
+  reply.text = work.certificate.id + " is renewed: it is for " +
+               Printable(Joined(work.facts.names)) + ", and " + Validity(work.facts) + ".\n" +
+               Handed(work);
   return reply;
 }
 

@@ -10,6 +10,7 @@
 #include "archive_cli/acme_front.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/facts.h"
+#include "archive_cli/text.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/renewal_job.h"
 #include "lifecycle/renewal_record.h"
@@ -69,9 +70,9 @@ Reply Done(const ArchivedCertificate& certificate, const RenewalRecord& record,
            const Arguments& arguments) {
   const std::vector<std::string> users = Users(certificate.id);
   Reply reply;
-  reply.text = certificate.id + " is revoked at " + record.server + ".\n" +
+  reply.text = certificate.id + " is revoked at " + Printable(record.server) + ".\n" +
                "Its files stay; it is not renewed any more.\n";
-  if (!users.empty()) reply.text += Joined(users) + " still uses it.\n";
+  if (!users.empty()) reply.text += Printable(Joined(users)) + " still uses it.\n";
   reply.document["id"] = certificate.id;
   reply.document["server"] = record.server;
   reply.document["reason"] =

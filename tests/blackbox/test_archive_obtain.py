@@ -254,6 +254,17 @@ def test_one_that_renew_all_would_not_take(host, account_key):
         with_ca.close()
 
 
+def test_nothing_in_a_certificate_steers_the_terminal(host):
+    with_ca = AcmeCa(organisation="Let's Encrypt\x1b[2J")
+    try:
+        result = obtain(host, with_ca)
+        assert "\x1b" not in result.stdout
+        assert ", issued by Let's Encrypt?[2J and valid until" in result.stdout.splitlines()[1]
+        assert len(result.stdout.splitlines()) == 4
+    finally:
+        with_ca.close()
+
+
 # -- choices ---------------------------------------------------------------------------------------
 
 
