@@ -5,6 +5,7 @@
 #include "letsencrypt_cli/outcome.h"
 #include "letsencrypt_cli/terminal.h"
 #include "lifecycle/advice.h"
+#include "lifecycle/renewal_record.h"
 
 namespace kova {
 
@@ -13,9 +14,10 @@ namespace {
 // On a terminal also what has no document of its own: a record that cannot be used.
 void TellOutcome(const RenewalOutcome& outcome, const std::string& id) {
   if (outcome.renewed) return;
-  TellFailure(outcome.failure.value_or(
-                  Error(kUnusableRecord, "kova-letsencrypt", "its renewal record cannot be used")),
-              {id});
+  if (outcome.failure) return TellFailure(*outcome.failure, {id});
+  std::string why = WhyUnusable(ArchivedCertificate::OfId(id).folder);
+  if (why.empty()) why = "its renewal record cannot be used";
+  TellFailure(Error(kUnusableRecord, "kova-letsencrypt", why), {id});
 }
 
 }  // namespace

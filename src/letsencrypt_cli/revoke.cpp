@@ -8,6 +8,7 @@
 #include "letsencrypt_cli/outcome.h"
 #include "letsencrypt_cli/terminal.h"
 #include "lifecycle/renewal_job.h"
+#include "lifecycle/renewal_record.h"
 #include "platform/signals.h"
 
 namespace kova {
@@ -27,6 +28,12 @@ void RevokeVisibly(const ArchivedCertificate& certificate, const Settings& setti
   }
 }
 
+// What is only a line in the log is a success for programs.
+void TellNothingToRevoke(const ArchivedCertificate& certificate) {
+  const std::string why = WhyUnusable(certificate.folder);
+  if (!why.empty()) TellPeople("[" + certificate.id + "] cannot be revoked: " + why);
+}
+
 }  // namespace
 
 int RevokeCommand(int argc, char** argv) {
@@ -42,6 +49,7 @@ int RevokeCommand(int argc, char** argv) {
   TellIgnoredKeys(settings);
   DebugStep("revoke certificate. [%s].", given.certificate_id.c_str());
   const ArchivedCertificate certificate = ArchivedCertificate::OfId(given.certificate_id);
+  TellNothingToRevoke(certificate);
   RevokeVisibly(certificate, settings);
   PrintSuccess("cert_path", certificate.folder);
   platform::HoldSignals();  // or the job would stay behind a revocation that is done

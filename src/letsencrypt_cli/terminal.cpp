@@ -47,11 +47,11 @@ void TellUnknownCertificate(const std::string& id) {
 void TellMisreadNames(const CommandOptions& given) {
   if (given.domains_replaced) {
     TellPeople("-d was given more than once, and only the last one counts: [" + given.domains +
-               "]. Several names go into one -d, with \";\" between them.");
+               R"(]. Several names go into one -d, with ";" between them.)");
   }
   for (const std::string& name : SplitDomainList(given.domains)) {
     if (name.find(',') == std::string::npos) continue;
-    TellPeople("[" + name + "] is taken for one name: \";\" separates names, not \",\".");
+    TellPeople("[" + name + R"(] is taken for one name: ";" separates names, not ",".)");
   }
 }
 

@@ -123,8 +123,17 @@ def test_record_that_cannot_be_used_is_told(host, archived):
     archived.record("due", "{")
     result = both(lambda tty: host.run("renew", "-c", "due", tty=tty))
     assert (result.status, result.stdout) == (1, "")
-    assert words(result) == ["due: its renewal record cannot be used [1]. Obtain the certificate anew: "
-                             "what was kept to renew it cannot be used."]
+    assert words(result) == [
+        f"due: its renewal record is no JSON object [{paths.ARCHIVE}/due/renew.json] [1]. Obtain the "
+        "certificate anew: what was kept to renew it cannot be used."]
+
+
+def test_revocation_that_does_nothing_is_told(host, ca, archived):
+    archived.record("due", "{")
+    result = both(lambda tty: host.run("revoke", "-c", "due", tty=tty))
+    assert (result.status, result.document["error"], ca.trace) == (0, 0, [])
+    assert words(result) == ["[due] cannot be revoked: its renewal record is no JSON object "
+                             f"[{paths.ARCHIVE}/due/renew.json]"]
 
 
 def test_refused_revocation_ends_abnormally_and_says_why(host, ca, archived):
