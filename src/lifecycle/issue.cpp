@@ -81,7 +81,7 @@ std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
     }
     if (!bound.Continue(client)) break;
   }
-  throw last;
+  throw SLError(last);
 }
 
 // No wildcard rule here, and no second challenge type: deliberate.
