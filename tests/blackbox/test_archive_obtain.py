@@ -421,10 +421,10 @@ def test_certificate_that_was_issued_is_entered_in_spite_of_a_signal(host, ca, a
 
     with open(LOCK, "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        helper = threading.Thread(target=interfere)
-        helper.start()
+        thread = threading.Thread(target=interfere)
+        thread.start()
         result = obtain(host, ca, *BIND, env={"LD_PRELOAD": ""})  # its waits are real
-        helper.join()
+        thread.join()
     ended(result, signal.SIGINT, "kova-archive")
     assert ArchiveCli.index() == {os.path.basename(certificate(host)): {"services": []}}
 

@@ -143,10 +143,10 @@ def test_another_run_is_waited_for(host, ca, account, archive):
 
     with open("/run/kova-renew-all.lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        helper = threading.Thread(target=other)
-        helper.start()
+        thread = threading.Thread(target=other)
+        thread.start()
         result = renew(host, env={"LD_PRELOAD": ""})  # its waits are real
-        helper.join()
+        thread.join()
     done(result)
     assert seen == [0] and serial(folder + "/cert.pem") == ca.certificates[-1].serial_number
 
