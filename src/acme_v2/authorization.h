@@ -19,8 +19,9 @@ HttpResponse RespondChallenge(Session& session, const std::string& url);
 // challenge of that type (SLError 101, 109, 110 or 200), or 102 "Autuhorization timeout".
 void WaitAuthorization(Session& session, const std::string& url, const std::string& type);
 
-// The same for `quickvalidation`: the first look comes 50 ms after the CA's `answer` to the response,
-// each later one after a pause that doubles up to 2 s, or as the CA asks; 102 after 60 s in all.
+// The same for `quickvalidation`: the first look comes 50 ms after the CA's `answer` to the
+// response, each later one after a pause that doubles up to 2 s, or as the CA asks; 102 after 60 s
+// in all.
 void WaitAuthorizationQuickly(Session& session, const std::string& url, const std::string& type,
                               const HttpResponse& answer);
 

@@ -56,10 +56,15 @@ bool IsPartOfFraction(const std::string& json, size_t begin, size_t end) {
          (end < json.size() && kBehind.find(json[end]) != std::string_view::npos);
 }
 
-bool IsHuge(std::string_view digits) {
-  constexpr std::string_view kLargest = "18446744073709551615";
-  if (digits.size() != kLargest.size()) return digits.size() > kLargest.size();
-  return digits > kLargest;
+bool IsBeyond(std::string_view digits, std::string_view largest) {
+  if (digits.size() != largest.size()) return digits.size() > largest.size();
+  return digits > largest;
+}
+
+bool IsHuge(const std::string& json, size_t begin, size_t end) {
+  const bool negative = begin > 0 && json[begin - 1] == '-';
+  return IsBeyond(std::string_view(json).substr(begin, end - begin),
+                  negative ? "9223372036854775808" : "18446744073709551615");
 }
 
 // An integer of more than 64 bits is read as the nearest double, and would be written as that.
@@ -69,10 +74,7 @@ bool HoldsHugeInteger(const std::string& json) {
     const bool quoted = json[begin] == '"';
     const size_t end = quoted ? EndOfText(json, begin)
                               : std::min(json.find_first_not_of("0123456789", begin), json.size());
-    if (!quoted && !IsPartOfFraction(json, begin, end) &&
-        IsHuge(std::string_view(json).substr(begin, end - begin))) {
-      return true;
-    }
+    if (!quoted && !IsPartOfFraction(json, begin, end) && IsHuge(json, begin, end)) return true;
     begin = end;
   }
   return false;

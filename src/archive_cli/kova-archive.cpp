@@ -16,6 +16,7 @@
 #include "archive_cli/kept_stderr.h"
 #include "archive_cli/text.h"
 #include "base/json.h"
+#include "base/output.h"
 #include "base/progress.h"
 #include "platform/process.h"
 #include "platform/signals.h"
@@ -65,23 +66,21 @@ std::string Document(Reply reply) {
   return JsonStyledText(reply.document);
 }
 
-bool IsWritten(std::FILE* file) { return std::fflush(file) == 0 && std::ferror(file) == 0; }
-
 int ReportFailure(const Command& command, const std::string& failure) {
   Print(stderr, std::string(kProgram) + ": " + command.word + ": " + Printable(failure) + "\n");
-  (void)std::fflush(stdout);
   return kFailed;
 }
 
+// `unwritten` is the error of a result that could not be written, else 0.
 int ReportSuccess(const Command& command, const std::vector<std::string>& warnings,
-                  const std::string& errors) {
+                  const std::string& errors, int unwritten) {
   Print(stderr, errors);
   for (const std::string& warning : warnings) {
     Print(stderr, std::string(kProgram) + ": " + command.word + ": " + Printable(warning) + "\n");
   }
-  if (IsWritten(stdout)) return kDone;
+  if (unwritten == 0) return kDone;
   Print(stderr,
-        std::string(kProgram) + ": cannot write the result: " + std::strerror(errno) + "\n");
+        std::string(kProgram) + ": cannot write the result: " + std::strerror(unwritten) + "\n");
   return kFailed;
 }
 
@@ -90,9 +89,10 @@ int Report(const Command& command, const Arguments& arguments, Reply reply,
   platform::FinishRun();
   const bool failed = !reply.failure.empty();
   if (failed && !errors.empty()) reply.failure += " (" + LastLine(errors) + ")";
-  Print(stdout, arguments.json ? Document(reply) : reply.text);
+  const bool written = WriteResult(kProgram, arguments.json ? Document(reply) : reply.text);
+  const int unwritten = written ? 0 : errno;
   return failed ? ReportFailure(command, reply.failure)
-                : ReportSuccess(command, reply.warnings, errors);
+                : ReportSuccess(command, reply.warnings, errors, unwritten);
 }
 
 int RunCommand(const Command& command, const std::vector<std::string>& words) try {

@@ -11,6 +11,7 @@
 #include "acme_v2/renewal_info.h"
 #include "archive/integrity.h"
 #include "base/debug.h"
+#include "base/json.h"
 #include "base/log.h"
 #include "crypto/certificate.h"
 #include "lifecycle/acme_folders.h"
@@ -32,8 +33,10 @@ void TellUnusable(const RenewalSettings& settings) {
   if (!KLIBCFileExist(kSettingsPath)) {
     LogError(kTag, "File not exist. [%s]: [%s]", std::strerror(errno), kSettingsPath);
   } else if (!settings.usable) {
-    LogError(kTag, "Read json file failed. [%s]: [%s]", std::strerror(settings.read_error),
-             kSettingsPath);
+    Json::Value other;  // JSON, but no object
+    const char* reason =
+        JsonFromFile(kSettingsPath, other) ? "not an object" : std::strerror(settings.read_error);
+    LogError(kTag, "Read json file failed. [%s]: [%s]", reason, kSettingsPath);
   }
 }
 

@@ -46,8 +46,8 @@ class CleanupScope {
 // once, since there is nothing left to take back.
 void FinishRun();
 
-// For what is left to do after the output, which is short: until the process ends no signal is taken
-// any more.
+// For what is left to do after the output, which is short: until the process ends no signal is
+// taken any more.
 void HoldSignals();
 
 // A time limit of its own, or what is left of a CleanupScope's ten seconds when that is less.

@@ -1,29 +1,31 @@
 """Standard output that cannot be written: what the document says is in the system log."""
 
+import json
+
 import pytest
-from lib import paths
+from lib import archive_cli, paths
 from lib.renewal import NAME, Archive, folder_of, record, tolerate_padding
 
-LOST = "kova-letsencrypt:# Failed to write to standard output. [%s]: [%s]"
+LOST = "%s:# Failed to write to standard output. [%s]: [%s]"
 FULL = ("> /dev/full", "No space left on device")
 CLOSED = ("closed", "Broken pipe")
 
 
-def run_into(host, output, *words):
+def run_into(host, output, *words, tool=paths.PROGRAM):
     """The program with an output that is full, or whose reader has gone."""
-    command = " ".join(f"'{word}'" for word in (paths.PROGRAM, *words))
+    command = " ".join(f"'{word}'" for word in (tool, *words))
     if output == "closed":
         return host.run(
             "-c", "import os,sys\nread, write = os.pipe()\nos.close(read)\nos.dup2(write, 1)\n"
-            "os.execv(sys.argv[1], sys.argv[1:])", paths.PROGRAM, *words,
+            "os.execv(sys.argv[1], sys.argv[1:])", tool, *words,
             program="/usr/bin/python3")
     return host.run("-c", f"exec {command} {output}", program="/bin/sh")
 
 
-def lost(result, reason, document):
+def lost(result, reason, document, tag="kova-letsencrypt"):
     assert result.stdout == ""
     assert [line for line in result.errors if "standard output" in line] == [
-        LOST % (reason, document)]
+        LOST % (tag, reason, document)]
 
 
 @pytest.mark.parametrize("output, reason", [FULL, CLOSED])
@@ -71,3 +73,20 @@ def test_revoke(host, ca, account, output, reason):
     result = run_into(host, output, "revoke", "-c", "id")
     assert result.status == 0
     lost(result, reason, '{    "cert_path" : "%s",    "error" : 0 }' % folder_of("id"))
+
+
+@pytest.mark.parametrize("output, reason", [FULL, CLOSED])
+def test_kova_archive(host, output, reason):
+    Archive(host).add("id")
+    result = run_into(host, output, "default", "id", "--json", tool=archive_cli.PROGRAM)
+    assert result.status == 1
+    assert result.stderr == f"kova-archive: cannot write the result: {reason}\n"
+    lost(result, reason, '{    "default" : "id",    "error" : 0 }', "kova-archive")
+
+
+@pytest.mark.parametrize("output, reason", [FULL, CLOSED])
+def test_failed_kova_archive(host, output, reason):
+    result = run_into(host, output, "default", "none", "--json", tool=archive_cli.PROGRAM)
+    assert result.status == 1
+    told = result.stderr.removeprefix("kova-archive: default: ").rstrip("\n")
+    lost(result, reason, '{    "error" : 1,    "msg" : %s }' % json.dumps(told), "kova-archive")

@@ -151,6 +151,12 @@ def test_broken_settings_file_is_logged(host, archive, text, days, due):
         due, [f"{TAG}Read json file failed. [Success]: [{paths.SETTINGS}]"])
 
 
+@pytest.mark.parametrize("text", ["[]", "7", "null", '"text"', '[{"renew_before_expire_days": 90}]'])
+def test_settings_that_are_no_object_are_logged_as_such(host, archive, text):
+    assert lead_time(host, archive, 29.9, text) == (
+        True, [f"{TAG}Read json file failed. [not an object]: [{paths.SETTINGS}]"])
+
+
 @pytest.mark.parametrize("organisation", [
     "Kova Inc.", "let's encrypt", "LET'S ENCRYPT", "Lets Encrypt", "Let’s Encrypt", "Let's", " "])
 def test_other_issuers_are_left_alone(host, archive, reloads, organisation):

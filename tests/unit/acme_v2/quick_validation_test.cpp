@@ -45,9 +45,8 @@ TEST_F(QuickValidation, WaitsLongerEachTimeUpToTwoSeconds) {
   std::vector<HttpReply> looks(8, Status("pending"));
   looks.push_back(Status("valid"));
   EXPECT_EQ(Prove(looks), "nothing");
-  EXPECT_EQ(sleeps_.Durations(),
-            (Waits{kFirst, 2 * kFirst, 4 * kFirst, 8 * kFirst, 16 * kFirst, 32 * kFirst, Seconds(2),
-                   Seconds(2), Seconds(2)}));
+  EXPECT_EQ(sleeps_.Durations(), (Waits{kFirst, 2 * kFirst, 4 * kFirst, 8 * kFirst, 16 * kFirst,
+                                        32 * kFirst, Seconds(2), Seconds(2), Seconds(2)}));
 }
 
 TEST_F(QuickValidation, WaitsAfterAnyStatusThatIsNotFinal) {
@@ -79,8 +78,8 @@ TEST_F(QuickValidation, CountsTimeOnTheWire) {
 }
 
 TEST_F(QuickValidation, SaysWhatTheCaSays) {
-  const auto failed = HttpReply::Json(
-      200, ca_.FailedAuthorization("a.example", "http-01", "dns", "no such name"));
+  const auto failed =
+      HttpReply::Json(200, ca_.FailedAuthorization("a.example", "http-01", "dns", "no such name"));
   EXPECT_EQ(Prove({Status("pending"), failed}), "109 client_v2: no such name");
   EXPECT_EQ(sleeps_.Durations(), (Waits{kFirst, 2 * kFirst}));
   EXPECT_TRUE(client_->ChallengeTypes().empty());

@@ -196,6 +196,7 @@ TEST_F(IndexTest, EditLeavesAnIndexThatARewriteWouldNotKeep) {
   for (const std::string text :
        {"{\"a\xff\": {\"services\": []}}", "{\"a\": {\"desc\": \"\xc3(\"}}",
         "{\"a\": 18446744073709551616}", "{\"a\": [-123456789012345678901234567890]}",
+        "{\"a\": -9223372036854775809}", "{\"a\": [1, -18446744073709551615]}",
         "{\"a\\u0000b\": 1}"}) {
     syslog_.Clear();
     Write(kInfo, text);
