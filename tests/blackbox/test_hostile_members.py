@@ -13,14 +13,15 @@ def one_attempt(host, ca, account):
     ca.violations.clear()
 
 
-WRONG = [None, 7, True, [], {}, [[]], "", "\x00", "x" * 100_000]
+WRONG = [None, 7, -1, 1.5, True, False, [], {}, [[]], "", "\x00", "x" * 100_000]
 
 
 @pytest.mark.parametrize("value", WRONG)
 @pytest.mark.parametrize("name, member", [
     ("directory", "newNonce"), ("directory", "newOrder"), ("newOrder", "authorizations"),
     ("newOrder", "finalize"), ("authz", "identifier"), ("authz", "challenges"),
-    ("poll", "status"), ("poll", "challenges"), ("finalize", "certificate"), ("order", "status")])
+    ("poll", "status"), ("poll", "challenges"), ("finalize", "certificate"), ("order", "status"),
+    ("order", "certificate")])
 def test_member(host, ca, name, member, value):
     if (name, member) == ("poll", "challenges"):
         ca.refusals.append(("dns", "no"))  # or nobody would look
@@ -31,7 +32,10 @@ def test_member(host, ca, name, member, value):
 @pytest.mark.parametrize("value", WRONG)
 @pytest.mark.parametrize("name, member", [
     ("directory", "revokeCert"), ("directory", "newAccount"), ("directory", "meta"),
-    ("authz", "status"), ("finalize", "status"), ("finalize", "authorizations")])
+    ("directory", "keyChange"), ("directory", "renewalInfo"), ("newAccount", "status"),
+    ("newAccount", "contact"), ("newOrder", "status"), ("newOrder", "identifiers"),
+    ("authz", "status"), ("authz", "wildcard"), ("challenge", "status"), ("challenge", "error"),
+    ("finalize", "status"), ("finalize", "authorizations"), ("order", "error")])
 def test_member_that_may_not_matter(host, ca, name, member, value):
     hostile.tell(ca, name, edited_json(lambda body: {**body, member: value}))
     hostile.run(host, ca)
