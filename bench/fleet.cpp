@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/job_moment.h"
+#include "platform/crond.h"
 
 namespace {
 

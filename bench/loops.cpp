@@ -11,7 +11,7 @@
 #include "acme/issued_folder.h"
 #include "archive/index.h"
 #include "archive/paths.h"
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "crypto/encoding.h"
 #include "crypto/pem.h"
 #include "lifecycle/names.h"

@@ -1,9 +1,8 @@
-#include "acme/issued_check.h"
-
 #include <algorithm>
 #include <cctype>
 #include <ctime>
 
+#include "acme/issued_folder.h"
 #include "base/log.h"
 #include "base/sl_error.h"
 #include "crypto/certificate.h"

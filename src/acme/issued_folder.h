@@ -1,5 +1,5 @@
-// Storage of an issued certificate: one folder of the archive (docs/formats.md), for both protocol
-// versions.
+// What a CA issued, for both protocol versions: whether it is what was asked for, and its storage
+// in one folder of the archive (docs/formats.md).
 #pragma once
 
 #include <optional>
@@ -9,6 +9,13 @@
 #include "acme/renewal_record.h"
 
 namespace kova {
+
+// The chain (PEM, leaf first) must hold certificates and nothing else; the first has the key's
+// public half and every name, and is valid now; each of the others issued the one before it.
+// Otherwise throws SLError 200 "new-cert: issued certificate does not fit. (WHY)" with `tag` as the
+// file, after one line in the system log.
+void RequireFitting(const char* tag, const std::string& chain_pem,
+                    const std::string& private_key_pem, const std::vector<std::string>& names);
 
 struct CertificatePems {
   std::string cert;       // the leaf

@@ -1,4 +1,3 @@
-#include "acme/issued_check.h"
 #include "acme/issued_folder.h"
 #include "acme/key_and_request.h"
 #include "acme/reply.h"

@@ -5,7 +5,6 @@
 
 #include "acme/account_store.h"
 #include "acme/reply.h"
-#include "acme_v2/account_binding.h"
 #include "acme_v2/key_change.h"
 #include "acme_v2/session.h"
 #include "base/debug.h"

@@ -1,10 +1,9 @@
-#include "acme_v2/account_binding.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
 
+#include "acme_v2/account.h"
 #include "base/json.h"
 #include "base/log.h"
 #include "crypto/encoding.h"

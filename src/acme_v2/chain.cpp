@@ -1,8 +1,7 @@
-#include "acme_v2/chain.h"
-
 #include <vector>
 
 #include "acme/reply.h"
+#include "acme_v2/issue.h"
 #include "base/debug.h"
 #include "base/json.h"
 #include "base/log.h"

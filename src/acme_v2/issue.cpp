@@ -1,9 +1,7 @@
 #include "acme_v2/issue.h"
 
-#include "acme/issued_check.h"
 #include "acme/issued_folder.h"
 #include "acme/key_and_request.h"
-#include "acme_v2/chain.h"
 #include "base/debug.h"
 #include "base/progress.h"
 #include "crypto/pem.h"

@@ -21,6 +21,11 @@ std::string Issue(Session& session, const Order& order, const IssueOptions& opti
 // its time. Returns the CA's view of the order, finalized.
 Json::Value FinalizeOrder(Session& session, const Order& order, const std::string& csr);
 
+// Downloads the chain for a finalized order (PEM, leaf first). When its topmost certificate is not
+// issued by the common name `preferred` (empty: any will do), the first of the CA's alternates that
+// is takes its place; when there is none, the system log says so. Throws SLError 200.
+std::string DownloadChain(Session& session, const Json::Value& order, const std::string& preferred);
+
 // Revokes the certificate of an archive folder at the CA, for a reason of RFC 5280 (5.3.1) or for
 // none. Returns the text of the folder's cert.pem as it was then. Throws SLError 200, and
 // std::out_of_range when it holds no PEM block.

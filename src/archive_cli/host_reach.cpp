@@ -11,7 +11,6 @@
 #include "base/settings.h"
 #include "base/sl_error.h"
 #include "challenge/challenge.h"
-#include "challenge/vendor_zone.h"
 #include "net/client_network.h"
 #include "platform/device.h"
 #include "platform/portmap.h"

@@ -7,7 +7,7 @@
 #include "archive_cli/facts.h"
 #include "archive_cli/text.h"
 #include "archive_cli/troubles.h"
-#include "lifecycle/renew_one.h"
+#include "lifecycle/renew_all.h"
 #include "lifecycle/renewal_history.h"
 #include "lifecycle/renewal_record.h"
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/log.h"
-#include "platform/lock.h"
+#include "platform/files.h"
 
 namespace kova {
 

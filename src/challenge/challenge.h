@@ -114,6 +114,18 @@ std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, HttpClien
 std::shared_ptr<LeChallenge> ChallengeFactory(const std::string& type, const std::string& domain,
                                               HttpClient& http);
 
+// True when the host's own DDNS name occurs, ignoring case, anywhere in `name`. A substring test,
+// not a suffix test: deliberate. False when the host has no DDNS name.
+bool IsKovaDdnsHost(const std::string& name);
+
+// Nothing but the characters of host names, a wildcard's star included.
+bool IsHostName(const std::string& name);
+
+// True when the own name server of the vendor's dynamic-DNS zone shows a TXT record of
+// "_acme-challenge." + domain that holds `expected`. Uses the process-wide resolver state and
+// restores it.
+bool CheckTxtRecord(const std::string& domain, const std::string& expected);
+
 // Forwards ports 80 and 443 of the home router to this host, for the time in which the CA looks.
 // True when the router confirmed port 80. Every failure is logged at debug level 1.
 bool OpenRouterPorts();

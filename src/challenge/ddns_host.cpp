@@ -3,7 +3,7 @@
 #include <locale>
 
 #include "base/log.h"
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "platform/device.h"
 
 namespace kova {

@@ -5,7 +5,6 @@
 #include "base/progress.h"
 #include "base/settings.h"
 #include "challenge/challenge.h"
-#include "challenge/vendor_zone.h"
 #include "crypto/encoding.h"
 #include "net/client_network.h"
 #include "platform/signals.h"

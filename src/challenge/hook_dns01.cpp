@@ -2,7 +2,6 @@
 #include "base/debug.h"
 #include "base/log.h"
 #include "challenge/challenge.h"
-#include "challenge/vendor_zone.h"
 #include "crypto/encoding.h"
 #include "platform/hooks.h"
 #include "platform/signals.h"

@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "base/debug.h"
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "platform/aside.h"
 #include "platform/device.h"
 

@@ -2,7 +2,6 @@
 #include "base/renewal_settings.h"
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
-#include "letsencrypt_cli/outcome.h"
 #include "letsencrypt_cli/terminal.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/issue.h"

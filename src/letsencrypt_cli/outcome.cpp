@@ -1,7 +1,6 @@
-#include "letsencrypt_cli/outcome.h"
-
 #include "base/json.h"
 #include "base/output.h"
+#include "letsencrypt_cli/commands.h"
 #include "lifecycle/failure.h"
 #include "platform/signals.h"
 

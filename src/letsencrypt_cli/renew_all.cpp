@@ -2,7 +2,6 @@
 
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
-#include "letsencrypt_cli/outcome.h"
 #include "letsencrypt_cli/terminal.h"
 
 namespace kova {

@@ -5,7 +5,6 @@
 #include "base/debug.h"
 #include "letsencrypt_cli/commands.h"
 #include "letsencrypt_cli/options.h"
-#include "letsencrypt_cli/outcome.h"
 #include "letsencrypt_cli/terminal.h"
 #include "lifecycle/renewal_job.h"
 #include "lifecycle/renewal_record.h"

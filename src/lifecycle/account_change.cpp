@@ -15,7 +15,7 @@
 #include "base/sl_error.h"
 #include "crypto/secret.h"
 #include "lifecycle/account_list.h"
-#include "lifecycle/run_lock.h"
+#include "lifecycle/renewal_run.h"
 
 namespace kova {
 namespace {

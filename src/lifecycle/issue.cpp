@@ -11,7 +11,6 @@
 #include "base/sl_error.h"
 #include "base/unfinished_folder.h"
 #include "challenge/challenge.h"
-#include "challenge/vendor_zone.h"
 #include "lifecycle/failure.h"
 #include "lifecycle/names.h"
 #include "lifecycle/removal.h"

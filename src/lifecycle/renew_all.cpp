@@ -1,9 +1,5 @@
 #include "lifecycle/renew_all.h"
 
-#include "lifecycle/due.h"
-#include "lifecycle/renew.h"
-#include "lifecycle/renewal_run.h"
-
 namespace kova {
 namespace {
 

@@ -1,6 +1,5 @@
-#include "lifecycle/renew_one.h"
-
 #include "base/progress.h"
+#include "lifecycle/renew_all.h"
 #include "lifecycle/renewal_files.h"
 
 namespace kova {

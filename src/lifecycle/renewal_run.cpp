@@ -10,7 +10,6 @@
 #include "lifecycle/failure.h"
 #include "lifecycle/removal.h"
 #include "lifecycle/renewal_files.h"
-#include "lifecycle/run_lock.h"
 #include "platform/service.h"
 
 namespace kova {

@@ -10,6 +10,11 @@
 
 namespace kova {
 
+// The lock of a run that many certificates depend on: one that renews, and a change of an account
+// that they are renewed with. The only one that may be held while a CA, a hook or a reload script
+// is waited for.
+inline constexpr char kRunLock[] = "/run/kova-renew-all.lock";
+
 // Waits for another run to end, and finishes what killed ones left. What is due is to be decided
 // after that.
 class RenewalRun {

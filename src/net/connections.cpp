@@ -1,6 +1,5 @@
 #include "net/connections.h"
 
-#include "net/sigpipe_ignored.h"
 #include "platform/signals.h"
 
 namespace kova {

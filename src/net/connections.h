@@ -3,6 +3,7 @@
 
 #include <curl/curl.h>
 
+#include <csignal>
 #include <memory>
 
 namespace kova {
@@ -10,6 +11,23 @@ namespace kova {
 template <auto F>
 struct CurlFree {
   void operator()(auto* object) const noexcept { F(object); }
+};
+
+// A server that hangs up while we write must cost a request, not the process: with
+// CURLOPT_NOSIGNAL libcurl leaves SIGPIPE alone.
+class SigpipeIgnored {
+ public:
+  SigpipeIgnored() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &before_);
+  }
+  ~SigpipeIgnored() { sigaction(SIGPIPE, &before_, nullptr); }
+  SigpipeIgnored(const SigpipeIgnored&) = delete;
+  SigpipeIgnored& operator=(const SigpipeIgnored&) = delete;
+
+ private:
+  struct sigaction before_ {};
 };
 
 class Connections {

@@ -9,7 +9,6 @@
 
 #include "net/client_network.h"
 #include "net/connections.h"
-#include "net/sigpipe_ignored.h"
 
 namespace kova {
 

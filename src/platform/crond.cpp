@@ -13,7 +13,6 @@
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
-#include "platform/job_moment.h"
 #include "platform/service.h"
 
 namespace KOVA::KOVACrond {

@@ -3,9 +3,22 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <string>
 
-#include "platform/job_moment.h"
+namespace kova::platform {
+
+// When a host's job runs: stable on one host, spread over a fleet.
+struct JobMoment {
+  uint64_t minute;   // 0 to 59
+  uint64_t hour;     // 0 to 23
+  uint64_t weekday;  // 0 (Sunday) to 6
+};
+
+// The moment of that job on the host of that id.
+JobMoment MomentOfJob(const std::string& host, const std::string& job);
+
+}  // namespace kova::platform
 
 namespace KOVA::KOVACrond {
 

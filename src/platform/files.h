@@ -27,6 +27,18 @@ int KLIBCFileTouch(const std::string& path);
 // kept). 0, also when there was none; -1 when the file cannot be read or rewritten.
 int KLIBCFileUTF8BomStrip(const std::string& path);
 
+// Advisory whole-file locks (flock), shared with the other programs of the host.
+//
+// Takes the lock on `file`, waiting up to `timeout_seconds`. The file is created empty (0600) when
+// it is missing, is never truncated, and is not followed when it is a symbolic link; a file that
+// another user created is locked as well. `*handle` becomes a descriptor. 0, or negative when the
+// lock could not be had in time or the file is unusable (handle unchanged, error triple set).
+int KLIBCFileLockTimeByFile(const std::string& file, int exclusive, int timeout_seconds,
+                            int* handle);
+
+// Releases and closes. 0, or negative.
+int KLIBCFileUnlockByFile(int handle);
+
 // mkdir -p. The four middle words are the platform's and are passed as (0, 1, 0, 0) by every
 // caller; folders that are created get `mode`, whatever the umask. 0, or negative.
 int KOVAFSMkdirP(const std::string& path, int, int, int, int, mode_t mode);

@@ -1,6 +1,6 @@
-#include "platform/job_moment.h"
-
 #include <string_view>
+
+#include "platform/crond.h"
 
 namespace kova::platform {
 namespace {

@@ -1,5 +1,3 @@
-#include "platform/lock.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,6 +8,7 @@
 
 #include "platform/error.h"
 #include "platform/fd.h"
+#include "platform/files.h"
 
 namespace kova::platform {
 namespace {

@@ -8,7 +8,6 @@
 #include "platform/error.h"
 #include "platform/file_writer.h"
 #include "platform/files.h"
-#include "platform/lock.h"
 
 namespace kova::platform {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "lifecycle/names.h"
 #include "property.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "host_files.h"
 #include "property.h"
 

@@ -1,9 +1,8 @@
-#include "acme/issued_check.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../crypto/made_certificate.h"
+#include "acme/issued_folder.h"
 #include "error_text.h"
 #include "syslog_capture.h"
 

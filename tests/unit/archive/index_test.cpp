@@ -13,7 +13,7 @@
 #include "archive/paths.h"
 #include "archive_fixture.h"
 #include "base/json.h"
-#include "platform/lock.h"
+#include "platform/files.h"
 
 namespace kova::cert_archive {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstdio>
 
 #include "archive_fixture.h"
-#include "platform/lock.h"
+#include "platform/files.h"
 
 namespace kova::cert_archive {
 namespace {

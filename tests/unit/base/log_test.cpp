@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/error.h"
-#include "platform/lock.h"
+#include "platform/files.h"
 #include "syslog_capture.h"
 
 namespace kova {

@@ -1,6 +1,6 @@
 #include <syslog.h>
 
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "challenge_fixture.h"
 
 namespace kova::test {

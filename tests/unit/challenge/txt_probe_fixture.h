@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "challenge/vendor_zone.h"
+#include "challenge/challenge.h"
 #include "challenge_fixture.h"
 #include "dns_server.h"
 

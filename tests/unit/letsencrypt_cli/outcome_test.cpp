@@ -1,5 +1,3 @@
-#include "letsencrypt_cli/outcome.h"
-
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +5,7 @@
 
 #include <cstdio>
 
+#include "letsencrypt_cli/commands.h"
 #include "output_capture.h"
 #include "syslog_capture.h"
 

@@ -1,5 +1,3 @@
-#include "platform/lock.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -13,6 +11,7 @@
 
 #include "host_files.h"
 #include "platform/error.h"
+#include "platform/files.h"
 #include "scratch.h"
 
 namespace kova::platform {

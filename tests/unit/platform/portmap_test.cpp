@@ -18,7 +18,6 @@
 #include "platform/error.h"
 #include "platform/files.h"
 #include "platform/hooks.h"
-#include "platform/lock.h"
 #include "scratch.h"
 #include "syslog_capture.h"
 
