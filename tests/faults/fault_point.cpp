@@ -54,8 +54,13 @@ class Parser {
     if (*word_ == nullptr || word_[1] == nullptr) return std::nullopt;
     arguments_.command = word_ + 1;
     if (arguments_.plan.roots.empty()) {
-      arguments_.plan.roots = {"/usr/kova", "/etc/cron.d", "/usr/local/etc", "/var/lib/letsencrypt",
-                               "/run",      "/tmp"};
+      arguments_.plan.roots = {"/usr/kova",
+                               "/etc/cron.d",
+                               "/usr/local/etc",
+                               "/usr/libexec/certificate.d",
+                               "/var/lib/letsencrypt",
+                               "/run",
+                               "/tmp"};
     }
     return arguments_;
   }

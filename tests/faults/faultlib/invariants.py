@@ -79,6 +79,29 @@ def accounts():
     return broken
 
 
+def known_accounts(ca):
+    """Every stored account of that CA is valid there, by a key and a contact that are stored."""
+    broken = []
+    for path in glob.glob(paths.ACCOUNTS + "/*/info.json"):
+        info = state.json_of(path) or {}
+        known = ca.accounts.get(info.get("account_url"))
+        if info.get("directory") != ca.directory:
+            continue
+        folder = state.general(os.path.dirname(path))
+        if known is None or known.get("status", "valid") != "valid":
+            broken.append(f"account that the CA has no more: {folder}")
+        elif known["jwk"]["n"] not in _moduli(os.path.dirname(path)):
+            broken.append(f"account by another key at the CA: {folder}")
+        elif "contact" in known and known["contact"] != ["mailto:" + info["contact"]]:
+            broken.append(f"account by another contact at the CA: {folder}")
+    return broken
+
+
+def _moduli(folder):
+    return [(state.json_of(f"{folder}/{name}.json") or {}).get("n")
+            for name in ("private_key", "next_key")]
+
+
 def services(folders):
     """Every service has one whole set in its place."""
     return list(filter(None, map(_flaw_of_service, folders)))
@@ -117,14 +140,24 @@ class Tidiness:
         for folder in _made_up_folders():
             self._folders.setdefault(state.general(folder), []).append(sorted(os.listdir(folder)))
 
-    def check(self):
+    def __or__(self, other):
+        """What is fine after either."""
+        both = Tidiness()
+        for each in (self, other):
+            both._paths |= each._paths
+            both._most |= each._most
+            for folder, listings in each._folders.items():
+                both._folders.setdefault(folder, []).extend(listings)
+        return both
+
+    def check(self, counted=True):
         left = [path for path in state.paths() if state.general(path) not in self._paths]
         broken = [f"left behind: {path}" for path in left]
         for folder in _made_up_folders():
             known = self._folders.get(state.general(folder))
             if known is not None and sorted(os.listdir(folder)) not in known:
                 broken.append(f"half a folder: {folder}: {', '.join(sorted(os.listdir(folder)))}")
-        more = _count(_made_up_folders()) - self._most
+        more = _count(_made_up_folders()) - self._most if counted else {}
         return broken + [f"{number} too many: {folder}" for folder, number in more.items()]
 
 

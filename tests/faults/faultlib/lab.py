@@ -52,6 +52,8 @@ class Lab:
         self.host = Host(build + "/stage", f"{support}:{faults}", self.workspace)
         shutil.copytree(build + "/faults-keys", self.workspace + "/keys")
         self.host.write(self.workspace + "/keys/next", bytes(4))
+        self.zone = self.workspace + "/zone"  # a file per TXT record, NAME.VALUE
+        os.mkdir(self.zone)
         self.host.start()
         self.host.mount("/tmp", 0o1777)
         self.host.write(paths.ARCHIVE + "/INFO", "{}\n", 0o600)
@@ -76,6 +78,7 @@ class Lab:
             os.unlink(f"{paths.HOOKS}/{hook}")
         for server in (self.ca, self.early_ca):
             server.validators["http-01"] = validators.webroot
+        self.ca.challenge_types = ["dns-01", "http-01"]
         self.host.write_settings(self.settings)
         self.archive = Archive(self.host)
         self.cli = ArchiveCli(self.host)
@@ -85,8 +88,8 @@ class Lab:
         """What the servers and the log remember of earlier runs."""
         self.host.runs.clear()
         self.host.syslog.forget()
-        for log in glob.glob(self.workspace + "/*.log"):
-            os.unlink(log)
+        for left in glob.glob(self.workspace + "/*.log") + glob.glob(self.zone + "/*"):
+            os.unlink(left)
         for server in (self.ca, self.early_ca):
             server.requests.clear()
             server.violations.clear()
@@ -96,6 +99,11 @@ class Lab:
         self.ca.accounts.update(copy.deepcopy(self._accounts))
         for things in (self.ca.orders, self.ca.authorizations, self.ca.challenges):
             things.clear()
+
+    def texts(self, name):
+        """The TXT records of that name."""
+        return [record[len(name) + 1:] for record in os.listdir(self.zone)
+                if record.startswith(name + ".")]
 
     def run(self, command):
         """Runs [program, arguments...] undisturbed."""

@@ -173,6 +173,24 @@ def issued_and_closed(lab):
     return issued(lab) and closed(lab)
 
 
+def by_txt_record(lab):
+    """The hook keeps each record as a file of the zone."""
+    command = with_account(lab)
+    lab.host.hook("dns-txt", f"""
+case $1 in
+  add) : > {lab.zone}/$2.$3 ;;
+  remove) rm {lab.zone}/$2.$3 ;;
+esac
+""")
+    lab.ca.challenge_types = ["dns-01"]
+    lab.ca.validators["dns-01"] = validators.txt_records(lab)
+    return command
+
+
+def zone_empty(lab):
+    return not os.listdir(lab.zone)
+
+
 # -- kova-archive ------------------------------------------------------------------------------------
 
 
@@ -220,6 +238,32 @@ BIND = ["--subscriber", "nginx", "--service", "web", "--display-name", "Web", "-
 def archive_bind_first(lab):
     two_certificates(lab)
     return front("bind", ID, *BIND)
+
+
+RELOAD_EXAMPLE = "/usr/kova/share/doc/kova-letsencrypt/examples/reload/nginx"
+RELOAD_SCRIPT = "/usr/libexec/certificate.d/nginx"
+
+
+def with_reload(lab, command):
+    """The subscriber has no reload script yet, and the example does nothing."""
+    if os.path.exists(RELOAD_SCRIPT):
+        os.unlink(RELOAD_SCRIPT)
+    lab.host.write(RELOAD_EXAMPLE, "#!/bin/sh\n", 0o644)
+    return [*command, "--reload", "nginx"]
+
+
+def script_made(_lab):
+    """The whole example, for all to run."""
+    return (state.content(RELOAD_SCRIPT) == state.content(RELOAD_EXAMPLE)
+            and os.stat(RELOAD_SCRIPT).st_mode & 0o7777 == 0o755)
+
+
+def archive_bind_reload(lab):
+    return with_reload(lab, archive_bind_first(lab))
+
+
+def archive_obtain_reload(lab):
+    return with_reload(lab, archive_obtain(lab))
 
 
 def archive_bind_move(lab):
@@ -277,8 +321,16 @@ def moved(lab):
     return entry(ID)(lab) and entry(OTHER, service())(lab) and deployed_to(OTHER, WEB)(lab)
 
 
-def removed(_lab):
-    return _listed(ID) is None and not os.path.exists(folder_of(ID))
+def removed_of(identity):
+    return lambda _lab: _listed(identity) is None and not os.path.exists(folder_of(identity))
+
+
+def bound_with_script(lab):
+    return bound(lab) and script_made(lab)
+
+
+def obtained_with_script(lab):
+    return obtained(lab) and script_made(lab)
 
 
 def bound(lab):
@@ -340,6 +392,7 @@ SCENARIOS = [
     Scenario("new-cert", with_account, issued),
     Scenario("registration", first_registration, issued),
     Scenario("new-cert-router", behind_a_router, issued_and_closed, taken_back=closed),
+    Scenario("new-cert-dns", by_txt_record, issued, taken_back=zone_empty),
     Scenario("new-cert-c", over_an_old_one, replaced),
     Scenario("renew", renew, replaced),
     Scenario("renew-all", renew_all, renewed_and_deployed, services=[WEB, MAIL]),
@@ -349,14 +402,17 @@ SCENARIOS = [
     Scenario("revoke", revoke, revoked),
     Scenario("add-cronjob", add_cronjob, lambda _lab: os.path.exists(paths.CRON_JOB)),
     Scenario("archive-add", archive_add, entry("gHi789")),
-    Scenario("archive-remove", archive_remove, removed),
+    Scenario("archive-remove", archive_remove, removed_of(ID)),
     Scenario("archive-default", archive_default, default_is(ID)),
     Scenario("archive-bind", archive_bind_first, bound),
+    Scenario("archive-bind-reload", archive_bind_reload, bound_with_script),
     Scenario("archive-bind-move", archive_bind_move, moved, services=[WEB]),
     Scenario("archive-unbind", archive_unbind, moved, services=[WEB]),
     Scenario("archive-deploy", archive_deploy, deployed_to(ID, WEB), services=[WEB]),
     Scenario("archive-check", archive_check, generated(folder_of(ID)), services=[WEB]),
     Scenario("archive-obtain", archive_obtain, obtained, between=[{"madeUp": {"services": []}}]),
+    Scenario("archive-obtain-reload", archive_obtain_reload, obtained_with_script,
+             between=[{"madeUp": {"services": []}}]),
     Scenario("archive-renew", archive_renew, renewed_and_deployed, services=[WEB, MAIL]),
     # Once it is revoked, it has no record to be revoked with.
     Scenario("archive-revoke", archive_revoke, revoked, follow=kova("revoke", "-c", ID)),

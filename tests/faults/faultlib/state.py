@@ -7,7 +7,8 @@ import re
 import shutil
 import stat
 
-ROOTS = ["/usr/kova/etc", "/etc/cron.d", "/usr/local/etc", "/var/lib/letsencrypt", "/run", "/tmp"]
+ROOTS = ["/usr/kova/etc", "/etc/cron.d", "/usr/local/etc", "/usr/libexec/certificate.d",
+         "/var/lib/letsencrypt", "/run", "/tmp"]
 
 # Names that a run makes up, below the folders that hold nothing but such names.
 _MADE_UP = [(re.compile(pattern), replacement) for pattern, replacement in [

@@ -1,5 +1,8 @@
 """Two commands on one host at the same time, one of them held at a rename; and many at once."""
 
+import functools
+import glob
+import operator
 import os
 import random
 import signal
@@ -13,44 +16,30 @@ from lib import paths
 from lib.renewal import INDEX, folder_of, put_certificate, record, service
 
 from . import invariants, state
+from .commands import ADDED, COMMANDS, SPARE, words_of
 from .invariants import Tidiness
-from .scenarios import BIND, ID, MAIL, NAME, OTHER, WEB, front, kova, serve
+from .scenarios import ID, MAIL, OTHER, WEB, front, serve
 
-ADDED = "gHi789"
 TIME_LIMIT = 60
-
-COMMANDS = {
-    "renew-all": kova("renew-all"),
-    "renew": kova("renew", "-c", ID),
-    "new-cert-c": kova("new-cert", "-s", "SERVER", "-d", NAME, "-m", "admin@host.example", "-c", ID),
-    "revoke": kova("revoke", "-c", ID),
-    "add-cronjob": kova("add-cronjob"),
-    "add": front("add", ADDED),
-    "default": front("default", ID),
-    "bind": front("bind", OTHER, *BIND),
-    "unbind": front("unbind", ID, "--subscriber", "pkg", "--service", "mail"),
-    "deploy": front("deploy", ID),
-    "check": front("check", ID),
-}
-# Renewals that leave the services to whoever asked for them.
-HANDS_OUT_NOTHING = {"renew", "new-cert-c"}
 
 
 def prepare(lab):
-    """A due certificate of the CA with two services, another one, which is the default, and a
-    third that is not in the index."""
+    """A due certificate of the CA with two services, another one, which is the default, a third
+    that nobody uses and a fourth that is not in the index."""
     lab.clear()
     for subscriber, package in (("nginx", False), ("pkg", True)):
         local = "local/" if package else ""
         lab.host.write(f"/usr/{local}libexec/certificate.d/{subscriber}", "#!/bin/sh\n", 0o755)
     account = lab.account()
+    lab.early_account()
     lab.archive.add(ID, service(), service("pkg", "mail", package=True))
-    result = lab.run(with_server(COMMANDS["new-cert-c"], lab))
+    result = lab.run(words_of("new-cert-c", lab))
     assert result.status == 0, str(result)
     put_certificate(lab.host, folder_of(ID), lab.ca.issuer)
     lab.ca.certificates.append(_leaf(folder_of(ID)))
     lab.archive.record(ID, record(lab.ca.directory, account))
     lab.archive.add(OTHER, days=80)
+    lab.archive.add(SPARE, days=80)
     put_certificate(lab.host, folder_of(ADDED), lab.ca.issuer, days=80)
     lab.cli.default(OTHER)
     serve(lab, ID, WEB)
@@ -59,10 +48,6 @@ def prepare(lab):
 
 def _leaf(folder):
     return x509.load_pem_x509_certificate(state.content(folder + "/cert.pem"))
-
-
-def with_server(command, lab):
-    return [lab.ca.directory if word == "SERVER" else word for word in command]
 
 
 @dataclass
@@ -84,17 +69,49 @@ class Arena:
         self._lab = lab
         prepare(lab)
         self._start = state.Snapshot()
-        self._tidiness = Tidiness()
-        for command in COMMANDS:
-            self._learn(command)
+        self._identities = recorded()
+        self._alone = {name: self._learn(name) for name in COMMANDS}
+        self._in_turn = {}
+        for name in COMMANDS:
+            self._succeeds(name)
 
-    def _learn(self, name):
-        """What the command leaves by itself, and with a renewal after it, is as it should be."""
+    def _succeeds(self, name):
+        """By itself: else a race would show nothing of it."""
         self._reset()
-        self._tidiness.learn()
-        for words in (COMMANDS[name], COMMANDS["renew-all"]):
-            self._lab.run(with_server(words, self._lab))
-            self._tidiness.learn()
+        result = self._lab.run(words_of(name, self._lab))
+        assert result.status == 0, f"{name}\n{result}"
+        assert len(recorded() - self._identities) == COMMANDS[name].makes, name
+        assert not COMMANDS[name].done or COMMANDS[name].done(self._lab), name
+
+    def _learn(self, *names):
+        """What the commands leave one after the other, and with a renewal and deployments after
+        them, is as it should be."""
+        self._reset()
+        tidiness = Tidiness()
+        tidiness.learn()
+        for name in (*names, "renew-all"):
+            self._lab.run(words_of(name, self._lab))
+            tidiness.learn()
+        self._deploy()
+        tidiness.learn()
+        return tidiness
+
+    def _deploy(self):
+        for identity in (ID, OTHER, SPARE):
+            self._lab.run(front("deploy", identity))
+
+    def _untidy(self, first, second):
+        """What none of the two leaves, nor the one after the other."""
+        alone = self._alone[first] | self._alone[second]
+        flaws = alone.check()
+        if not flaws:
+            return []
+        found = state.Snapshot()
+        if (first, second) not in self._in_turn:
+            self._in_turn[first, second] = (alone | self._learn(first, second)
+                                            | self._learn(second, first))
+        found.restore()
+        return self._in_turn[first, second].check()
 
     def _reset(self):
         self._start.restore()
@@ -103,7 +120,7 @@ class Arena:
     def renames(self, name):
         """The points of a command at which it renames."""
         self._reset()
-        outcome = self._lab.run_disturbed(with_server(COMMANDS[name], self._lab))
+        outcome = self._lab.run_disturbed(words_of(name, self._lab))
         return [point for point in outcome.points if point["call"].startswith("rename")]
 
     # -- pairs -------------------------------------------------------------------------------------
@@ -113,16 +130,26 @@ class Arena:
         when everything holds afterwards, else a Clash."""
         self._reset()
         held = self._start_process(self._lab.tool.argv(
-            with_server(COMMANDS[first], self._lab), "--hold", point["point"]))
+            words_of(first, self._lab), "--hold", point["point"]))
         _until_stopped(held)
-        other = self._start_process(with_server(COMMANDS[second], self._lab))
+        other = self._start_process(words_of(second, self._lab))
         _wait(other, 1.0)
         held.send_signal(signal.SIGCONT)
         flaws = [f"{name} does not end" for name, process in ((first, held), (second, other))
                  if not _ends(process)]
         flaws += [f"{first} exposed {path}" for path in self._lab.tool.read().exposed]
-        flaws += self.flaws_now() + self._after_renewal(HANDS_OUT_NOTHING & {first, second})
+        flaws += self.flaws_now() + self._undone((first, held), (second, other))
+        flaws += self._after_renewal(not (COMMANDS[first].deploys and COMMANDS[second].deploys),
+                                     lambda: self._untidy(first, second))
         return Clash(first, second, point["point"], point["paths"], flaws) if flaws else None
+
+    def _undone(self, *runs):
+        """What those that succeeded were asked for, and is not so."""
+        done = [COMMANDS[name] for name, process in runs if process.returncode == 0]
+        flaws = [f"success that is none: {' '.join(command.words)}" for command in done
+                 if command.done and not command.done(self._lab)]
+        made, new = sum(command.makes for command in done), recorded() - self._identities
+        return flaws + ([f"{made} certificates made, {len(new)} there"] if len(new) < made else [])
 
     def _start_process(self, command):
         return subprocess.Popen(command, env=self._lab.real_time(), stdin=subprocess.DEVNULL,
@@ -134,19 +161,18 @@ class Arena:
         if not isinstance(index, dict):
             return ["INFO is no object"]
         flaws = invariants.accounts() + invariants.services([WEB, MAIL]) + invariants.archive()
-        if os.path.exists(folder_of(ID) + "/renew.json") and not os.path.exists(paths.CRON_JOB):
+        if recorded() and not os.path.exists(paths.CRON_JOB):
             flaws.append("a renewal record without the job")
         return flaws
 
-    def _after_renewal(self, deploy):
+    def _after_renewal(self, deploy, untidy):
         """The next renewal run (and deployment) leaves every service with its certificate, and
         nothing else."""
-        result = self._lab.run(COMMANDS["renew-all"])
+        result = self._lab.run(words_of("renew-all", self._lab))
         flaws = [] if result.status == 0 else [f"renew-all fails: {result.stdout[:200]}"]
         if deploy:
-            self._lab.run(COMMANDS["deploy"])
-            self._lab.run(front("deploy", OTHER))
-        flaws += self.flaws_now() + served() + self._tidiness.check()
+            self._deploy()
+        flaws += self.flaws_now() + served() + invariants.known_accounts(self._lab.ca) + untidy()
         return [f"next: {flaw}" for flaw in flaws]
 
     # -- many --------------------------------------------------------------------------------------
@@ -164,12 +190,17 @@ class Arena:
         for thread in threads:
             thread.join()
         flaws = [f"{counts['hanging']} do not end"] if counts["hanging"] else []
-        return counts["runs"], counts["kills"], flaws + self._after_renewal(True)
+        return counts["runs"], counts["kills"], flaws + self._after_renewal(True, self._untidy_crowd)
+
+    def _untidy_crowd(self):
+        """Nobody knows how many certificates there may be."""
+        tidiness = functools.reduce(operator.or_, self._alone.values())
+        return tidiness.check(counted=False)
 
     def _work(self, deadline, kills, counts, choose):
         while time.monotonic() < deadline:
-            name = choose.choice(sorted(COMMANDS))
-            process = self._start_process(with_server(COMMANDS[name], self._lab))
+            name = choose.choice(sorted(name for name in COMMANDS if COMMANDS[name].mixes))
+            process = self._start_process(words_of(name, self._lab))
             if kills and choose.random() < 0.4:
                 _wait(process, choose.uniform(0, 0.6))
                 if process.poll() is None:
@@ -177,6 +208,11 @@ class Arena:
                     counts["kills"] += 1
             counts["runs"] += 1
             counts["hanging"] += not _ends(process)
+
+
+def recorded():
+    """The certificates that are to be renewed."""
+    return {path.split("/")[-2] for path in glob.glob(folder_of("*") + "/renew.json")}
 
 
 def served():
