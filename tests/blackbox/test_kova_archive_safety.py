@@ -217,6 +217,32 @@ def test_remove_holds_the_index_until_the_folder_is_gone(cli):
     assert expect.read(seen) == "held\nheld\n"
 
 
+@pytest.mark.parametrize("folder", ["", "/", "/deeper"])
+def test_self_signed_waits_for_whoever_changes_the_certificate(cli, folder):
+    cli.certificate("abc")
+    os.mkdir(folder_of("abc") + "/deeper")
+    before = expect.tree(folder_of("abc"))
+    os.makedirs("/run/kova-certificate", exist_ok=True)
+    with open("/run/kova-certificate/abc", "a", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        process = start("self-signed", folder_of("abc") + folder)
+        with pytest.raises(subprocess.TimeoutExpired):
+            process.wait(1)
+        assert expect.tree(folder_of("abc")) == before
+    ended_well([process])
+    assert os.path.exists(f"{folder_of('abc')}{folder}/is_default_cert")
+
+
+def test_self_signed_finishes_a_move_that_was_cut_short_first(cli):
+    """Whose files would take the places of the new set's otherwise."""
+    cli.certificate("abc")
+    fresh = cli.folder("fresh1")
+    note = folder_of("abc") + "/noted_move"
+    cli.host.write(note, json.dumps({}), 0o600)
+    done(cli.run("self-signed", folder_of("abc")))
+    assert not os.path.exists(note) and os.path.isdir(fresh)
+
+
 def cut_short(cli, identity="abc"):
     """A removal that was killed when the index had been rewritten, as it leaves the disk."""
     folder = cli.folder(identity)
