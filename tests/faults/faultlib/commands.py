@@ -17,7 +17,7 @@ class Command:
     deploys: bool = True    # False: the services are left to whoever asked for it
     makes: int = 0          # certificates that there are more when it succeeded
     done: object = None     # (lab) -> True once it succeeded, whatever ran beside it
-    mixes: bool = True      # False: keys from a pool do not do for many of it
+    mixes: bool = True      # False: what many of it leave cannot be told beforehand
 
 
 def new_cert(server, *more):
@@ -44,7 +44,8 @@ COMMANDS = {
     "unbind": Command(front("unbind", ID, "--subscriber", "pkg", "--service", "mail")),
     "deploy": Command(front("deploy", ID)),
     "check": Command(front("check", ID)),
-    "self-signed": Command(front("self-signed", folder_of(ID)), deploys=False),
+    "self-signed": Command(front("self-signed", folder_of(ID)), deploys=False,
+                           mixes=False),
     "obtain": Command(front("obtain", "-d", NAME, "-m", CONTACT, "--server", "SERVER",
                             "--default", "--bind", "nginx/web", "--owner", "root",
                             "--display-name", "Web"), makes=1),

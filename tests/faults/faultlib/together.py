@@ -180,6 +180,7 @@ class Arena:
     def turmoil(self, seconds, workers=8, kills=True):
         """So many processes at a time, any command, some of them killed. Returns (number of runs,
         number of kills, flaws)."""
+        fine = functools.reduce(operator.or_, self._alone.values())
         self._reset()
         counts = {"runs": 0, "kills": 0, "hanging": 0}
         threads = [threading.Thread(target=self._work, args=(time.monotonic() + seconds, kills,
@@ -190,12 +191,8 @@ class Arena:
         for thread in threads:
             thread.join()
         flaws = [f"{counts['hanging']} do not end"] if counts["hanging"] else []
-        return counts["runs"], counts["kills"], flaws + self._after_renewal(True, self._untidy_crowd)
-
-    def _untidy_crowd(self):
-        """Nobody knows how many certificates there may be."""
-        tidiness = functools.reduce(operator.or_, self._alone.values())
-        return tidiness.check(counted=False)
+        return counts["runs"], counts["kills"], flaws + self._after_renewal(
+            True, lambda: fine.check(counted=False))  # nobody knows how many there may be
 
     def _work(self, deadline, kills, counts, choose):
         while time.monotonic() < deadline:
