@@ -113,6 +113,13 @@ TEST_F(AsyncFinalize, EndsInATimeoutAfterSixtySeconds) {
   EXPECT_EQ(ca_.Count(kOrder), 33U);
 }
 
+TEST_F(AsyncFinalize, TakesAllOfTheSixtySeconds) {
+  ca_.Once(kFinalize, Order("processing", false, "10"));
+  ca_.Always(kOrder, Order("processing", false, "10"));
+  EXPECT_EQ(ErrorOfNew(), "102 client_v2: Order timeout");
+  EXPECT_EQ(sleeps_.Durations(), Waits(6, Seconds(10)));
+}
+
 TEST_F(AsyncFinalize, WaitsLongerEachTimeUpToTwoSeconds) {
   ca_.Once(kFinalize, Order("processing"));
   ca_.Once(kOrder, Order("processing"), 4);

@@ -145,6 +145,15 @@ TEST_F(PreferredChain, PassesOverAlternatesThatCannotBeHad) {
   }
 }
 
+TEST_F(PreferredChain, SaysWhichAlternateCouldNotBeDownloaded) {
+  ServeAlternates();
+  ca_.Once("POST /chain/1", HttpReply::Drop());
+  OutputCapture output(1);
+  (void)Stored(R"({"preferredchain": "Root C", "noncerefill": true})");
+  EXPECT_THAT(output.Debug(),
+              Contains("Failed to download the alternate chain " + ca_.Url("/chain/1")));
+}
+
 constexpr char kBindings[] = "/usr/kova/etc/letsencrypt/eab.json";
 
 class Binding : public ClientTest {
