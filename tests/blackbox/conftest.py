@@ -13,6 +13,7 @@ from lib.acme_ca import AcmeCa
 from lib.ddns import DdnsService
 from lib.dns_server import DnsServer
 from lib.host import Host
+from lib.renewal import Archive, Reloads
 from lib.reporting import pytest_runtest_makereport  # noqa: F401
 from lib.router import Router
 
@@ -87,3 +88,19 @@ def once(host):
     """One attempt only, so that every request is the first of its kind. Without dns-01 from the
     start: an attempt that finds it unsupported uses it up, and another one follows."""
     host.settings(orderattempts=1, skipdns01=True)
+
+
+@pytest.fixture
+def archive(host):
+    """Certificates of the archive (lib/renewal.py)."""
+    return Archive(host)
+
+
+@pytest.fixture
+def reloads(host):
+    """Reload scripts of nginx and of the system's default service, whose web front-end runs."""
+    reloads = Reloads(host)
+    reloads.script("nginx")
+    reloads.script("system")
+    reloads.web_frontend()
+    return reloads

@@ -13,26 +13,12 @@ from cryptography import x509
 from lib import expect, paths
 from lib.archive_cli import PROGRAM, done, failed, refused
 from lib.interruption import ended, telling, while_validating
-from lib.renewal import Archive, Reloads, deployed, folder_of, record, serial, service
+from lib.renewal import deployed, folder_of, record, serial, service
 from lib.signed_server import problem
 
 HISTORY = "/usr/kova/etc/letsencrypt/renewal/aaa.json"
 SLOW = ("certificate [aaa] is not renewed: www.host.example: slow down [104]. Wait as long as the "
         "authority asks, and use its staging directory for trials.")
-
-
-@pytest.fixture
-def archive(host):
-    return Archive(host)
-
-
-@pytest.fixture
-def reloads(host):
-    reloads = Reloads(host)
-    reloads.script("nginx")
-    reloads.script("system")
-    reloads.web_frontend()
-    return reloads
 
 
 def renew(host, *more, identity="aaa", **options):

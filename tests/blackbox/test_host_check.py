@@ -8,7 +8,7 @@ import pytest
 
 from lib import paths
 from lib.archive_cli import ArchiveCli, refused
-from lib.host_findings import check, expect_finding, the_only
+from lib.host_findings import check, expect_finding, host_in_order, the_only
 from lib.nginx import Nginx
 
 SUBJECTS = ["archive root", "archive index", "settings", "device record", "hooks", "web root",
@@ -18,11 +18,7 @@ SUBJECTS = ["archive root", "archive index", "settings", "device record", "hooks
 
 @pytest.fixture
 def cli(host):
-    """A host on which nothing is amiss, but for the index that the first `add` makes."""
-    cli = ArchiveCli(host)
-    cli.write_index({})
-    Nginx(host).start()
-    return cli
+    return host_in_order(host)
 
 
 def test_a_host_in_order_passes_with_a_line_for_each_subject(cli):

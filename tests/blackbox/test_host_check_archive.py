@@ -8,9 +8,8 @@ import time
 import pytest
 
 from lib import expect, paths
-from lib.archive_cli import ArchiveCli, done
-from lib.host_findings import check, expect_finding, the_only
-from lib.nginx import Nginx
+from lib.archive_cli import done
+from lib.host_findings import check, expect_finding, host_in_order, the_only
 from lib.renewal import deployed, folder_of, record, service, service_folder
 
 NOT_IN_INDEX = "holds a certificate, but is not in the index, so that it is never renewed"
@@ -19,10 +18,7 @@ SCRIPT = "/usr/libexec/certificate.d/nginx"
 
 @pytest.fixture
 def cli(host):
-    cli = ArchiveCli(host)
-    cli.write_index({})
-    Nginx(host).start()
-    return cli
+    return host_in_order(host)
 
 
 def usable():

@@ -51,3 +51,8 @@ def test_more_than_2_mib_is_a_failed_transfer(host, ca):
     hostile.tell(ca, "newAccount", Reply(400, BODIES["10 MB"]))
     result = hostile.run(host, ca)
     assert (result.status, result.document["msg"]) == (100, "Server is not reachable.")
+
+
+def test_the_bound_on_memory_has_something_to_look_at(host):
+    """Every run of lib/host.py is held against it."""
+    assert 1 < host.run("add-cronjob").peak

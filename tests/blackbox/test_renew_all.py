@@ -6,25 +6,11 @@ import subprocess
 
 import pytest
 from lib import paths
-from lib.renewal import (INDEX, Archive, Reloads, deployed, folder_of, quiet, record, reported,
+from lib.renewal import (INDEX, deployed, folder_of, quiet, record, reported,
                          service, service_folder)
 
 TAG = "kova-letsencrypt:# "
 NOT_TRUSTED = "certificate is not issued by Let's encrypt. [%s]"
-
-
-@pytest.fixture
-def archive(host):
-    return Archive(host)
-
-
-@pytest.fixture
-def reloads(host):
-    reloads = Reloads(host)
-    reloads.script("nginx")
-    reloads.script("system")
-    reloads.web_frontend()
-    return reloads
 
 
 # -- the index -------------------------------------------------------------------------------------

@@ -6,25 +6,11 @@ import shutil
 import pytest
 from lib import expect, paths
 from lib.http_script import NORMAL
-from lib.renewal import (INDEX, Archive, Reloads, deployed, folder_of, host_user, quiet, record,
+from lib.renewal import (INDEX, Reloads, deployed, folder_of, host_user, quiet, record,
                          reported, serial, service, service_folder)
 from lib.signed_server import problem
 
 TAG = "kova-letsencrypt:# "
-
-
-@pytest.fixture
-def archive(host):
-    return Archive(host)
-
-
-@pytest.fixture
-def reloads(host):
-    reloads = Reloads(host)
-    reloads.script("nginx")
-    reloads.script("system")
-    reloads.web_frontend()
-    return reloads
 
 
 def deploy_failed(identity):
