@@ -146,7 +146,10 @@ def _sleeps(log):
 
 
 def _for_everybody(library):
-    """A copy that programs without root can load, too: the tree may be in a folder of root's own."""
+    """A copy that programs without root can load, too: the tree may be in a folder of root's own.
+    Without a library there is nothing to load: such hosts really wait."""
+    if not library:
+        return ""
     copy = "/usr/local/lib/" + os.path.basename(library)
     if not os.path.exists(copy):
         shutil.copy(library, copy)
