@@ -31,6 +31,7 @@ OWNER = re.compile(r"(?:const )?[\w:]*(?:Lock|Scope|Scoped|Umask|Ignored|Guard)\
 class Mutant:
     path: str
     line: int
+    column: int
     start: int  # where in the text
     old: str
     new: str
@@ -44,7 +45,7 @@ class Mutant:
             return " ".join(text.split())
         change = f"`{one_line(self.old)}` -> `{one_line(self.new)}`" if self.new else (
             f"`{one_line(self.old)}` removed")
-        return f"{self.path}:{self.line}: {change}"
+        return f"{self.path}:{self.line}:{self.column}: {change}"
 
 
 def blanked(text):
@@ -136,7 +137,8 @@ def mutants_of(path, text):
     found = set()
 
     def mutant(start, end, new):
-        found.add(Mutant(path, text.count("\n", 0, start) + 1, start, text[start:end], new))
+        line, column = text.count("\n", 0, start) + 1, start - text.rfind("\n", 0, start)
+        found.add(Mutant(path, line, column, start, text[start:end], new))
 
     for start, length, new in changes(code):
         mutant(start, start + length, new)

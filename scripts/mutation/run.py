@@ -1,30 +1,33 @@
 """What scripts/mutants.sh runs; it says how.
 
 Each worker has a copy of the tree below build/mutants, changes it, builds the room's unit tests and
-runs them in the sandbox, where moreover the rest of the machine is read-only: a mutant may well remove
-what it should not.
+runs them in the sandbox, those first that most probably notice (programs.py).
 """
 
 import argparse
 import concurrent.futures
 import filecmp
+import json
 import os
 import pathlib
 import queue
 import random
 import re
 import shutil
-import signal
-import subprocess
 import sys
-import time
+import threading
 
 from operators import mutants_of
+from programs import Command, Programs
 
 TREE = pathlib.Path.cwd()
 BAR = 90  # per cent of the valid mutants
-READ_ONLY = ["unshare", "--mount", "--", "/bin/sh", "-c",
-             'mount -o remount,bind,ro / && exec "$@"', "sh"]
+# No mutant is built twice, and none is looked at by a debugger.
+QUICK_BUILD = [
+    "-DKOVA_WERROR=OFF",  # an unused variable makes no mutant invalid
+    "-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
+    "-DCMAKE_CXX_COMPILER_LAUNCHER=", "-DKOVA_CCACHE=OFF",
+    "-DCMAKE_PROJECT_INCLUDE=scripts/mutation/precompiled.cmake"]
 KILLED, SURVIVED, INVALID = "killed", "survived", "invalid"
 
 
@@ -42,19 +45,6 @@ def mutants_of_room(room):
             for mutant in mutants_of(path.relative_to(TREE).as_posix(), path.read_text())]
 
 
-def run(command, limit=None, **options):
-    """Whether the command ended well and in time; ends all that it started."""
-    with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, start_new_session=True, **options) as process:
-        try:
-            output, _ = process.communicate(timeout=limit)
-        except subprocess.TimeoutExpired:
-            os.killpg(process.pid, signal.SIGKILL)
-            process.communicate()
-            return False, b"timed out"
-    return process.returncode == 0, output
-
-
 def bring(source, target):
     """Copies a file that is another. It is then new: what was built from a mutant is built again."""
     if not os.path.exists(target) or not filecmp.cmp(source, target, shallow=False):
@@ -63,7 +53,7 @@ def bring(source, target):
 
 
 class Worker:
-    """A copy of the tree, and its build."""
+    """A copy of the tree, its build, and the programs of the room that it is in."""
 
     def __init__(self, name):
         self.tree = TREE / "build/mutants" / name
@@ -73,55 +63,62 @@ class Worker:
         shutil.copytree(TREE, self.tree, symlinks=True, dirs_exist_ok=True, copy_function=bring,
                         ignore=lambda folder, _: ["build", ".git"] if folder == str(TREE) else [])
         self.changed = None  # the file that holds a mutant
-        # An unused variable makes no mutant invalid.
-        good, output = run(["cmake", "--preset", "debug", "-D", "KOVA_WERROR=OFF"], cwd=self.tree)
+        self.programs = None
+        good, output = self.cmake("--preset", "clang", *QUICK_BUILD)
         if not good:
-            sys.exit(output.decode())
+            sys.exit(output)
+
+    def cmake(self, *arguments):
+        return Command(["cmake", *arguments], cwd=self.tree).wait()
 
     def build(self, programs):
-        return run(["cmake", "--build", "--preset", "debug", "--parallel", "1",
-                    "--target", *programs], cwd=self.tree)
+        return self.cmake("--build", "--preset", "clang", "--parallel", "1", "--target", *programs)
 
-    def test(self, room, programs, limit=None):
-        environment = os.environ | {"GTEST_FAIL_FAST": "1"}
-        for program in programs:
-            path = self.tree / "build/debug/tests/unit" / room / program
-            good, output = run(READ_ONLY + [self.tree / "tests/sandbox/sandbox", path], limit,
-                               cwd=self.tree, env=environment)
-            if not good:
-                return False, output
-        return True, b""
+    def enter(self, room, programs):
+        """Builds the room's tests and learns about them: they have to pass without a mutant."""
+        self.restore()
+        self.programs = Programs(self.tree, self.tree / "tests/unit" / room, programs)
+        good, output = self.build(programs)
+        if good:
+            good, output = self.programs.learn()
+        if not good:
+            sys.exit(f"{room}: the tests fail without a mutant\n{output}")
 
     def restore(self):
         if self.changed:
             shutil.copyfile(TREE / self.changed, self.tree / self.changed)
         self.changed = None
 
-    def judge(self, mutant, room, programs, limit):
+    def judge(self, mutant):
         if self.changed != mutant.path:
             self.restore()
         self.changed = mutant.path
         (self.tree / mutant.path).write_text(mutant.apply((TREE / mutant.path).read_text()))
-        if not self.build(programs)[0]:
+        if not self.build(self.programs.names)[0]:
             return INVALID
-        return SURVIVED if self.test(room, programs, limit)[0] else KILLED
+        return KILLED if self.programs.noticed(mutant.path) else SURVIVED
 
 
-def baseline(worker, room, programs):
-    """The time limit for a run with a mutant: the room's tests have to pass without one."""
-    worker.restore()
-    good, output = worker.build(programs)
-    if good:
-        began = time.monotonic()
-        good, output = worker.test(room, programs)
-    if not good:
-        sys.exit(f"{room}: the tests fail without a mutant\n{output.decode(errors='replace')}")
-    return 20 + 8 * (time.monotonic() - began)
+class Record:
+    """The outcomes so far; also in a file, which is whole at any time, when there is one."""
+
+    def __init__(self, path):
+        self.path = path
+        self.outcomes = {}
+        self.lock = threading.Lock()
+
+    def add(self, mutant, outcome):
+        if outcome == SURVIVED:
+            print(f"survived  {mutant}", flush=True)
+        with self.lock:
+            self.outcomes[str(mutant)] = outcome
+            if self.path:
+                self.path.with_suffix(".new").write_text(json.dumps(self.outcomes, indent=0))
+                self.path.with_suffix(".new").replace(self.path)
 
 
-def judge_room(room, programs, mutants, workers):
-    """Prints the survivors as they are found; returns the counts of the outcomes."""
-    limit = max(baseline(worker, room, programs) for worker in workers)
+def judge_room(mutants, workers, record):
+    """The counts of the outcomes."""
     free = queue.SimpleQueue()
     for worker in workers:
         free.put(worker)
@@ -129,11 +126,10 @@ def judge_room(room, programs, mutants, workers):
     def judge(mutant):
         worker = free.get()
         try:
-            outcome = worker.judge(mutant, room, programs, limit)
+            outcome = worker.judge(mutant)
         finally:
             free.put(worker)
-        if outcome == SURVIVED:
-            print(f"survived  {mutant}", flush=True)
+        record.add(mutant, outcome)
         return outcome
 
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
@@ -150,28 +146,44 @@ def summary(room, counts):
     return share >= BAR
 
 
-def main():
-    known = rooms()
+def chosen_mutants(given, room):
+    mutants = mutants_of_room(room)
+    if given.survivors:
+        before = json.loads(given.survivors.read_text())
+        mutants = [mutant for mutant in mutants if before.get(str(mutant)) == SURVIVED]
+    if given.sample is not None and given.sample < len(mutants):
+        kept = set(random.Random(given.seed).sample(range(len(mutants)), given.sample))
+        mutants = [mutant for index, mutant in enumerate(mutants) if index in kept]
+    return mutants
+
+
+def arguments(known):
     parser = argparse.ArgumentParser(prog="mutants.sh")
     parser.add_argument("--room", action="append", choices=sorted(known))
     parser.add_argument("--sample", type=int)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=1)
     parser.add_argument("--list", action="store_true")
-    given = parser.parse_args()
-    chosen = {}
-    for room in given.room or known:
-        mutants = mutants_of_room(room)
-        if given.sample is not None and given.sample < len(mutants):
-            kept = set(random.Random(given.seed).sample(range(len(mutants)), given.sample))
-            mutants = [mutant for index, mutant in enumerate(mutants) if index in kept]
-        chosen[room] = mutants
+    for option in "--json", "--survivors":
+        parser.add_argument(option, type=pathlib.Path, metavar="FILE")
+    return parser.parse_args()
+
+
+def main():
+    known = rooms()
+    given = arguments(known)
+    chosen = {room: chosen_mutants(given, room) for room in given.room or known}
+    chosen = {room: mutants for room, mutants in chosen.items() if mutants}
     if given.list:
         print("\n".join(str(mutant) for mutants in chosen.values() for mutant in mutants))
         return 0
     workers = [Worker(f"worker{number}") for number in range(given.jobs)]
-    results = [summary(room, judge_room(room, known[room], mutants, workers))
-               for room, mutants in chosen.items()]
+    record = Record(given.json)
+    results = []
+    for room, mutants in chosen.items():
+        for worker in workers:
+            worker.enter(room, known[room])
+        results.append(summary(room, judge_room(mutants, workers, record)))
     return 0 if all(results) else 1
 
 

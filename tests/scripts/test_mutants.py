@@ -1,5 +1,6 @@
 """scripts/mutants.sh on a small tree of its own: what its tests notice is killed, and only that."""
 
+import json
 import pathlib
 import shutil
 import subprocess
@@ -42,6 +43,29 @@ int main() {
   return good ? 0 : 1;
 }
 """
+# Two tests, told of as GoogleTest does; the second one notices what the first one does not ask.
+TWO_TESTS = """\
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "toy/toy.h"
+
+bool Asked(const char* name) {
+  const char* filter = std::getenv("GTEST_FILTER");
+  return std::strcmp(filter, "*") == 0 || std::strstr(filter, name) != nullptr;
+}
+
+int main() {
+  const bool first = Asked("Toy.Larger");
+  if (first) std::puts("[ RUN      ] Toy.Larger\\n[       OK ] Toy.Larger (1 ms)");
+  if (!Asked("Toy.Twice")) return 0;
+  const bool good = !(NOTICES) || (kova::IsTwice(4, 2) && !kova::IsTwice(3, 2));
+  std::puts("[ RUN      ] Toy.Twice");
+  std::puts(good ? "[       OK ] Toy.Twice (1 ms)" : "[  FAILED  ] Toy.Twice (1 ms)");
+  return good ? 0 : 1;
+}
+"""
 CMAKE = """\
 cmake_minimum_required(VERSION 3.25)
 project(toy LANGUAGES CXX)
@@ -81,26 +105,26 @@ def mutants(tree, *arguments):
 
 def test_mutants_are_one_operator_or_statement_each(toy):
     assert mutants(toy, "--list") == (0, [
-        "src/toy/toy.cpp:9: `++calls;` removed",
-        "src/toy/toy.cpp:9: `++` -> `--`",
-        "src/toy/toy.cpp:10: `>` -> `>=`",
-        "src/toy/toy.cpp:13: `==` -> `!=`",
-        "src/toy/toy.cpp:13: `+` -> `-`",
-        "src/toy/toy.cpp:16: `calls < 0` -> `!(calls < 0)`",
-        "src/toy/toy.cpp:16: `<` -> `<=`",
-        "src/toy/toy.cpp:17: `calls = 0;` removed"])
+        "src/toy/toy.cpp:9:3: `++calls;` removed",
+        "src/toy/toy.cpp:9:3: `++` -> `--`",
+        "src/toy/toy.cpp:10:12: `>` -> `>=`",
+        "src/toy/toy.cpp:13:39: `==` -> `!=`",
+        "src/toy/toy.cpp:13:44: `+` -> `-`",
+        "src/toy/toy.cpp:16:7: `calls < 0` -> `!(calls < 0)`",
+        "src/toy/toy.cpp:16:13: `<` -> `<=`",
+        "src/toy/toy.cpp:17:5: `calls = 0;` removed"])
     assert len(mutants(toy, "--list", "--sample", "3")[1]) == 3
 
 
 def test_what_no_test_notices_survives(toy):
     # Nobody asks how often Larger was called; "a >= b" is as good as "a > b".
     assert mutants(toy, "--room", "toy") == (1, [
-        "survived  src/toy/toy.cpp:9: `++calls;` removed",
-        "survived  src/toy/toy.cpp:9: `++` -> `--`",
-        "survived  src/toy/toy.cpp:10: `>` -> `>=`",
-        "survived  src/toy/toy.cpp:16: `calls < 0` -> `!(calls < 0)`",
-        "survived  src/toy/toy.cpp:16: `<` -> `<=`",
-        "survived  src/toy/toy.cpp:17: `calls = 0;` removed",
+        "survived  src/toy/toy.cpp:9:3: `++calls;` removed",
+        "survived  src/toy/toy.cpp:9:3: `++` -> `--`",
+        "survived  src/toy/toy.cpp:10:12: `>` -> `>=`",
+        "survived  src/toy/toy.cpp:16:7: `calls < 0` -> `!(calls < 0)`",
+        "survived  src/toy/toy.cpp:16:13: `<` -> `<=`",
+        "survived  src/toy/toy.cpp:17:5: `calls = 0;` removed",
         "toy: 2 killed, 6 survived, 0 invalid; 25% of the valid mutants killed"])
 
 
@@ -116,6 +140,28 @@ def test_what_hangs_is_killed_and_what_does_not_compile_is_invalid(toy):
         0, ["toy: 3 killed, 0 survived, 2 invalid; 100% of the valid mutants killed"])
 
 
+def test_survivors_can_be_tried_again(toy):
+    found = toy / "found.json"
+    assert mutants(toy, "--json", found)[0] == 1
+    outcomes = json.loads(found.read_text())
+    assert list(outcomes.values()).count("survived") == 6
+    assert outcomes["src/toy/toy.cpp:13:39: `==` -> `!=`"] == "killed"
+    (toy / "tests/unit/toy/toy_test.cpp").write_text(
+        TEST.replace("return good", "return good && Calls() == 2"))
+    assert mutants(toy, "--survivors", found) == (1, [
+        "survived  src/toy/toy.cpp:10:12: `>` -> `>=`",
+        "survived  src/toy/toy.cpp:16:13: `<` -> `<=`",
+        "survived  src/toy/toy.cpp:17:5: `calls = 0;` removed",
+        "toy: 3 killed, 3 survived, 0 invalid; 50% of the valid mutants killed"])
+
+
+@pytest.mark.parametrize("notices, killed", [("first", 0), ("true", 2)])
+def test_what_fails_in_company_alone_kills_nothing(toy, notices, killed):
+    # On a busy machine a test may fail that waits for something.
+    (toy / "tests/unit/toy/toy_test.cpp").write_text(TWO_TESTS.replace("NOTICES", notices))
+    assert mutants(toy)[1][-1].startswith(f"toy: {killed} killed, {8 - killed} survived, 0 invalid;")
+
+
 def test_tests_that_fail_without_a_mutant_are_told(toy):
     (toy / "tests/unit/toy/toy_test.cpp").write_text("int main() { return 1; }\n")
     assert mutants(toy, "--room", "toy")[0] == 1
@@ -124,7 +170,7 @@ def test_tests_that_fail_without_a_mutant_are_told(toy):
 def test_a_second_run_does_not_start_from_the_last_mutant_of_the_first(toy):
     seed = next(str(number) for number in range(1000) if mutants(
         toy, "--list", "--sample", "1", "--seed", str(number))[1] == [
-            "src/toy/toy.cpp:13: `==` -> `!=`"])
+            "src/toy/toy.cpp:13:39: `==` -> `!=`"])
     for _ in range(2):
         assert mutants(toy, "--sample", "1", "--seed", seed) == (
             0, ["toy: 1 killed, 0 survived, 0 invalid; 100% of the valid mutants killed"])
