@@ -6,11 +6,12 @@
 
 namespace kova {
 
-KeyAndRequest::KeyAndRequest(const char* tag, const std::vector<std::string>& names, KeyType type) {
+KeyAndRequest::KeyAndRequest(const char* tag, const std::vector<std::string>& names,
+                             CertificateKey& key) {
   DebugStep("==> start new-cert.");
   DebugStep("generate csr & private key");
   ShowStage("", "generating the key and the request");
-  GenerateCsr(names, request_pem, private_key.text, type);
+  GenerateCsr(names, request_pem, private_key.text, key);
   if (request_pem.empty() || private_key.text.empty()) {
     throw Error(code::kLocal, tag, "Failed to genrate CSR.");
   }

@@ -9,12 +9,11 @@
 
 namespace kova {
 
-// A fresh certificate key of that type and the request for the names (crypto/csr.h), announced and,
-// at debug level 2, shown. What follows is the CA's answer. Failure is SLError 202 "Failed to
+// The certificate's key and the request for the names (crypto/csr.h), announced and, at debug level
+// 2, shown. What follows is the CA's answer. Failure is SLError 202 "Failed to
 // genrate CSR." with `tag` as the file.
 struct KeyAndRequest {
-  KeyAndRequest(const char* tag, const std::vector<std::string>& names,
-                KeyType type = KeyType::kRsa2048);
+  KeyAndRequest(const char* tag, const std::vector<std::string>& names, CertificateKey& key);
 
   std::string request_pem;
   SecretText private_key;  // PEM

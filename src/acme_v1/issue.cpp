@@ -18,7 +18,8 @@ constexpr int kRecordVersion = 1;
 
 std::string AcmeV1Client::NewCert(const std::vector<std::string>& domains,
                                   const std::string& certificate_id, KeyType key_type) {
-  const KeyAndRequest made(kTag, domains, key_type);
+  CertificateKey key(key_type);
+  const KeyAndRequest made(kTag, domains, key);
   const HttpResponse issued = RequestCertificate(made.request_pem);
   CertificatePems pems;
   pems.cert = DerToPem(issued.body);

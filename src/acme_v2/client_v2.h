@@ -86,8 +86,12 @@ class AcmeV2Client {
 
   // --- Issuance and revocation (issue.h) ---
 
+  std::string NewCertificate(const Order& order, const IssueOptions& options, CertificateKey& key) {
+    return Issue(session_, order, options, key);
+  }
   std::string NewCertificate(const Order& order, const IssueOptions& options) {
-    return Issue(session_, order, options);
+    CertificateKey key(options.key_type);
+    return NewCertificate(order, options, key);
   }
   void RevokeCertificate(const std::string& folder) { Revoke(session_, folder); }
   // The first half of it: for a caller with a lock to take before the record is removed.

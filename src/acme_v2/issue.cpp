@@ -20,8 +20,9 @@ std::string PreferredChainOf(const Session& session, const IssueOptions& options
 
 }  // namespace
 
-std::string Issue(Session& session, const Order& order, const IssueOptions& options) {
-  const KeyAndRequest made(kTag, order.names, options.key_type);
+std::string Issue(Session& session, const Order& order, const IssueOptions& options,
+                  CertificateKey& key) {
+  const KeyAndRequest made(kTag, order.names, key);
   const Json::Value finalized =
       FinalizeOrder(session, order, session.DerText(made.request_pem, kRequestBegin, kRequestEnd));
   const std::string chain = DownloadChain(session, finalized, PreferredChainOf(session, options));

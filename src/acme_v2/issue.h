@@ -9,13 +9,16 @@
 #include "acme/issue_options.h"
 #include "acme_v2/order.h"
 #include "acme_v2/session.h"
+#include "crypto/certificate_key.h"
 
 namespace kova {
 
-// Key, request, finalize, download, storage, as the options have them; the names are the order's.
-// The folder that holds the certificate now: that of the options' certificate, or a new one. Throws
-// SLError 200, 202 or 205, or what the CA says about an order that it gives up.
-std::string Issue(Session& session, const Order& order, const IssueOptions& options);
+// Key, request, finalize, download, storage, as the options have them; the names are the order's,
+// and the key is of the options' type. The folder that holds the certificate now: that of the
+// options' certificate, or a new one. Throws SLError 200, 202 or 205, or what the CA says about an
+// order that it gives up.
+std::string Issue(Session& session, const Order& order, const IssueOptions& options,
+                  CertificateKey& key);
 
 // Sends the request (base64url of its DER) and, with the settings' leave, waits for a CA that takes
 // its time. Returns the CA's view of the order, finalized.

@@ -1,48 +1,13 @@
 #include "crypto/csr.h"
 
 #include <openssl/pem.h>
-#include <openssl/rsa.h>
 
 #include <algorithm>
-#include <array>
 
 #include "crypto/openssl_ptr.h"
 
 namespace kova {
 namespace {
-
-struct KeyKind {
-  KeyType type;
-  const char* name;
-  size_t rsa_bits;            // 0 for an elliptic curve
-  const char* curve;          // null for RSA
-  const EVP_MD* (*digest)();  // of the request's signature
-};
-constexpr std::array<KeyKind, 5> kKinds{{
-    {KeyType::kRsa2048, "rsa2048", 2048, nullptr, EVP_sha256},
-    {KeyType::kRsa3072, "rsa3072", 3072, nullptr, EVP_sha256},
-    {KeyType::kRsa4096, "rsa4096", 4096, nullptr, EVP_sha256},
-    {KeyType::kEc256, "ec256", 0, "P-256", EVP_sha256},
-    {KeyType::kEc384, "ec384", 0, "P-384", EVP_sha384},
-}};
-
-const KeyKind& KindOf(KeyType type) {
-  return *std::find_if(kKinds.begin(), kKinds.end(),
-                       [type](const KeyKind& kind) { return kind.type == type; });
-}
-
-EvpPkeyPtr MakeKey(const KeyKind& kind) {
-  return EvpPkeyPtr(kind.curve == nullptr ? EVP_RSA_gen(kind.rsa_bits) : EVP_EC_gen(kind.curve));
-}
-
-// RSA as PKCS#1, the form that every consumer of the archive reads.
-bool WriteKey(BIO& output, EVP_PKEY& key, const KeyKind& kind) {
-  if (kind.curve != nullptr) {
-    return PEM_write_bio_PrivateKey(&output, &key, nullptr, nullptr, 0, nullptr, nullptr) == 1;
-  }
-  return PEM_write_bio_PrivateKey_traditional(&output, &key, nullptr, nullptr, 0, nullptr,
-                                              nullptr) == 1;
-}
 
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, OpensslFree<X509_EXTENSION_free>>;
 struct ExtensionStackFree {
@@ -87,6 +52,10 @@ bool AddAlternativeNames(X509_REQ& request, const std::string& names) {
   return X509_REQ_add_extensions(&request, stack.get()) == 1;
 }
 
+const EVP_MD* DigestFor(KeyType type) {
+  return type == KeyType::kEc384 ? EVP_sha384() : EVP_sha256();
+}
+
 X509ReqPtr MakeRequest(const std::vector<std::string>& domains, EVP_PKEY& pkey,
                        const EVP_MD* digest) {
   X509ReqPtr request(X509_REQ_new());
@@ -101,33 +70,27 @@ X509ReqPtr MakeRequest(const std::vector<std::string>& domains, EVP_PKEY& pkey,
 
 }  // namespace
 
-std::optional<KeyType> ParseKeyType(const std::string& name) {
-  for (const KeyKind& kind : kKinds) {
-    if (name == kind.name) return kind.type;
-  }
-  return std::nullopt;
-}
-
-const char* NameOf(KeyType type) { return KindOf(type).name; }
-
 void GenerateCsr(const std::vector<std::string>& domains, std::string& request_pem,
-                 std::string& private_key_pem, KeyType type) {
+                 std::string& private_key_pem, CertificateKey& key) {
   request_pem.clear();
   private_key_pem.clear();
   if (domains.empty() || !std::all_of(domains.begin(), domains.end(), IsSafeInText)) return;
-  const KeyKind& kind = KindOf(type);
-  const EvpPkeyPtr pkey = MakeKey(kind);
+  const EvpPkeyPtr pkey = key.Take();
   if (!pkey) return;
-  const X509ReqPtr request = MakeRequest(domains, *pkey, kind.digest());
+  const X509ReqPtr request = MakeRequest(domains, *pkey, DigestFor(key.Type()));
   if (!request) return;
-
-  const BioPtr key_text = MemoryBio();
-  if (!key_text || !WriteKey(*key_text, *pkey, kind)) return;
-  private_key_pem = BioText(*key_text);
+  private_key_pem = KeyPem(*pkey, key.Type());
+  if (private_key_pem.empty()) return;
 
   const BioPtr request_text = MemoryBio();
   if (!request_text || PEM_write_bio_X509_REQ(request_text.get(), request.get()) != 1) return;
   request_pem = BioText(*request_text);
+}
+
+void GenerateCsr(const std::vector<std::string>& domains, std::string& request_pem,
+                 std::string& private_key_pem, KeyType type) {
+  CertificateKey key(type);
+  GenerateCsr(domains, request_pem, private_key_pem, key);
 }
 
 }  // namespace kova

@@ -61,7 +61,7 @@ void LogFailedAttempt(const std::string& reason) {
 }
 
 // One order after the other until one gives a certificate or no challenge type is left.
-std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
+std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options, CertificateKey& key,
                              int order_attempts) {
   AttemptBound bound(order_attempts);
   SLError last = Error(code::kRefused, kTag, "Failed to new certificate.");
@@ -69,7 +69,7 @@ std::string IssueWithAnyType(AcmeV2Client& client, const IssueOptions& options,
     try {
       const Order order = client.NewOrder(options.names, options.profile);
       client.AuthorizeOrder(order);
-      return client.NewCertificate(order, options);
+      return client.NewCertificate(order, options, key);
     } catch (const SLError& error) {
       LogFailedAttempt(ErrorToLine(error));
       last.code = error.code;
@@ -114,13 +114,15 @@ void ChooseKeyType(const std::optional<std::string>& chosen, const Settings& set
 
 std::string IssueWithAcmeV2(const IssueOptions& options, const Settings& settings) {
   AnnounceAndValidate(options, RequireProvable);
+  CertificateKey key(options.key_type);
+  key.MakeAhead();
   AcmeV2Client client(options.server, settings);
   ShowStage("", "contacting " + options.server);
   client.SetupDirectory();
   if (options.requires_profile) client.RequireProfile(options.profile);
   client.NewNonce();
   client.SetupAccount(options.contact);
-  return IssueWithAnyType(client, options, settings.order_attempts);
+  return IssueWithAnyType(client, options, key, settings.order_attempts);
 }
 
 namespace {

@@ -76,6 +76,8 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
   if (options.names.empty()) return true;  // deliberately as good as renewed
   std::string fresh;
   {
+    CertificateKey key(options.key_type);
+    key.MakeAhead();
     AcmeV2Client client(options.server, settings);
     client.SetupDirectory();
     client.LoadAccount(record.account);
@@ -83,7 +85,7 @@ bool RenewWithV2(const ArchivedCertificate& certificate, const RenewalRecord& re
     const Order order =
         client.NewOrder(options.names, options.profile, ReplacedBy(certificate, settings));
     client.AuthorizeOrder(order);
-    fresh = client.NewCertificate(order, options);
+    fresh = client.NewCertificate(order, options, key);
     PutInPlace(certificate, fresh);
     DebugStep("renew success. [%s].", certificate.folder.c_str());
   }

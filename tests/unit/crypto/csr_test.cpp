@@ -150,19 +150,6 @@ TEST(GenerateCsr, MakesKeysOnNamedCurvesAsPkcs8) {
   }
 }
 
-TEST(KeyType, HasOneNameEach) {
-  for (const char* name : {"rsa2048", "rsa3072", "rsa4096", "ec256", "ec384"}) {
-    const std::optional<KeyType> type = ParseKeyType(name);
-    ASSERT_TRUE(type) << name;
-    EXPECT_STREQ(NameOf(*type), name);
-  }
-  EXPECT_EQ(ParseKeyType("rsa4096"), KeyType::kRsa4096);
-  EXPECT_EQ(ParseKeyType("ec256"), KeyType::kEc256);
-  for (const char* name : {"", "RSA2048", "rsa2048 ", "rsa1024", "ec", "ec521", "P-256"}) {
-    EXPECT_FALSE(ParseKeyType(name)) << name;
-  }
-}
-
 TEST(GenerateCsr, MakesAnotherKeyEachTime) {
   EXPECT_NE(Made({"a.example"}).key_pem, Made({"a.example"}).key_pem);
 }
@@ -190,6 +177,21 @@ TEST(GenerateCsr, TakesPunctuationAsPartOfTheName) {
   Names expected;
   for (const std::string& name : odd) expected.push_back("DNS:" + name);
   EXPECT_EQ(Made(odd).AlternativeNames(), expected);
+}
+
+TEST(GenerateCsr, TakesTheKeyThatWasMadeAhead) {
+  CertificateKey key(KeyType::kRsa2048);
+  key.MakeAhead();
+  std::string request;
+  std::string text;
+  {
+    const test::NoKeys none;
+    GenerateCsr({"a.example"}, request, text, key);
+  }
+  const EvpPkeyPtr written(PEM_read_bio_PrivateKey(Reader(text).get(), nullptr, nullptr, nullptr));
+  const X509ReqPtr made(PEM_read_bio_X509_REQ(Reader(request).get(), nullptr, nullptr, nullptr));
+  ASSERT_TRUE(written && made);
+  EXPECT_EQ(X509_REQ_verify(made.get(), written.get()), 1);
 }
 
 TEST(GenerateCsr, GivesNothingForACommonNameThatIsTooLong) {

@@ -5,12 +5,15 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstring>
 
 namespace {
 
 bool watching = false;
 std::vector<std::string> cleansed;
 bool request_output_fails = false;
+bool no_keys = false;
 
 }  // namespace
 
@@ -18,6 +21,22 @@ bool request_output_fails = false;
 extern "C" {
 void __real_OPENSSL_cleanse(void* bytes, size_t length);                  // NOLINT
 int __real_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request);  // NOLINT
+
+EVP_PKEY* __real_EVP_PKEY_Q_keygen(OSSL_LIB_CTX* context, const char* properties,  // NOLINT
+                                   const char* type, ...);
+
+EVP_PKEY* __wrap_EVP_PKEY_Q_keygen(OSSL_LIB_CTX* context, const char* properties,  // NOLINT
+                                   const char* type, ...) {
+  if (no_keys) return nullptr;
+  const bool is_rsa = std::strcmp(type, "RSA") == 0;
+  std::va_list args;
+  va_start(args, type);
+  EVP_PKEY* const key =
+      is_rsa ? __real_EVP_PKEY_Q_keygen(context, properties, type, va_arg(args, size_t))
+             : __real_EVP_PKEY_Q_keygen(context, properties, type, va_arg(args, char*));
+  va_end(args);
+  return key;
+}
 
 void __wrap_OPENSSL_cleanse(void* bytes, size_t length) {  // NOLINT
   if (watching) cleansed.emplace_back(static_cast<const char*>(bytes), length);
@@ -45,6 +64,9 @@ bool CleansedBytes::Include(const std::string& bytes) const {
 
 RequestOutputFails::RequestOutputFails() { request_output_fails = true; }
 RequestOutputFails::~RequestOutputFails() { request_output_fails = false; }
+
+NoKeys::NoKeys() { no_keys = true; }
+NoKeys::~NoKeys() { no_keys = false; }
 
 NoAlgorithms::NoAlgorithms() { EVP_set_default_properties(nullptr, "provider=none"); }
 NoAlgorithms::~NoAlgorithms() { EVP_set_default_properties(nullptr, ""); }

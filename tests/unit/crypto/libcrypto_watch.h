@@ -27,6 +27,15 @@ class RequestOutputFails {
   RequestOutputFails& operator=(const RequestOutputFails&) = delete;
 };
 
+// No key can be made while the object lives.
+class NoKeys {
+ public:
+  NoKeys();
+  ~NoKeys();
+  NoKeys(const NoKeys&) = delete;
+  NoKeys& operator=(const NoKeys&) = delete;
+};
+
 // Leaves libcrypto without algorithms while the object lives.
 class NoAlgorithms {
  public:
