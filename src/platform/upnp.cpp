@@ -5,6 +5,10 @@
 
 #include <array>
 #include <memory>
+#include <string_view>
+#include <utility>
+
+#include "platform/home_network.h"
 
 namespace kova::platform {
 namespace {
@@ -16,7 +20,8 @@ constexpr int kRoundMilliseconds = 1000;
 constexpr std::array<const char*, 3> kSearchedFor = {
     "urn:schemas-upnp-org:device:InternetGatewayDevice:1",
     "urn:schemas-upnp-org:service:WANIPConnection:1", nullptr};
-constexpr int kConnectedGateway = 1;
+constexpr std::string_view kGatewayService =
+    "urn:schemas-upnp-org:service:WANCommonInterfaceConfig:";
 constexpr int kMostMappings = 1024;  // a router that never comes to an end of its list
 constexpr char kTcp[] = "TCP";
 
@@ -24,15 +29,50 @@ struct FreeDevices {
   void operator()(UPNPDev* list) const { freeUPNPDevlist(list); }
 };
 
-// What the library makes of a device's description.
-struct Description {
+bool IsConnectionOf(UPNPUrls& urls, IGDdatas& data) {
+  if (urls.controlURL == nullptr || !IsNearbyUrl(urls.controlURL)) return false;
+  if (UPNPIGD_IsConnected(&urls, &data) == 0) return false;
+  std::array<char, 16> address{};
+  return UPNP_GetExternalIPAddress(urls.controlURL, data.first.servicetype, address.data()) ==
+             UPNPCOMMAND_SUCCESS &&
+         IsPublicAddress(address.data());
+}
+
+// What the library makes of a device's description. It would ask anybody whom a description names,
+// so the address of each question is looked at here before it is put.
+class Description {
+ public:
   Description() = default;
-  ~Description() { FreeUPNPUrls(&urls); }
+  ~Description() { FreeUPNPUrls(&urls_); }
   Description(const Description&) = delete;
   Description& operator=(const Description&) = delete;
 
-  UPNPUrls urls{};
-  IGDdatas data{};
+  bool Fetch(const std::string& url) {
+    url_ = url;
+    return IsNearbyUrl(url) && UPNP_GetIGDFromUrl(url.c_str(), &urls_, &data_, host_.data(),
+                                                  static_cast<int>(host_.size())) == 1;
+  }
+
+  // By the one or the other of the connections that it may have.
+  bool IsConnectedGateway() {
+    if (!std::string_view(&*data_.CIF.servicetype).starts_with(kGatewayService)) return false;
+    if (IsConnectionOf(urls_, data_)) return true;
+    if (*data_.second.servicetype == '\0') return false;
+    std::swap(data_.first, data_.second);
+    FreeUPNPUrls(&urls_);
+    GetUPNPUrls(&urls_, &data_, url_.c_str(), 0);
+    return IsConnectionOf(urls_, data_);
+  }
+
+  [[nodiscard]] Gateway Found() const {
+    return {urls_.controlURL, &*data_.first.servicetype, host_.data()};
+  }
+
+ private:
+  std::string url_;
+  UPNPUrls urls_{};
+  IGDdatas data_{};
+  std::array<char, 64> host_{};
 };
 
 int Result(int code) {
@@ -65,18 +105,13 @@ std::optional<Gateway> Gateway::Discover() {
   const std::unique_ptr<UPNPDev, FreeDevices> devices(
       upnpDiscoverDevices(kSearchedFor.data(), kRoundMilliseconds, nullptr, nullptr,
                           UPNP_LOCAL_PORT_ANY, 0, kTimeToLive, &error, 0));
-  if (devices == nullptr) return std::nullopt;
-  Description description;
-  std::array<char, 64> host{};
-#if MINIUPNPC_API_VERSION >= 18
-  const int found = UPNP_GetValidIGD(devices.get(), &description.urls, &description.data,
-                                     host.data(), static_cast<int>(host.size()), nullptr, 0);
-#else
-  const int found = UPNP_GetValidIGD(devices.get(), &description.urls, &description.data,
-                                     host.data(), static_cast<int>(host.size()));
-#endif
-  if (found != kConnectedGateway) return std::nullopt;
-  return Gateway{description.urls.controlURL, description.data.first.servicetype, host.data()};
+  for (const UPNPDev* device = devices.get(); device != nullptr; device = device->pNext) {
+    Description description;
+    if (description.Fetch(device->descURL) && description.IsConnectedGateway()) {
+      return description.Found();
+    }
+  }
+  return std::nullopt;
 }
 
 int Gateway::List(std::vector<PortMapping>& mappings) const {

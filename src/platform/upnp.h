@@ -35,7 +35,8 @@ struct Gateway {
   std::string host_address;  // the address of this host that the gateway sees
 
   // Searches the network for 2 seconds at most, and asks what it found as long as that takes. None
-  // without a gateway that is connected.
+  // without a gateway that is connected. Wherever an answer points, nobody is asked who is not on a
+  // network of this host (home_network.h).
   static std::optional<Gateway> Discover();
 
   // Every mapping that the router shows.

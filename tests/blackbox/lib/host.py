@@ -25,12 +25,14 @@ MOST_MEMORY = 64  # MiB
 
 
 class Host(Servers):
-    def __init__(self, stage, preload, workspace, sanitized=False):
+    def __init__(self, stage, preload, workspace, sanitized=False, own_log=False):
+        """`own_log`: the system log is not that of the other hosts that run beside this one."""
         super().__init__(workspace)
         self.runs = []  # every Result, for the report of a failed test
         self._stage = stage
         self._preload = ":".join(map(_for_everybody, preload.split(":")))
         self._sanitized = sanitized
+        self._own_log = own_log
         self._mounted = []
 
     # -- life ------------------------------------------------------------------------------------
@@ -44,7 +46,7 @@ class Host(Servers):
         # What is due is the bare rules' to say, unless a test asks for others (test_due.py); and waits
         # are those without `quickvalidation`, which has its own in test_optional_settings.py.
         self.settings(**dict.fromkeys(DUE_KEYS), quickvalidation=None)
-        self.syslog = SyslogCapture()
+        self.syslog = SyslogCapture(self.workspace + "/log" if self._own_log else None)
         # No router: looking for one would take two seconds of every run.
         self.device(router="none")
 

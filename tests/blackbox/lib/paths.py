@@ -3,6 +3,7 @@
 PROGRAM = "/usr/kova/sbin/kova-letsencrypt"
 SETTINGS = "/usr/kova/etc.defaults/letsencrypt/letsencrypt.default"
 DEVICE_RECORD = "/usr/kova/etc/device.json"
+PORT_RECORD = "/usr/kova/etc/portmap.json"
 HOOKS = "/usr/kova/libexec/platform.d"
 ARCHIVE = "/usr/kova/etc/certificate/_archive"
 ACCOUNT_ROOT = "/usr/kova/etc/letsencrypt"

@@ -4,6 +4,7 @@ import os
 import re
 import select
 import socket
+import subprocess
 import threading
 from dataclasses import dataclass
 
@@ -42,18 +43,24 @@ class SyslogCapture:
 
     PATH = "/dev/log"
 
-    def __init__(self):
+    def __init__(self, path=None):
+        """At another path it is mounted over the usual one."""
         try:
             with open("/proc/sys/net/unix/max_dgram_qlen", "w", encoding="ascii") as queue:
                 queue.write("512")
         except OSError:
             pass  # the reader thread copes with a short queue
-        if os.path.lexists(self.PATH):
-            os.unlink(self.PATH)
+        self._path = path or self.PATH
+        if os.path.lexists(self._path):
+            os.unlink(self._path)
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
-        self._socket.bind(self.PATH)
-        os.chmod(self.PATH, 0o666)
+        self._socket.bind(self._path)
+        os.chmod(self._path, 0o666)
+        if path is not None:
+            with open(self.PATH, "ab"):
+                pass  # something to mount it over
+            subprocess.run(["/bin/mount", "--bind", path, self.PATH], check=True)
         self._socket.setblocking(False)
         self._lines = []
         self._lock = threading.Lock()
@@ -84,4 +91,4 @@ class SyslogCapture:
         self._stopping = True
         self._reader.join()
         self._socket.close()
-        os.unlink(self.PATH)
+        os.unlink(self._path)
