@@ -1,17 +1,22 @@
 """The unit test programs of a room: which of their tests to ask first about a mutant.
 
-Most mutants are noticed by a test that noticed another one of the same file, and at once. So these
-come first, with those of the file's own X_test.cpp; then all that are quick; then the slow ones, some
-at a time, since they mostly wait.
+Only tests that enter a function can notice what is changed in it (trace.cpp tells which do). Most
+mutants are noticed by a test that noticed another one of the same file, and at once. So these come
+first, with those of the file's own X_test.cpp; then all that are quick; then the slow ones, some at a
+time, since they mostly wait.
 """
 
 import collections
 import dataclasses
+import functools
 import os
+import pathlib
 import re
 import signal
 import subprocess
 import time
+
+from operators import blanked, in_function
 
 FIRST = 0.5   # seconds that the tests which are asked first may take together
 QUICK = 0.1   # seconds that a quick test takes at most
@@ -23,7 +28,18 @@ PASSED = re.compile(r"^\[       OK \] (\S+) \((\d+) ms\)", re.MULTILINE)
 FAILED = re.compile(r"^\[  FAILED  \] ([^\s,]+)", re.MULTILINE)
 BEGUN = re.compile(r"^\[ RUN      \] (\S+)", re.MULTILINE)
 LATE = "\ntimed out"
+ENTERED = re.compile(r"^\[ entered  \] (\S+)(.*)", re.MULTILINE)
 SUITE = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\((\w+)", re.MULTILINE)
+
+
+@functools.cache
+def read(path):
+    return path.read_text()
+
+
+def block_of(text, line):
+    """Which of the text's outermost functions or classes the line is in: how many end before it."""
+    return sum(1 for before in text.splitlines()[:line - 1] if before.startswith("}"))
 
 
 @dataclasses.dataclass(frozen=True)
@@ -75,31 +91,58 @@ class Programs:
     def __init__(self, tree, sources, names):
         self.tree, self.sources, self.names = tree, sources, names
         self.tests = {}                               # {(program, test): Test}
+        self.entering = collections.defaultdict(set)  # {(source, its block): tests}
         self.killers = collections.defaultdict(list)  # {source: its mutants' killers, the latest first}
 
-    def start(self, program, tests="*", limit=None, shard=(0, 1)):
-        environment = os.environ | {
-            "GTEST_FAIL_FAST": "1", "GTEST_FILTER": tests, "GTEST_COLOR": "no",
-            "GTEST_SHARD_INDEX": str(shard[0]), "GTEST_TOTAL_SHARDS": str(shard[1])}
-        path = self.tree / "build/clang/tests/unit" / self.sources.name / program
-        return Command(CONFINED + [self.tree / "tests/sandbox/sandbox", path], limit,
+    def path(self, program):
+        return self.tree / "build/clang/tests/unit" / self.sources.name / program
+
+    def start(self, program, limit=None, **environment):
+        environment = os.environ | {"GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no"} | environment
+        return Command(CONFINED + [self.tree / "tests/sandbox/sandbox", self.path(program)], limit,
                        cwd=self.tree, env=environment)
 
     def learn(self):
-        """Runs all tests, and notes how long they take: (whether they pass, the output)."""
+        """Runs all tests, and notes what they do: (whether they pass, the output)."""
         for program in self.names:
-            good, output = self.start(program).wait()
+            good, output = self.start(program, GTEST_FILTER="*", KOVA_TRACE="1").wait()
             if not good:
                 return False, output
             for name, milliseconds in PASSED.findall(output) or [("*", "0")]:
                 self.tests[program, name] = Test(program, name, int(milliseconds) / 1000)
+            self.trace(program, ENTERED.findall(output))
         return self.run(self.tests.values(), 1)[1:]  # together as later, slow ones aside
 
-    def first(self, source):
-        """The tests that know the source best."""
+    def trace(self, program, entered):
+        """Notes which tests enter which block, by the places of the functions that they told."""
+        places = sorted({place for _, told in entered for place in told.split()})
+        lines = subprocess.run(["addr2line", "-e", self.path(program)], input="\n".join(places),
+                               capture_output=True, text=True, check=True).stdout.splitlines()
+        blocks = dict(zip(places, map(self.block_at, lines)))
+        for name, told in entered:
+            for block in {blocks[place] for place in told.split()} - {None}:
+                self.entering[block].add(self.tests[program, name])
+
+    def block_at(self, where):
+        """(source, its block), of "/tree/src/room/file.cpp:12"; none outside of the room."""
+        path, _, line = where.split(" ")[0].rpartition(":")
+        room = self.tree / "src" / self.sources.name
+        path = pathlib.Path(os.path.normpath(path))
+        if path.parent != room or not line.isdigit():
+            return None
+        return path.relative_to(self.tree).as_posix(), block_of(read(path), int(line))
+
+    def able(self, mutant, text):
+        """The tests that can notice it: all, when it is no part of a function, or of one in a header."""
+        entering = self.entering[mutant.path, block_of(text, mutant.line)]
+        known = mutant.path.endswith(".cpp") and in_function(blanked(text), mutant.start)
+        return [test for test in self.tests.values() if test in entering or not (known and entering)]
+
+    def first(self, tests, source):
+        """Those of the tests that know the source best."""
         own = own_suites(self.sources, source)
-        candidates = self.killers[source] + [
-            test for test in self.tests.values() if suite_of(test) in own and test.seconds < QUICK]
+        candidates = [test for test in self.killers[source] if test in tests] + [
+            test for test in tests if suite_of(test) in own and test.seconds < QUICK]
         chosen, seconds = [], 0.0
         for test in candidates:
             if test not in chosen and seconds + test.seconds < FIRST:
@@ -115,17 +158,20 @@ class Programs:
         for program in self.names:
             names = [test.name for test in tests if test.program == program]
             for number in range(min(shards, len(names))):
-                running.append((program, self.start(program, ":".join(names), limit, (number, shards))))
+                running.append((program, self.start(
+                    program, limit, GTEST_FILTER=":".join(names), GTEST_SHARD_INDEX=str(number),
+                    GTEST_TOTAL_SHARDS=str(shards))))
         results = [(program, *command.wait()) for program, command in running]
         for program, good, output in results:
             if not good:
                 return self.tests.get((program, culprit(output))), False, output
         return None, True, ""
 
-    def noticed(self, source):
-        """Whether a test fails: the mutant of the source is killed."""
-        first = self.first(source)
-        others = [test for test in self.tests.values() if test not in first]
+    def noticed(self, mutant, text):
+        """Whether a test fails: the mutant of the text is killed."""
+        source, tests = mutant.path, self.able(mutant, text)
+        first = self.first(tests, source)
+        others = [test for test in tests if test not in first]
         quick = [test for test in others if test.seconds < QUICK]
         slow = [test for test in others if test.seconds >= QUICK]
         return (self.fails(first, 1, source) or self.fails(quick, 1, source)

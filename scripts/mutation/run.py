@@ -27,7 +27,7 @@ QUICK_BUILD = [
     "-DKOVA_WERROR=OFF",  # an unused variable makes no mutant invalid
     "-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
     "-DCMAKE_CXX_COMPILER_LAUNCHER=", "-DKOVA_CCACHE=OFF",
-    "-DCMAKE_PROJECT_INCLUDE=scripts/mutation/precompiled.cmake"]
+    "-DCMAKE_PROJECT_INCLUDE=scripts/mutation/quick.cmake"]
 KILLED, SURVIVED, INVALID = "killed", "survived", "invalid"
 
 
@@ -64,9 +64,6 @@ class Worker:
                         ignore=lambda folder, _: ["build", ".git"] if folder == str(TREE) else [])
         self.changed = None  # the file that holds a mutant
         self.programs = None
-        good, output = self.cmake("--preset", "clang", *QUICK_BUILD)
-        if not good:
-            sys.exit(output)
 
     def cmake(self, *arguments):
         return Command(["cmake", *arguments], cwd=self.tree).wait()
@@ -78,7 +75,9 @@ class Worker:
         """Builds the room's tests and learns about them: they have to pass without a mutant."""
         self.restore()
         self.programs = Programs(self.tree, self.tree / "tests/unit" / room, programs)
-        good, output = self.build(programs)
+        good, output = self.cmake("--preset", "clang", *QUICK_BUILD, f"-DKOVA_ROOM={room}")
+        if good:
+            good, output = self.build(programs)
         if good:
             good, output = self.programs.learn()
         if not good:
@@ -93,18 +92,22 @@ class Worker:
         if self.changed != mutant.path:
             self.restore()
         self.changed = mutant.path
-        (self.tree / mutant.path).write_text(mutant.apply((TREE / mutant.path).read_text()))
+        text = (TREE / mutant.path).read_text()
+        (self.tree / mutant.path).write_text(mutant.apply(text))
         if not self.build(self.programs.names)[0]:
             return INVALID
-        return KILLED if self.programs.noticed(mutant.path) else SURVIVED
+        return KILLED if self.programs.noticed(mutant, text) else SURVIVED
 
 
 class Record:
-    """The outcomes so far; also in a file, which is whole at any time, when there is one."""
+    """The outcomes so far; also in a file, which is whole at any time, when there is one.
+
+    What the file has already is not judged again: an interrupted run can be gone on with.
+    """
 
     def __init__(self, path):
         self.path = path
-        self.outcomes = {}
+        self.outcomes = json.loads(path.read_text()) if path and path.exists() else {}
         self.lock = threading.Lock()
 
     def add(self, mutant, outcome):
@@ -124,13 +127,13 @@ def judge_room(mutants, workers, record):
         free.put(worker)
 
     def judge(mutant):
-        worker = free.get()
-        try:
-            outcome = worker.judge(mutant)
-        finally:
-            free.put(worker)
-        record.add(mutant, outcome)
-        return outcome
+        if str(mutant) not in record.outcomes:
+            worker = free.get()
+            try:
+                record.add(mutant, worker.judge(mutant))
+            finally:
+                free.put(worker)
+        return record.outcomes[str(mutant)]
 
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
         outcomes = list(pool.map(judge, mutants))

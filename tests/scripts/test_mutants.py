@@ -1,6 +1,7 @@
 """scripts/mutants.sh on a small tree of its own: what its tests notice is killed, and only that."""
 
 import json
+import os
 import pathlib
 import shutil
 import subprocess
@@ -76,6 +77,42 @@ function(kova_unit_test name)
 endfunction()
 add_subdirectory(tests/unit/toy)
 """
+# The same as the tree has them: a library for each room, one for all tests.
+GTEST = """\
+#include <gtest/gtest.h>
+
+#include "toy/toy.h"
+
+TEST(Toy, Larger) { EXPECT_EQ(kova::Larger(3, 2), 3); }
+TEST(Toy, Twice) { EXPECT_TRUE(kova::IsTwice(4, 2)); }
+TEST(Toy, Nothing) {}
+TEST(Toy, InAChild) { EXPECT_EXIT(std::exit(0 * kova::Calls()), testing::ExitedWithCode(0), ""); }
+"""
+GTEST_CMAKE = """\
+cmake_minimum_required(VERSION 3.25)
+project(toy LANGUAGES CXX)
+find_package(GTest REQUIRED)
+add_library(kova_options INTERFACE)
+target_include_directories(kova_options INTERFACE src)
+add_library(kova_toy STATIC src/toy/toy.cpp)
+target_link_libraries(kova_toy PUBLIC kova_options)
+file(WRITE ${CMAKE_BINARY_DIR}/support.cpp "")
+add_library(kova_test_support STATIC ${CMAKE_BINARY_DIR}/support.cpp)
+target_link_libraries(kova_test_support PUBLIC kova_options GTest::gtest_main)
+function(kova_unit_test name)
+  add_executable(${name}_test ${name}_test.cpp)
+  target_link_libraries(${name}_test PRIVATE kova_toy kova_test_support)
+endfunction()
+add_subdirectory(tests/unit/toy)
+"""
+ABLE = """\
+import run
+worker = run.Worker("worker0")
+worker.enter("toy", ["toy_test"])
+for mutant in run.mutants_of_room("toy"):
+    tests = worker.programs.able(mutant, (run.TREE / mutant.path).read_text())
+    print(mutant.line, " ".join(test.name for test in tests))
+"""
 
 
 @pytest.fixture(name="toy")
@@ -143,6 +180,8 @@ def test_what_hangs_is_killed_and_what_does_not_compile_is_invalid(toy):
 def test_survivors_can_be_tried_again(toy):
     found = toy / "found.json"
     assert mutants(toy, "--json", found)[0] == 1
+    assert mutants(toy, "--json", found) == (1, [
+        "toy: 2 killed, 6 survived, 0 invalid; 25% of the valid mutants killed"])
     outcomes = json.loads(found.read_text())
     assert list(outcomes.values()).count("survived") == 6
     assert outcomes["src/toy/toy.cpp:13:39: `==` -> `!=`"] == "killed"
@@ -160,6 +199,20 @@ def test_what_fails_in_company_alone_kills_nothing(toy, notices, killed):
     # On a busy machine a test may fail that waits for something.
     (toy / "tests/unit/toy/toy_test.cpp").write_text(TWO_TESTS.replace("NOTICES", notices))
     assert mutants(toy)[1][-1].startswith(f"toy: {killed} killed, {8 - killed} survived, 0 invalid;")
+
+
+def test_tests_are_asked_about_the_functions_that_they_enter(toy):
+    (toy / "CMakeLists.txt").write_text(GTEST_CMAKE)
+    (toy / "tests/unit/toy/toy_test.cpp").write_text(GTEST)
+    result = subprocess.run(["/usr/bin/python3", "-B", "-c", ABLE], cwd=toy, capture_output=True,
+                            text=True, check=False,
+                            env=os.environ | {"PYTHONPATH": toy / "scripts/mutation"})
+    assert result.returncode == 0, result.stderr
+    # A one-line function belongs to the next one.
+    assert result.stdout.splitlines() == [
+        "9 Toy.Larger", "9 Toy.Larger", "10 Toy.Larger", "13 Toy.Twice Toy.InAChild",
+        "13 Toy.Twice Toy.InAChild", "16 Toy.Twice Toy.InAChild", "16 Toy.Twice Toy.InAChild",
+        "17 Toy.Twice Toy.InAChild"]
 
 
 def test_tests_that_fail_without_a_mutant_are_told(toy):

@@ -1,0 +1,15 @@
+# Read after the project's own first line, in the trees of mutants alone: compiles what no mutant changes
+# but once, and lets the tests of KOVA_ROOM say which of its functions they enter.
+function(kova_quick)
+  if(NOT TARGET kova_options)
+    return()
+  endif()
+  set(here ${PROJECT_SOURCE_DIR}/scripts/mutation)
+  target_precompile_headers(kova_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:${here}/precompiled.h>)
+  add_library(kova_trace OBJECT ${here}/trace.cpp)
+  target_sources(kova_test_support INTERFACE $<TARGET_OBJECTS:kova_trace>)
+  if(TARGET kova_${KOVA_ROOM})
+    target_compile_options(kova_${KOVA_ROOM} PRIVATE -finstrument-functions -gline-tables-only)
+  endif()
+endfunction()
+cmake_language(DEFER CALL kova_quick)
