@@ -11,6 +11,7 @@
 
 #include "crypto/pem.h"
 #include "host_files.h"
+#include "libcrypto_watch.h"
 #include "made_certificate.h"
 
 namespace kova {
@@ -75,6 +76,18 @@ TEST_F(CertificateTest, HandsOutItsIssuersBytesAsTheyAre) {
   EXPECT_EQ(certificate.IssuerOrganizationBytes(), wide);
   EXPECT_EQ(certificate.IssuerOrganization(), "AB");
   EXPECT_EQ(Made({}).IssuerOrganizationBytes(), "");
+}
+
+TEST_F(CertificateTest, FindsAnOrganizationThatItsIssuerIsNamedByFirst) {
+  const Certificate certificate = Made({.common_name = "", .organization = "O"});
+  EXPECT_EQ(certificate.IssuerOrganizationBytes(), "O");
+  EXPECT_EQ(certificate.IssuerOrganization(), "O");
+}
+
+TEST_F(CertificateTest, KeepsNoMemoryWhenItIsRead) {
+  const Certificate certificate = Made({.organization = "O", .serial = "7765"});
+  EXPECT_LT(test::Leaked([&] { return certificate.IssuerOrganization(); }), 100U);
+  EXPECT_LT(test::Leaked([&] { return certificate.Serial(); }), 100U);
 }
 
 TEST_F(CertificateTest, KnowsWhenItHolds) {

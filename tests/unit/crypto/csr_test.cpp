@@ -219,6 +219,15 @@ TEST(GenerateCsr, GivesNothingWhenNoKeyCanBeMade) {
   EXPECT_TRUE(Made({"a.example"}).IsEmpty());
 }
 
+TEST(GenerateCsr, GivesNoRequestWithoutASignature) {
+  const test::RequestSignatureFails fails;
+  EXPECT_TRUE(Made({"a.example"}).request_pem.empty());
+}
+
+TEST(GenerateCsr, GivesNothingForAnEmptyNameAmongOthers) {
+  EXPECT_TRUE(Made({"a.example", ""}).IsEmpty());
+}
+
 TEST(GenerateCsr, KeepsTheKeyWhenOnlyTheRequestCannotBeWritten) {
   const test::RequestOutputFails fails;
   const Made made({"a.example"});

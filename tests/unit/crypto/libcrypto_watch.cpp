@@ -13,14 +13,20 @@ namespace {
 bool watching = false;
 std::vector<std::string> cleansed;
 bool request_output_fails = false;
+bool request_signature_fails = false;
 bool no_keys = false;
 
 }  // namespace
 
 // The linker's names for the real function and its replacement.
 extern "C" {
-void __real_OPENSSL_cleanse(void* bytes, size_t length);                  // NOLINT
-int __real_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request);  // NOLINT
+void __real_OPENSSL_cleanse(void* bytes, size_t length);                           // NOLINT
+int __real_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request);           // NOLINT
+int __real_X509_REQ_sign(X509_REQ* request, EVP_PKEY* key, const EVP_MD* digest);  // NOLINT
+
+int __wrap_X509_REQ_sign(X509_REQ* request, EVP_PKEY* key, const EVP_MD* digest) {  // NOLINT
+  return request_signature_fails ? 0 : __real_X509_REQ_sign(request, key, digest);
+}
 
 EVP_PKEY* __real_EVP_PKEY_Q_keygen(OSSL_LIB_CTX* context, const char* properties,  // NOLINT
                                    const char* type, ...);
@@ -64,6 +70,9 @@ bool CleansedBytes::Include(const std::string& bytes) const {
 
 RequestOutputFails::RequestOutputFails() { request_output_fails = true; }
 RequestOutputFails::~RequestOutputFails() { request_output_fails = false; }
+
+RequestSignatureFails::RequestSignatureFails() { request_signature_fails = true; }
+RequestSignatureFails::~RequestSignatureFails() { request_signature_fails = false; }
 
 NoKeys::NoKeys() { no_keys = true; }
 NoKeys::~NoKeys() { no_keys = false; }

@@ -1,6 +1,8 @@
 // Sees, and can disturb, what the product asks of libcrypto.
 #pragma once
 
+#include <malloc.h>
+
 #include <string>
 #include <vector>
 
@@ -35,6 +37,25 @@ class NoKeys {
   NoKeys(const NoKeys&) = delete;
   NoKeys& operator=(const NoKeys&) = delete;
 };
+
+// Makes signatures of requests fail while the object lives.
+class RequestSignatureFails {
+ public:
+  RequestSignatureFails();
+  ~RequestSignatureFails();
+  RequestSignatureFails(const RequestSignatureFails&) = delete;
+  RequestSignatureFails& operator=(const RequestSignatureFails&) = delete;
+};
+
+// The bytes that a hundred calls leave allocated, after one that may fill caches.
+template <typename Call>
+size_t Leaked(const Call& call) {
+  call();
+  const size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < 100; ++i) call();
+  const size_t after = mallinfo2().uordblks;
+  return after > before ? after - before : 0;
+}
 
 // Leaves libcrypto without algorithms while the object lives.
 class NoAlgorithms {

@@ -42,6 +42,8 @@ TEST(PemToBase64Url, KnowsRequests) {
 TEST(PemToBase64Url, ThrowsWhenThereIsNoBlock) {
   EXPECT_THROW(Encoded(""), std::out_of_range);
   EXPECT_THROW(Encoded("-----END CERTIFICATE-----"), std::out_of_range);
+  EXPECT_THROW(Encoded("-----BEGIN A CERTIFICATE-----\nabc\n-----END CERTIFICATE-----\n"),
+               std::out_of_range);
   EXPECT_THROW(Encoded("-----BEGIN CERTIFICATE-----\nabc\n"), std::out_of_range);
   EXPECT_THROW(Encoded("-----END CERTIFICATE-----\n-----BEGIN CERTIFICATE-----\nabc\n"),
                std::out_of_range);
