@@ -40,7 +40,8 @@ TEST(AnyCaseHeader, FindsTheFirstValueHoweverItIsWritten) {
 }
 
 TEST(AnyCaseHeader, IsEmptyWhenThereIsNone) {
-  for (const char* text : {"", "A", "A-bc: one\r\n", "xA-b: one\r\n", "A-b\r\n"}) {
+  for (const char* text :
+       {"", "A", "A-bc: one\r\n", "xA-b: one\r\n", "A-b\r\n", "A-c: one\r\n", "A: one\r\n"}) {
     EXPECT_EQ(AnyCaseHeader(With(text), "A-b"), "") << text;
   }
 }

@@ -29,6 +29,7 @@ TEST(LinkUrls, AreFoundHoweverTheyAreSpaced) {
         "LINK:  <http://a/1> ; rel = \"alternate\" \r\n",
         "Link: <http://a/1>;\tREL=\"Alternate\"\r\n",
         "Link: <http://a/1>; title=\"x; y, z\"; rel=\"next alternate\"\r\n",
+        "Link: , <http://a/1>; rel=\"alternate\"\r\n",
         "Link: <http://a/0>; rel=\"up\", <http://a/1>; rel=\"alternate\"\r\n"}) {
     EXPECT_THAT(Alternates(header), ElementsAre("http://a/1")) << header;
   }
@@ -41,8 +42,9 @@ TEST(LinkUrls, MayHoldTheSignsThatSeparate) {
 
 TEST(LinkUrls, AreNoneInWhatIsNoLink) {
   for (const char* header :
-       {"Link: http://a/1; rel=\"alternate\"\r\n", "Link: <http://a/1\r\n", "Link: <>\r\n",
-        "Link: \r\n", "Link: ;;;,,,\r\n", "Link: <http://a/1>; rel\r\n",
+       {"Link: http://a/1; rel=\"alternate\"\r\n", "Link: http://a/1>; rel=\"alternate\"\r\n",
+        "Link: >; rel=\"alternate\"\r\n", "Link: <http://a/1\r\n", "Link: <>\r\n", "Link: \r\n",
+        "Link: ;;;,,,\r\n", "Link: <http://a/1>; rel\r\n",
         "Link: <http://a/1>; rel=\"alternates\"\r\n", "Link: <http://a/1>; xrel=\"alternate\"\r\n",
         "Link: <http://a/1>; rel=\"\r\n", "X-Link: <http://a/1>; rel=\"alternate\"\r\n"}) {
     EXPECT_THAT(Alternates(header), IsEmpty()) << header;

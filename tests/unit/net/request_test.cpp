@@ -166,6 +166,8 @@ TEST_F(Request, GoesOutWithoutAUserAgentWhenThereIsNone) {
   WriteDeviceRecord(R"({"user_agent":")" + std::string(256, 'x') + "\"}");
   const std::string shown = DebugOutput(1, [this] { http_.Get(server_.Url()); });
   EXPECT_EQ(server_.Requests().at(0).Header("User-Agent"), "");
+  EXPECT_EQ(DebugOutput(2, [this] { http_.Get(server_.Url()); }).find("szUserAgent"),
+            std::string::npos);
   EXPECT_EQ(shown, "DEBUG: Failed to KLIBBoxinfoUserAgentGet.\nDEBUG: GET Request: " +
                        server_.Url() + "\n");
 }

@@ -76,6 +76,7 @@ TEST(RetryAfterWithin, HoldsSecondsAndDatesBetweenItsBounds) {
   EXPECT_EQ(LongOf("Retry-After: 59"), seconds(60));
   EXPECT_EQ(LongOf("Retry-After: 61"), seconds(61));
   EXPECT_EQ(LongOf("Retry-After: 0021600"), seconds(21600));
+  EXPECT_EQ(LongOf("Retry-After: 00000000021600"), seconds(21600));
   EXPECT_EQ(LongOf("Retry-After: 86399"), seconds(86399));
   EXPECT_EQ(LongOf("Retry-After: 86401"), seconds(86400));
   EXPECT_EQ(LongOf("Retry-After: 999999999"), seconds(86400));
