@@ -22,7 +22,7 @@ test=(
   python3 python3-pytest python3-cryptography python3-dnslib python3-dnspython
   nftables miniupnpd-nftables miniupnpc knot knot-dnsutils cron libfaketime
   apache2 postfix dovecot-imapd haproxy
-  systemd man-db mandoc bash-completion debootstrap lintian
+  systemd man-db mandoc bash-completion debootstrap lintian valgrind
 )
 
 packages=("${build[@]}" "${demo[@]}" "${test[@]}")

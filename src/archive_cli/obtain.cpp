@@ -52,8 +52,10 @@ void HandOver(const ObtainRequest& request, const Json::Value& service, Obtained
   obtained.moved_from = GiveService(obtained.certificate.id, service);
 }
 
-void TakeSteps(const ObtainRequest& request, Obtained& obtained) {
+void TakeSteps(const ObtainRequest& request, const RenewalSettings& settings, Obtained& obtained) {
   EnterInIndex(request, obtained);
+  // A revocation beside this run, which did not find it in the index, may have removed the job.
+  AddRenewalJob(settings);
   platform::ThrowIfInterrupted();
   obtained.step = Step::kMakeDefault;
   if (request.becomes_default) SetDefault(obtained.certificate.id);
@@ -73,7 +75,7 @@ Reply Run(const Arguments& arguments) {
   }
   AddRenewalJob(settings);  // what becomes of it is in the reply
   try {
-    TakeSteps(request, obtained);
+    TakeSteps(request, settings, obtained);
   } catch (const Failure& failure) {
     return ObtainCutShort(request, obtained, failure.message);
   }

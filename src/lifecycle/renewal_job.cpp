@@ -6,6 +6,7 @@
 #include <array>
 #include <string>
 
+#include "archive/index.h"
 #include "base/log.h"
 #include "lifecycle/acme_folders.h"
 #include "platform/crond.h"
@@ -86,6 +87,8 @@ void AddRenewalJobWhenNeeded(const RenewalSettings& settings) {
 }
 
 void RemoveRenewalJobWhenUnused() {
+  // Whoever enters a certificate now finds no job afterwards, and adds it.
+  const cert_archive::IndexLock lock(cert_archive::kUpdateTimeout);
   if (ListAcmeFolders().empty()) RemoveRenewalJob();
 }
 

@@ -429,6 +429,27 @@ def test_certificate_that_was_issued_is_entered_in_spite_of_a_signal(host, ca, a
     assert ArchiveCli.index() == {os.path.basename(certificate(host)): {"services": []}}
 
 
+def test_job_that_was_removed_before_the_certificate_is_entered_is_there_again(host, ca, account):
+    """As by a revocation beside it, which finds no certificate in the index any more."""
+    def interfere():
+        while not os.path.exists(paths.CRON_JOB):
+            time.sleep(0.01)
+        os.unlink(paths.CRON_JOB)
+        removed.append(not os.path.exists(paths.ARCHIVE + "/INFO"))
+        fcntl.flock(lock, fcntl.LOCK_UN)
+
+    removed = []
+    with open(LOCK, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        thread = threading.Thread(target=interfere)
+        thread.start()
+        result = obtain(host, ca, env={"LD_PRELOAD": ""})  # its waits are real
+        thread.join()
+    done(result)
+    assert removed == [True]
+    assert JOB.match(expect.read(paths.CRON_JOB))
+
+
 def test_signal_on_a_terminal_wipes_the_line(host, ca, account):
     while_validating(ca, telling(signal.SIGINT, program=PROGRAM))
     result = obtain(host, ca, tty=True)

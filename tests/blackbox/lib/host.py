@@ -7,7 +7,7 @@ import os
 import shutil
 import subprocess
 
-from . import mounts, paths
+from . import memcheck, mounts, paths
 from .program import Result, run_program
 from .servers import Servers
 from .syslog_capture import SyslogCapture
@@ -32,6 +32,7 @@ class Host(Servers):
         self._stage = stage
         self._preload = ":".join(map(_for_everybody, preload.split(":")))
         self._sanitized = sanitized
+        self._takes_more = sanitized or memcheck.FOLDER  # memory than the program alone
         self._own_log = own_log
         self._mounted = []
 
@@ -98,18 +99,21 @@ class Host(Servers):
                        "KOVA_PEAK_LOG": peaks}
         if self._sanitized:
             environment["ASAN_OPTIONS"] = "verify_asan_link_order=0:exitcode=99"
+        if self._takes_more:
             # The sanitizers reserve terabytes of addresses.
             options["limits"] = {name: value for name, value in options.get("limits", {}).items()
                                  if name != "AS"}
         environment.update(env or {})
         before = len(self.syslog.lines())
         argv = [program, *map(str, args)]
-        status, out, err, seconds = run_program(argv, environment, **options)
+        options["timeout"] = memcheck.patience(options.get("timeout", 60))
+        status, out, err, seconds = run_program(memcheck.command(argv, len(self.runs)), environment,
+                                                **options)
         result = Result(argv, status, out, err, self.syslog.lines()[before:], _sleeps(log), seconds,
                         _peak(peaks))
         self.runs.append(result)
-        # Whatever a server sends. The sanitizers need more.
-        assert self._sanitized or result.peak <= MOST_MEMORY, result
+        # Whatever a server sends.
+        assert self._takes_more or result.peak <= MOST_MEMORY, result
         return result
 
     def new_cert(self, server, domains, *more, mail="admin@host.example", **options):

@@ -222,7 +222,7 @@ TEST_F(UnfinishedFolderTest, FolderThatWasLeftMarkedCanBeKept) {
 TEST_F(UnfinishedFolderTest, MarkThatCannotBeRemovedIsMadeVoid) {
   const std::string folder = FolderOfKilledRun("file");
   const std::string mark = parent_ + "/." + fs::path(folder).filename().string() + ".unfinished";
-  ASSERT_EQ(mount(mark.c_str(), mark.c_str(), nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount(mark.c_str(), mark.c_str(), "", MS_BIND, nullptr), 0);
   EXPECT_TRUE(KeepUnfinished(folder));
   RemoveUnfinished(parent_);
   EXPECT_TRUE(fs::exists(folder + "/file"));
