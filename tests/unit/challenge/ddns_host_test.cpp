@@ -8,6 +8,14 @@ namespace {
 
 using DdnsHost = DdnsTest;
 
+TEST(HostName, HasLettersDigitsAndThreeSignsAlone) {
+  EXPECT_TRUE(IsHostName("azAZ09.-_*"));
+  for (const char* other :
+       {"`", "{", "@", "[", "/", ":", "&", "#", " ", "\n", "\x7f", "\xc3\xa9"}) {
+    EXPECT_FALSE(IsHostName(std::string("a") + other)) << other;
+  }
+}
+
 TEST_F(DdnsHost, IsFoundAnywhereInTheName) {
   EXPECT_TRUE(IsKovaDdnsHost("box.ddns.example"));
   EXPECT_TRUE(IsKovaDdnsHost("x.box.ddns.example"));

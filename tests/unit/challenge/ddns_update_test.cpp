@@ -1,6 +1,12 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 
 #include "challenge_fixture.h"
+#include "platform/signals.h"
 
 namespace kova::test {
 namespace {
@@ -21,6 +27,24 @@ class DdnsUpdate : public DdnsTest {
 TEST_F(DdnsUpdate, CreatesTheRecordAndDeletesItAtTheEnd) {
   EXPECT_TRUE(Run());
   EXPECT_THAT(service_.Routes(), ElementsAre("GET /main.php", "GET /main.php"));
+  EXPECT_THAT(Queries(), ElementsAre(Query("create"), Query("delete")));
+}
+
+TEST_F(DdnsUpdate, DeletesARecordWhoseCreationWasBrokenOff) {
+  std::atomic<pid_t> child = 0;
+  service_.On("GET /main.php", [&child](const HttpRequest& request) {
+    while (child == 0) usleep(1000);
+    if (request.query.find("create") != std::string::npos) {
+      kill(child, SIGTERM);
+      usleep(700'000);  // the reply comes when nobody waits for it any more
+    }
+    return HttpReply::Json(200, R"({"code": "good"})");
+  });
+  child = fork();
+  if (child == 0) platform::RunInterruptibly("tag", [this] { return Run() ? 1 : 2; });
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
   EXPECT_THAT(Queries(), ElementsAre(Query("create"), Query("delete")));
 }
 

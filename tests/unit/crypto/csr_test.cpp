@@ -219,6 +219,11 @@ TEST(GenerateCsr, GivesNothingWhenNoKeyCanBeMade) {
   EXPECT_TRUE(Made({"a.example"}).IsEmpty());
 }
 
+TEST(GenerateCsr, GivesNoRequestForAKeyThatCannotBeWritten) {
+  const test::KeyOutputFails fails;
+  EXPECT_TRUE(Made({"a.example"}, KeyType::kEc256).IsEmpty());
+}
+
 TEST(GenerateCsr, GivesNoRequestWithoutASignature) {
   const test::RequestSignatureFails fails;
   EXPECT_TRUE(Made({"a.example"}).request_pem.empty());

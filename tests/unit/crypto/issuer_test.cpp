@@ -13,6 +13,7 @@
 #include <fstream>
 
 #include "crypto/certificate.h"
+#include "crypto/encoding.h"
 #include "crypto/pem.h"
 #include "platform/process.h"
 #include "syslog_capture.h"
@@ -85,6 +86,12 @@ TEST(IssuerTest, WhatTheLibraryDoesNotGiveIsLogged) {
                   "utils:# get x509 issuer entry data failed. [" + kPath + "]: []"));
 }
 
+TEST(BignumText, HasNoNumberForWhatCannotBeDecoded) {
+  missing = Missing::kBio;
+  EXPECT_EQ(Base64UrlDecodeBignum("AQAB"), nullptr);
+  missing = Missing::kNothing;
+}
+
 TEST(IssuerTest, AMissingFileIsLogged) {
   test::SyslogCapture syslog;
   EXPECT_EQ(IssuerOrganization("/run/missing.pem"), "");
@@ -109,6 +116,16 @@ TEST(IssuerTest, ErrorsOfEarlierCallsAreNotItsOwn) {
   EXPECT_EQ(IssuerOrganization(kPath), "");
   EXPECT_THAT(syslog.Texts(),
               ElementsAre("utils:# get x509 issuer entry failed. [" + kPath + "]: []"));
+}
+
+TEST(IssuerTest, ErrorsOfEarlierCallsAreNoReasonOfItsFailure) {
+  test::SyslogCapture syslog;
+  std::ofstream(kPath) << "nothing";
+  EXPECT_EQ(IssuerOrganization(kPath), "");
+  EXPECT_EQ(DerToPem("no certificate"), "");
+  EXPECT_EQ(IssuerOrganization(kPath), "");
+  ASSERT_EQ(syslog.Texts().size(), 2U);
+  EXPECT_EQ(syslog.Texts()[1], syslog.Texts()[0]);
 }
 
 TEST(IssuerTest, APipeIsNotWaitedFor) {

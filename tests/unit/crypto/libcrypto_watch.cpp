@@ -14,14 +14,26 @@ bool watching = false;
 std::vector<std::string> cleansed;
 bool request_output_fails = false;
 bool request_signature_fails = false;
+bool key_output_fails = false;
 bool no_keys = false;
 
 }  // namespace
 
 // The linker's names for the real function and its replacement.
 extern "C" {
-void __real_OPENSSL_cleanse(void* bytes, size_t length);                           // NOLINT
-int __real_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request);           // NOLINT
+void __real_OPENSSL_cleanse(void* bytes, size_t length);                  // NOLINT
+int __real_PEM_write_bio_X509_REQ(BIO* output, const X509_REQ* request);  // NOLINT
+int __real_PEM_write_bio_PrivateKey(BIO* output, const EVP_PKEY* key,     // NOLINT
+                                    const EVP_CIPHER* cipher, const unsigned char* phrase,
+                                    int length, pem_password_cb* ask, void* data);
+
+int __wrap_PEM_write_bio_PrivateKey(BIO* output, const EVP_PKEY* key,  // NOLINT
+                                    const EVP_CIPHER* cipher, const unsigned char* phrase,
+                                    int length, pem_password_cb* ask, void* data) {
+  if (key_output_fails) return 0;
+  return __real_PEM_write_bio_PrivateKey(output, key, cipher, phrase, length, ask, data);
+}
+
 int __real_X509_REQ_sign(X509_REQ* request, EVP_PKEY* key, const EVP_MD* digest);  // NOLINT
 
 int __wrap_X509_REQ_sign(X509_REQ* request, EVP_PKEY* key, const EVP_MD* digest) {  // NOLINT
@@ -70,6 +82,9 @@ bool CleansedBytes::Include(const std::string& bytes) const {
 
 RequestOutputFails::RequestOutputFails() { request_output_fails = true; }
 RequestOutputFails::~RequestOutputFails() { request_output_fails = false; }
+
+KeyOutputFails::KeyOutputFails() { key_output_fails = true; }
+KeyOutputFails::~KeyOutputFails() { key_output_fails = false; }
 
 RequestSignatureFails::RequestSignatureFails() { request_signature_fails = true; }
 RequestSignatureFails::~RequestSignatureFails() { request_signature_fails = false; }

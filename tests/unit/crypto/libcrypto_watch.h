@@ -38,6 +38,15 @@ class NoKeys {
   NoKeys& operator=(const NoKeys&) = delete;
 };
 
+// Makes PEM output of keys on curves fail while the object lives.
+class KeyOutputFails {
+ public:
+  KeyOutputFails();
+  ~KeyOutputFails();
+  KeyOutputFails(const KeyOutputFails&) = delete;
+  KeyOutputFails& operator=(const KeyOutputFails&) = delete;
+};
+
 // Makes signatures of requests fail while the object lives.
 class RequestSignatureFails {
  public:
