@@ -1,15 +1,19 @@
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
+#include <utility>
 
 #include "challenge_fixture.h"
 
 namespace {
 
 int removals_that_fail = 0;
+std::function<void()> before_the_next_lock;
 
 }  // namespace
 
@@ -22,6 +26,14 @@ int FailingUnlink(const char* path) {
   --removals_that_fail;
   errno = EIO;
   return -1;
+}
+
+int RealLock(int file, int operation) asm("__real_flock");
+int PrecededLock(int file, int operation) asm("__wrap_flock");
+
+int PrecededLock(int file, int operation) {
+  if (before_the_next_lock) std::exchange(before_the_next_lock, {})();
+  return RealLock(file, operation);
 }
 
 namespace kova::test {
@@ -110,6 +122,51 @@ TEST_F(Http01, LeavesAloneWhatIsStillPublished) {
   EXPECT_THAT(ListFolder(kTokenFolder), testing::UnorderedElementsAre(kToken, "earlier"));
   earlier.teardown();
   EXPECT_THAT(ListFolder(kTokenFolder), ElementsAre(kToken));
+}
+
+TEST_F(Http01, LeavesLinksAloneWhateverTheyLeadTo) {
+  WriteFile("/var/lib/precious", "link.thumbprint");
+  std::filesystem::create_directories(kTokenFolder);
+  std::filesystem::create_symlink("/var/lib/precious", TokenFile("link"));
+  Http01Challenge challenge;
+  ASSERT_TRUE(Publish(challenge, kToken));
+  EXPECT_THAT(ListFolder(kTokenFolder), testing::UnorderedElementsAre(kToken, "link"));
+}
+
+TEST_F(Http01, PublishesAgainWhatAnotherRunTookForALeftover) {
+  Http01Challenge challenge;
+  before_the_next_lock = [] { std::filesystem::remove(TokenFile()); };
+  ASSERT_TRUE(Publish(challenge, kToken));
+  EXPECT_FALSE(before_the_next_lock);
+  EXPECT_EQ(ReadFile(TokenFile()), kContent);
+}
+
+TEST_F(Http01, PublishesFiveTimesAtMost) {
+  int locks = 0;
+  std::function<void()> remove = [&] {
+    ++locks;
+    std::filesystem::remove(TokenFile());
+    before_the_next_lock = remove;
+  };
+  before_the_next_lock = remove;
+  Http01Challenge challenge;
+  EXPECT_TRUE(Publish(challenge, kToken));
+  before_the_next_lock = {};
+  EXPECT_EQ(locks, 5);
+}
+
+// It would hold the file as published for as long as it runs.
+TEST_F(Http01, LeavesItsHoldToNoProgramThatItStarts) {
+  Http01Challenge challenge;
+  ASSERT_TRUE(Publish(challenge, kToken));
+  int held = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry, gone) != TokenFile()) continue;
+    ++held;
+    EXPECT_EQ(fcntl(std::stoi(entry.path().filename()), F_GETFD), FD_CLOEXEC);
+  }
+  EXPECT_EQ(held, 1);
 }
 
 TEST_F(Http01, RemovesTheFileButNoFolderAtTheEndOfItsLife) {
