@@ -15,6 +15,22 @@ TEST_F(TxtProbe, FindsTheRecordAtTheZonesNameServer) {
   EXPECT_EQ(server.Queries()[0].type, 16);
 }
 
+TEST_F(TxtProbe, AsksThatServerEvenBeforeTheResolverWasUsedAtAll) {
+  const DnsServer server = Serving({{kName, TxtData({kValue})}});
+  _res.options &= ~static_cast<unsigned long>(RES_INIT);
+  EXPECT_TRUE(Check());
+}
+
+TEST_F(TxtProbe, AsksAServerAtItsFourByteAddress) {
+  const std::string hosts = ReadFile("/etc/hosts");
+  WriteFile("/etc/hosts", hosts + "\n::1 ns.example\n127.0.0.1 ns.example\n");
+  std::string device = Device("box.ddns.example");
+  WriteFile(kDeviceRecord, device.replace(device.find("127.0.0.1"), 9, "ns.example"));
+  const DnsServer server = Serving({{kName, TxtData({kValue})}});
+  EXPECT_TRUE(Check());
+  WriteFile("/etc/hosts", hosts);
+}
+
 TEST_F(TxtProbe, ShowsTheAnswerAtLevelTwoOnly) {
   const DnsServer server = Serving({{kName, TxtData({kValue})}});
   OutputCapture output(1);
