@@ -26,7 +26,7 @@ run_suite() {  # PRESET CTEST-ARGUMENT...
   local result=$PWD/build/$preset/results.xml
   rm -f "$result"
   # A failed test fails the script at its end, when all of them have run.
-  ctest --preset "$preset" --parallel 2 --output-junit "$result" --test-output-size-passed 4096 \
+  ctest --preset "$preset" --parallel 3 --output-junit "$result" --test-output-size-passed 4096 \
     --test-output-size-failed 100000 --test-output-truncation head "$@" || true
   results+=("$preset=$result")
 }

@@ -1,7 +1,6 @@
 #!/bin/bash
 # Runs clang-tidy with the tree's configuration on the sources that the last 20 commits touched, a
-# touched header by a source that includes it; at most 40 of them, the newest first. Prints the
-# findings and fails when there is one.
+# touched header by a source that includes it. Prints the findings and fails when there is one.
 #
 # usage: tidy.sh [--list] [--thorough | SOURCE...]
 #   --list      prints the names of the sources and does no more
@@ -10,7 +9,6 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 commits=20
-most=40
 
 # The sources that show what is wrong in a touched file: itself, or for a header its own source, or
 # else the first that includes it.
@@ -41,11 +39,7 @@ case ${1:-} in
   -*) sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2 ;;
   "")
     touched=$(touched)
-    mapfile -t sources <<< "$touched"
-    if [[ ${#sources[@]} -gt $most ]]; then
-      echo "Of ${#sources[@]} sources the newest $most; --thorough looks at all." >&2
-      sources=("${sources[@]:0:most}")
-    fi ;;
+    mapfile -t sources <<< "$touched" ;;
   *) sources=("$@") ;;
 esac
 [[ -n ${sources[*]} ]] || { echo "The last $commits commits touched no source."; exit 0; }
