@@ -44,6 +44,14 @@ std::string Formatted(std::int64_t seconds, const char* format) {
 #pragma GCC diagnostic pop
 }
 
+// A renewal puts its files over those of a default set, and leaves the others of that.
+bool IsSelfSigned(const std::string& folder) {
+  if (!KLIBCFileExist(folder + "/" + cert_archive::kDefaultMarker)) return false;
+  const auto leaf = Certificate::FromFile(folder + "/cert.pem");
+  const auto authority = Certificate::FromFile(folder + "/kova-ca-cert.pem");
+  return !leaf || !authority || leaf->IsIssuedBy(*authority);
+}
+
 }  // namespace
 
 CertificateFacts ReadFacts(const std::string& path, const DueRule& rule, std::int64_t now) {
@@ -87,9 +95,7 @@ std::vector<std::string> FolderFlags(const std::string& folder) {
       Member(marker, "is_broken") == Json::Value(true)) {
     flags.emplace_back("broken");
   }
-  if (KLIBCFileExist(folder + "/" + cert_archive::kDefaultMarker)) {
-    flags.emplace_back("self-signed");
-  }
+  if (IsSelfSigned(folder)) flags.emplace_back("self-signed");
   if (!cert_archive::IsCanonicalFolder(folder) || !cert_archive::HoldsRequiredFiles(folder)) {
     flags.emplace_back("incomplete");
   }

@@ -47,6 +47,20 @@ def test_due_one_is_renewed_and_reaches_its_services(host, ca, account, archive,
     assert os.listdir(folder) and not os.path.exists(folder + "/noted_move")
 
 
+def test_one_that_was_self_signed_is_so_no_longer(host, ca, account, archive, reloads):
+    """Also where other files of the default set stay."""
+    def flags():
+        listed = host.run("list", "--json", program=PROGRAM)
+        return json.loads(listed.stdout)["certificates"][0]["flags"]
+
+    folder = archive.add("aaa", service(), record=record(ca.directory, account))
+    done(host.run("self-signed", folder, program=PROGRAM))
+    assert flags() == ["acme", "self-signed"]
+    done(renew(host, "--force"))
+    assert os.path.exists(folder + "/is_default_cert")
+    assert flags() == ["acme"]
+
+
 def test_result_for_programs(host, ca, account, archive, reloads):
     folder = archive.add("aaa", service(), record=record(ca.directory, account))
     result = renew(host, "--json", identity=folder)  # as new-cert prints it
