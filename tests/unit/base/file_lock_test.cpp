@@ -35,6 +35,7 @@ TEST_F(FileLockTest, HoldsTheFileForItsLife) {
   {
     const FileLock lock("tag", kPath, seconds(0));
     EXPECT_TRUE(lock.Held());
+    EXPECT_TRUE(lock.Outcome());
     EXPECT_FALSE(IsFree());
   }
   EXPECT_TRUE(IsFree());
@@ -46,6 +47,8 @@ TEST_F(FileLockTest, SaysThatItCouldNotBeHad) {
   {
     const FileLock second("other", kPath, seconds(0));
     EXPECT_FALSE(second.Held());
+    EXPECT_EQ(second.Outcome().Text(),
+              "cannot lock [/tmp/base_file_lock_test]: Connection timed out");
   }
   EXPECT_FALSE(IsFree());  // the first one's
   EXPECT_EQ(log_.Texts(),

@@ -131,6 +131,19 @@ TEST_F(Files, ListByPatternReportsOtherFailures) {
   }
 }
 
+TEST_F(Files, MakeFolderMakesWhatIsNotThere) {
+  const std::string path = folder_ / "made";
+  EXPECT_TRUE(MakeFolder(path, 0711));
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0711));
+  EXPECT_TRUE(MakeFolder(path, 0700)) << "it is there";
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0711));
+}
+
+TEST_F(Files, MakeFolderSaysWhenItCannot) {
+  EXPECT_FALSE(MakeFolder(folder_ / "no/parent", 0700));
+  EXPECT_FALSE(MakeFolder("/proc/made", 0700));
+}
+
 TEST_F(Files, WriteTextFileGivesExactlyTheMode) {
   for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{0777}}) {
     const mode_t before = umask(mask);
