@@ -132,7 +132,7 @@ TEST_F(Files, ListByPatternReportsOtherFailures) {
 }
 
 TEST_F(Files, MakeFolderMakesWhatIsNotThere) {
-  const std::string path = folder_ / "made";
+  const std::string path = folder_ + "/made";
   EXPECT_TRUE(MakeFolder(path, 0711));
   EXPECT_EQ(fs::status(path).permissions(), fs::perms(0711));
   EXPECT_TRUE(MakeFolder(path, 0700)) << "it is there";
@@ -140,7 +140,7 @@ TEST_F(Files, MakeFolderMakesWhatIsNotThere) {
 }
 
 TEST_F(Files, MakeFolderSaysWhenItCannot) {
-  EXPECT_FALSE(MakeFolder(folder_ / "no/parent", 0700));
+  EXPECT_FALSE(MakeFolder(folder_ + "/no/parent", 0700));
   EXPECT_FALSE(MakeFolder("/proc/made", 0700));
 }
 

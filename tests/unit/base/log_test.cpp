@@ -26,6 +26,14 @@ TEST(LogError, PutsTagAndLineInFront) {
   EXPECT_EQ(message.text, "client_v2:" + std::to_string(line) + " Failed to order with [400]");
 }
 
+TEST(LogWarning, IsBelowErrorsAndOfTheSameForm) {
+  SyslogCapture log;
+  LogWarning(Site("tag", 7), "%d of %s", 2, "three");
+  ASSERT_EQ(log.Messages().size(), 1U);
+  EXPECT_EQ(log.Messages()[0].priority, LOG_WARNING);
+  EXPECT_EQ(log.Messages()[0].text, "tag:7 2 of three");
+}
+
 TEST(LogError, TakesAnotherSite) {
   SyslogCapture log;
   LogError(Site("utils.cpp", 57), "text");
