@@ -70,13 +70,13 @@ void ReadInto(int reading, std::string& text) {
 
 }  // namespace
 
-bool AskAside(const std::function<bool()>& question) {
+bool AskAside(const std::function<bool()>& question, std::chrono::milliseconds patience) {
   const ChildSignalGuard guard;
   Pipe pipe;
   const pid_t child = Start(pipe, [&question] { return !question() || Answer("y"); });
   if (child < 0) return question();
   std::string answer;
-  const ChildEnd end = WatchChild(child, pipe.reading.Get(), {kNoTimeLimit, 1}, answer);
+  const ChildEnd end = WatchChild(child, pipe.reading.Get(), {patience, 1}, answer);
   if (end != ChildEnd::kExited) kill(child, SIGKILL);
   return WaitFor(child) == 0 && answer == "y";
 }
@@ -94,6 +94,7 @@ TextAside::~TextAside() {
 bool TextAside::Take(std::string& text) {
   text.clear();
   if (child_ < 0) return false;
+  ThrowIfInterrupted();  // or the wait would be one for taking something back
   const bool ended = AwaitExit(child_);
   ThrowIfInterrupted();
   if (!ended) return false;

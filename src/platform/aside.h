@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -13,9 +14,10 @@
 
 namespace kova::platform {
 
-// What `question` answers. False also when the run is to end (platform/signals.h), which is not
-// waited for any longer.
-[[nodiscard]] bool AskAside(const std::function<bool()>& question);
+// What `question` answers. False also when that took longer than `patience`, and when the run is to
+// end (platform/signals.h): then it is not waited for any longer.
+[[nodiscard]] bool AskAside(const std::function<bool()>& question,
+                            std::chrono::milliseconds patience);
 
 // A text that is made while we go on.
 class TextAside {

@@ -2,32 +2,20 @@
 reset, late or doubled, one in each run. It ends with the right code and leaves nothing behind, and
 the next run succeeds."""
 
-import glob
-import os
 import shutil
 
 import pytest
-from lib import expect, paths
-from lib.faulty_proxy import FAULTS, HARMLESS, UNANSWERED, FaultyProxy
-from lib.nginx import Nginx
-from lib.real_ca import ACME, RealCa
+from lib import expect
+from lib.bad_line import NAME, SHORT_WAITS, STEP, BadLine, nothing_left_over
+from lib.faulty_proxy import FAULTS, HARMLESS, UNANSWERED
 
-NAME = "line.example"
-# Every third request or reply, beginning with another one for each fault; KOVA_LINE_STEP=1: all.
-STEP = int(os.environ.get("KOVA_LINE_STEP", "3"))
-# The CA works in its own time; a part of each wait is enough for it.
-SHORT_WAITS = {"KOVA_WAIT_DIVISOR": "20"}
 UNREACHABLE = {100}
 REFUSED = {102, 200}  # which of them is the step's
 
 
 @pytest.fixture
 def line(host):
-    # Small keys, one attempt and one type: what is looked at is the line. Failures are to be logged.
-    host.settings(keytype="ec256", orderattempts=1, skipdns01=True, renewfailures=True)
-    Nginx(host).start()
-    ca = RealCa(host)
-    line = FaultyProxy(ACME, ca.web_certificate, ca.web_key, ca.web_root)
+    line = BadLine(host)
     yield line
     line.close()
 
@@ -43,26 +31,13 @@ def forget(host):
         shutil.rmtree(folder)
 
 
-def assert_nothing_left_over(host):
-    """No token, no half-made folder, no file that is still being written."""
-    assert glob.glob(paths.TOKENS + "/*") == []
-    for folder in host.certificates():
-        expect.certificate_folder(folder, [NAME])
-    for folder in host.accounts():
-        assert {"info.json"} <= set(os.listdir(folder)), folder
-    for root in ("/usr/kova/etc", paths.WEBROOT):
-        hidden = [path for path in expect.tree(root) if os.path.basename(path).startswith(".")
-                  and path.endswith(".kova")]
-        assert hidden == []
-
-
 def assert_failed(host, line, result, codes):
     """Said and logged, and the next run makes it good."""
     assert result.status in codes and result.document["error"] == result.status
     assert result.errors != []
     assert host.certificates() == []
     expect.issued(issue(host, line), [NAME])
-    assert_nothing_left_over(host)
+    nothing_left_over(host)
 
 
 def strike_each(host, line, fault):
@@ -74,7 +49,7 @@ def strike_each(host, line, fault):
         forget(host)
         result = issue(host, line, fault, number)
         assert line.requests >= number, "the fault did not come about"
-        assert_nothing_left_over(host)
+        nothing_left_over(host)
         yield number, result
 
 

@@ -20,7 +20,8 @@ class DnsServer:
         self.queries = []
         self.truncate = False       # answer over UDP with nothing but "ask over TCP"
         self.rcode = None           # e.g. "SERVFAIL": every answer is this failure
-        self.answer = None          # callable (request DNSRecord) -> bytes: takes over
+        self.answer = None          # callable (request DNSRecord) -> bytes or None: takes over
+        self.stream = None          # callable (connection, reply): takes over what TCP carries
         self._records = {}          # name -> list of texts (each a list of strings)
         self._hidden = {}           # name -> queries for which its records do not show yet
         self._lock = threading.RLock()
@@ -90,11 +91,16 @@ class DnsServer:
 class _Datagram(socketserver.BaseRequestHandler):
     def handle(self):
         packet, socket = self.request
-        socket.sendto(self.server.owner.reply_to(packet, "udp"), self.client_address)
+        reply = self.server.owner.reply_to(packet, "udp")
+        if reply is not None:
+            socket.sendto(reply, self.client_address)
 
 
 class _Stream(socketserver.StreamRequestHandler):
     def handle(self):
         length = struct.unpack("!H", self.rfile.read(2))[0]
         reply = self.server.owner.reply_to(self.rfile.read(length), "tcp")
+        if self.server.owner.stream is not None:
+            self.server.owner.stream(self.connection, reply)
+            return
         self.wfile.write(struct.pack("!H", len(reply)) + reply)

@@ -86,7 +86,7 @@ def granted(action, **arguments):
 _HEAD = b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n<?xml "
 
 
-def _until_left(connection, chunk, pause):
+def until_left(connection, chunk, pause):
     try:
         while not select.select([connection], [], [], pause)[0]:
             connection.sendall(chunk)
@@ -95,28 +95,28 @@ def _until_left(connection, chunk, pause):
 
 
 def silence(connection):
-    _until_left(connection, b"", 3600)
+    until_left(connection, b"", 3600)
 
 
 def drip(connection):
     """A byte a second."""
     connection.sendall(_HEAD)
-    _until_left(connection, b"x", 1)
+    until_left(connection, b"x", 1)
 
 
 def endless(connection):
     connection.sendall(_HEAD)
-    _until_left(connection, b"<a>" * 20000, 0)
+    until_left(connection, b"<a>" * 20000, 0)
 
 
 def endless_header(connection):
     connection.sendall(b"HTTP/1.1 200 OK\r\n")
-    _until_left(connection, b"X: yyyyyyyyyyyyyyyy\r\n" * 3000, 0)
+    until_left(connection, b"X: yyyyyyyyyyyyyyyy\r\n" * 3000, 0)
 
 
 def endless_chunks(connection):
     connection.sendall(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n")
-    _until_left(connection, b"1000\r\n" + b"x" * 0x1000 + b"\r\n", 0)
+    until_left(connection, b"1000\r\n" + b"x" * 0x1000 + b"\r\n", 0)
 
 
 def reset(connection):

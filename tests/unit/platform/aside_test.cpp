@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -26,14 +27,16 @@ using std::chrono::steady_clock;
 using test::InChild;
 using test::Scratch;
 
+bool Ask(const std::function<bool()>& question) { return AskAside(question, seconds(60)); }
+
 TEST(AskAside, GivesTheAnswer) {
-  EXPECT_TRUE(AskAside([] { return true; }));
-  EXPECT_FALSE(AskAside([] { return false; }));
+  EXPECT_TRUE(Ask([] { return true; }));
+  EXPECT_FALSE(Ask([] { return false; }));
 }
 
 TEST(AskAside, ChangesNothingHere) {
   int value = 1;
-  EXPECT_TRUE(AskAside([&value] {
+  EXPECT_TRUE(Ask([&value] {
     value = 2;
     return true;
   }));
@@ -41,9 +44,9 @@ TEST(AskAside, ChangesNothingHere) {
 }
 
 TEST(AskAside, TakesNoAnswerForNo) {
-  EXPECT_FALSE(AskAside([]() -> bool { throw std::runtime_error("cannot tell"); }));
-  EXPECT_FALSE(AskAside([]() -> bool { std::abort(); }));
-  EXPECT_FALSE(AskAside([]() -> bool { _exit(0); }));
+  EXPECT_FALSE(Ask([]() -> bool { throw std::runtime_error("cannot tell"); }));
+  EXPECT_FALSE(Ask([]() -> bool { std::abort(); }));
+  EXPECT_FALSE(Ask([]() -> bool { _exit(0); }));
 }
 
 TEST(AskAside, KeepsNoFileOfOurs) {
@@ -51,7 +54,7 @@ TEST(AskAside, KeepsNoFileOfOurs) {
   const Fd low(open(scratch.Path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   const Fd file(fcntl(low.Get(), F_DUPFD_CLOEXEC, 20));  // not the number of the answer's own
   ASSERT_TRUE(file);
-  EXPECT_FALSE(AskAside([&file] { return fcntl(file.Get(), F_GETFD) >= 0; }));
+  EXPECT_FALSE(Ask([&file] { return fcntl(file.Get(), F_GETFD) >= 0; }));
 }
 
 TEST(AskAside, IsCutShortByASignal) {
@@ -59,7 +62,7 @@ TEST(AskAside, IsCutShortByASignal) {
   EXPECT_EQ(InChild([] {
               return RunInterruptibly("tag", [] {
                 const pid_t parent = getpid();
-                const bool answer = AskAside([parent] {
+                const bool answer = Ask([parent] {
                   kill(parent, SIGTERM);
                   sleep(30);
                   return true;
@@ -71,6 +74,18 @@ TEST(AskAside, IsCutShortByASignal) {
             }),
             128 + SIGTERM);
   EXPECT_LT(steady_clock::now() - began, seconds(10));
+}
+
+TEST(AskAside, IsLeftWhenItsTimeIsOver) {
+  const auto began = steady_clock::now();
+  const auto slow = [] {
+    sleep(30);
+    return true;
+  };
+  EXPECT_FALSE(AskAside(slow, std::chrono::milliseconds(200)));
+  EXPECT_LT(steady_clock::now() - began, seconds(10));
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // it is gone
+  EXPECT_EQ(errno, ECHILD);
 }
 
 TEST(TextAside, GivesTheTextOnce) {
@@ -165,6 +180,20 @@ TEST(TextAside, IsCutShortByASignal) {
             }),
             128 + SIGTERM);
   EXPECT_LT(steady_clock::now() - began, seconds(10));
+}
+
+TEST(TextAside, IsNotWaitedForAfterASignal) {
+  const auto began = steady_clock::now();
+  EXPECT_EQ(InChild([] {
+              return RunInterruptibly("tag", [] {
+                TextAside aside([] { return std::to_string(sleep(30)); });
+                (void)std::raise(SIGTERM);
+                std::string text;
+                return aside.Take(text) ? 1 : 2;
+              });
+            }),
+            128 + SIGTERM);
+  EXPECT_LT(steady_clock::now() - began, seconds(5));
 }
 
 TEST(TextAside, WorksWhereEndedChildrenAreIgnored) {
