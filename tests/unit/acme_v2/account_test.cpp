@@ -59,6 +59,15 @@ TEST_F(Account, IsStoredAfterItsRegistration) {
   EXPECT_EQ(ModeOf(folder + "/private_key.json"), 0600U);
 }
 
+TEST_F(Account, IsLoadedWithoutWhatAKilledRunLeftBesideIt) {
+  const std::string folder = Store();
+  const std::string left = std::string(kAccountStore) + "/abcdef";
+  WriteFile(left + "/private_key.json", "{}");
+  WriteFile(std::string(kAccountStore) + "/.abcdef.unfinished", "");
+  client_.LoadAccount(folder);
+  EXPECT_EQ(OnlyFolder(), folder);
+}
+
 TEST_F(Account, IsNamedByItsUrlFromThenOn) {
   client_.RegisterAccount(kContact);
   const Jws request = NextRequest();

@@ -1,6 +1,5 @@
 #include "base/output.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <syslog.h>
@@ -11,34 +10,16 @@
 
 #include "output_capture.h"
 #include "syslog_capture.h"
+#include "terminal.h"
 
 namespace kova {
 namespace {
 
+using test::FullDisk;
 using test::OutputCapture;
 using test::SyslogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// Standard output leads to a full disk while the object lives.
-class FullDisk {
- public:
-  FullDisk() : kept_(dup(STDOUT_FILENO)) {
-    (void)std::fflush(stdout);
-    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    dup2(full, STDOUT_FILENO);
-    close(full);
-  }
-  ~FullDisk() {
-    dup2(kept_, STDOUT_FILENO);
-    close(kept_);
-  }
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-  int kept_;
-};
 
 TEST(WriteResult, WritesTheTextAtOnce) {
   SyslogCapture log;
@@ -54,7 +35,8 @@ TEST(WriteResult, PutsIntoTheLogWhatCannotBeWritten) {
     bool written = true;
     int reason = 0;
     {
-      const FullDisk disk;
+      (void)std::fflush(stdout);
+      const FullDisk disk(STDOUT_FILENO);
       written = WriteResult("tag", std::string(static_cast<size_t>(more), '\n') + "a\nb\n\n");
       reason = errno;
     }
