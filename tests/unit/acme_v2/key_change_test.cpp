@@ -157,6 +157,22 @@ TEST_F(AccountUpdate, TellsWhatTheCaSaid) {
             "200 account: the CA answered 400: %s no");
 }
 
+TEST_F(AccountUpdate, ADeactivationThatIsTakenNeedsNoQuestion) {
+  ca_.Once("POST /account/1", HttpReply::Json(200, R"({"status": "deactivated"})"));
+  EXPECT_EQ(ErrorOf([&] { Deactivate(session_, Account::Load(account_folder_)); }), "nothing");
+  EXPECT_THAT(ca_.Routes(), ElementsAre("POST /account/1"));
+}
+
+TEST_F(AccountUpdate, OnlyAnAccountThatIsNotAuthorizedMayBeDeactivatedAlready) {
+  ca_.Always("POST /new-account", HttpReply::Json(200, R"({"status": "deactivated"})"));
+  for (const HttpReply& refusal : {ScriptedCa::Problem(403, "rateLimited", "no"),
+                                   ScriptedCa::Problem(400, "unauthorized", "no")}) {
+    ca_.Once("POST /account/1", refusal);
+    EXPECT_THAT(ErrorOf([&] { Deactivate(session_, Account::Load(account_folder_)); }),
+                HasSubstr(std::to_string(refusal.status) + ": no"));
+  }
+}
+
 TEST_F(AccountUpdate, ADeactivatedAccountIsDeactivated) {
   for (const HttpReply& answer : {ScriptedCa::Problem(401, "unauthorized", "gone"),
                                   HttpReply::Json(200, R"({"status": "deactivated"})")}) {

@@ -98,6 +98,7 @@ TEST_F(SettingsFile, GivesValuesOfTheRightType) {
   const Settings settings = ReadOf(kAll);
   EXPECT_TRUE(settings.usable);
   EXPECT_EQ(settings.read_error, 0);
+  EXPECT_EQ(settings.ignored, std::vector<std::string>());
   EXPECT_EQ(Shown(settings),
             "debug_log 7, server http://ca/, renew 10, skip 1, ddns http://ddns/, async 1, "
             "quick 1, attempts 3, refill 1, strict 1, keep 1, limit 90, check 1, staged 1, key ec256, "
@@ -172,15 +173,17 @@ TEST_F(SettingsFile, HasNothingForRenewingInAnotherType) {
 TEST_F(SettingsFile, TellsWhichKeysItIgnores) {
   ReadOf(R"({"debuglog": "1", "server": 1, "renew_before_expire_days": "1", "skipdns01": 1,
              "kovaddns": 1, "keytype": 1, "orderattempts": 0, "noncerefill": true,
-             "profile": null, "cronperiod": 7, "transfertimeout": 1})");
-  EXPECT_EQ(Settings::Read().ignored, (std::vector<std::string>{"orderattempts", "profile"}));
+             "asyncfinalize": 1, "profile": null, "cronperiod": 7, "transfertimeout": 1})");
+  std::vector<std::string> ignored = {"asyncfinalize", "orderattempts", "profile"};
+  EXPECT_EQ(Settings::Read().ignored, ignored);
+  ignored.emplace_back("cronperiod");
   const RenewalSettings settings = RenewalSettings::Read();
-  EXPECT_EQ(settings.ignored, (std::vector<std::string>{"orderattempts", "profile", "cronperiod"}));
+  EXPECT_EQ(settings.ignored, ignored);
   test::SyslogCapture syslog;
   TellIgnoredKeys(settings);
   std::vector<std::string> expected;
-  for (const char* key : {"orderattempts", "profile", "cronperiod"}) {
-    expected.push_back("kova-letsencrypt:# Ignored key [" + std::string(key) +
+  for (const std::string& key : ignored) {
+    expected.push_back("kova-letsencrypt:# Ignored key [" + key +
                        "], its value is of a wrong type. [" + kSettingsPath + "]");
   }
   EXPECT_EQ(syslog.Texts(), expected);
