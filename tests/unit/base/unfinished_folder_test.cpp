@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host_files.h"
+#include "syslog_capture.h"
 
 namespace {
 
@@ -238,6 +239,46 @@ TEST_F(UnfinishedFolderTest, OtherNamesAreLeftAlone) {
   for (const std::string& name : names) WriteInto(parent_, name);
   RemoveUnfinished(parent_);
   EXPECT_EQ(Names().size(), names.size() + 1);
+}
+
+TEST_F(UnfinishedFolderTest, LinkInTheMarksPlaceIsNone) {
+  fs::create_directory(parent_ + "/abcdef");
+  std::ofstream(parent_ + "/empty").close();
+  fs::create_symlink(parent_ + "/empty", parent_ + "/.abcdef.unfinished");
+  RemoveUnfinished(parent_);
+  EXPECT_TRUE(fs::exists(parent_ + "/abcdef"));
+}
+
+TEST_F(UnfinishedFolderTest, LeftoverThatCannotBeRemovedKeepsItsMarkAndIsLogged) {
+  SyslogCapture syslog;
+  fs::create_directory(parent_ + "/abcdef");
+  std::ofstream(parent_ + "/.abcdef.unfinished").close();
+  ASSERT_EQ(mount("tmpfs", (parent_ + "/abcdef").c_str(), "tmpfs", 0, nullptr), 0);
+  RemoveUnfinished(parent_);
+  umount((parent_ + "/abcdef").c_str());
+  EXPECT_TRUE(fs::exists(parent_ + "/.abcdef.unfinished"));
+  EXPECT_THAT(syslog.Texts(), ElementsAre("utils:# Failed to remove " + parent_ + "/abcdef [" +
+                                          std::to_string(EBUSY) + "]"));
+}
+
+TEST_F(UnfinishedFolderTest, LeavesErrnoToTheFailureThatItIsTakenBackFor) {
+  SyslogCapture syslog;
+  std::string busy;
+  {
+    UnfinishedFolder folder;
+    ASSERT_TRUE(folder.Make(parent_));
+    busy = folder.Path();
+    ASSERT_EQ(mount("tmpfs", busy.c_str(), "tmpfs", 0, nullptr), 0);
+    errno = EDOM;
+  }
+  EXPECT_EQ(errno, EDOM);
+  umount(busy.c_str());
+}
+
+TEST_F(UnfinishedFolderTest, FolderThatCannotHaveAMarkIsKept) {
+  std::ofstream(parent_ + "/file").close();
+  EXPECT_TRUE(KeepUnfinished(parent_ + "/file/abcdef"));
+  EXPECT_TRUE(KeepUnfinished(parent_ + "/" + std::string(250, 'x')));
 }
 
 TEST_F(UnfinishedFolderTest, LinkInTheFoldersPlaceIsNotFollowed) {
