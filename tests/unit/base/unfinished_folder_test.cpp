@@ -165,7 +165,27 @@ TEST_F(UnfinishedFolderTest, IsNotTriedAgainWhereNoFolderCanBe) {
   EXPECT_FALSE(folder.Make(parent_));
   EXPECT_EQ(errno, ENOSPC);
   EXPECT_EQ(mkdir_calls, 1);
+  EXPECT_EQ(folder.Path(), "") << "or it would be removed at the end";
   EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(UnfinishedFolderTest, IsGivenUpAfterAHundredNamesThatAreTaken) {
+  mkdir_errors.assign(100, EEXIST);
+  mkdir_calls = 0;
+  UnfinishedFolder folder;
+  EXPECT_FALSE(folder.Make(parent_));
+  EXPECT_EQ(mkdir_calls, 100);
+  EXPECT_EQ(folder.Path(), "");
+}
+
+TEST_F(UnfinishedFolderTest, IsNotKeptWhenItsMarkCannotBeMadeVoid) {
+  UnfinishedFolder folder;
+  ASSERT_TRUE(folder.Make(parent_));
+  ASSERT_EQ(mount(parent_.c_str(), parent_.c_str(), "", MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount("", parent_.c_str(), "", MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  EXPECT_FALSE(folder.Keep());
+  EXPECT_EQ(umount2(parent_.c_str(), MNT_DETACH), 0);
+  EXPECT_TRUE(folder.Keep());
 }
 
 TEST_F(UnfinishedFolderTest, LeftoverOfAKilledRunGoes) {
@@ -199,9 +219,12 @@ TEST_F(UnfinishedFolderTest, FolderOfALivingProcessStays) {
 TEST_F(UnfinishedFolderTest, FolderThatIsLeftMarkedStaysUntilTheProcessEnds) {
   const pid_t run = fork();
   if (run == 0) {
-    UnfinishedFolder folder;
-    const bool made = folder.Make(parent_);
-    folder.LeaveMarked();
+    bool made = false;
+    {
+      UnfinishedFolder folder;
+      made = folder.Make(parent_);
+      folder.LeaveMarked();
+    }
     RemoveUnfinished(parent_);
     _exit(made && Names().size() == 2 ? 0 : 1);
   }
