@@ -264,6 +264,22 @@ TEST_F(UnfinishedFolderTest, OtherNamesAreLeftAlone) {
   EXPECT_EQ(Names().size(), names.size() + 1);
 }
 
+TEST_F(UnfinishedFolderTest, FolderThatIsMarkedLaterGoesAsWell) {
+  const std::string mark = parent_ + "/.abcdef.unfinished";
+  fs::create_directory(parent_ + "/abcdef");
+  MarkUnfinished(parent_ + "/abcdef");
+  EXPECT_EQ(fs::file_size(mark), 0U);
+  EXPECT_EQ(ModeOf(mark), 0600U);
+  RemoveUnfinished(parent_);
+  EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(UnfinishedFolderTest, MarkIsMadeThroughNoLink) {
+  fs::create_symlink(parent_ + "/elsewhere", parent_ + "/.abcdef.unfinished");
+  MarkUnfinished(parent_ + "/abcdef");
+  EXPECT_FALSE(fs::exists(parent_ + "/elsewhere"));
+}
+
 TEST_F(UnfinishedFolderTest, LinkInTheMarksPlaceIsNone) {
   fs::create_directory(parent_ + "/abcdef");
   std::ofstream(parent_ + "/empty").close();
