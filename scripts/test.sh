@@ -8,7 +8,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-sanitized='^unit\.|^blackbox\.(hostile|v1_hostile_members|secrets|kova_archive_safety)'
+sanitized='^unit\.|^blackbox\.(hostile_(ca|members|transfers)|v1_hostile_members|secrets|kova_archive_safety)'
 case ${1:-} in
   --thorough) sanitized='^(unit|blackbox|realworld)\.' ;;
   "") ;;
