@@ -18,6 +18,15 @@ class Authorizations : public ClientTest {
   std::unique_ptr<AcmeV2Client> client_;
 };
 
+TEST(FindChallenge, LooksIntoAListAlone) {
+  const Json::Value listed = Parsed(R"({"challenges": [{"type": "dns-01"}, {"type": "http-01"}]})");
+  EXPECT_EQ(FindChallenge(listed, "http-01"), &listed["challenges"][1]);
+  for (const char* other : {R"({"a": {"type": "http-01"}})", R"("http-01")", "null", "7"}) {
+    const Json::Value odd = Parsed(std::string("{\"challenges\": ") + other + "}");
+    EXPECT_EQ(FindChallenge(odd, "http-01"), nullptr) << other;
+  }
+}
+
 TEST_F(Authorizations, AreProvedByTheChallengeTheyOffer) {
   std::string published;
   client_ = OrderedClient({"a.example"});

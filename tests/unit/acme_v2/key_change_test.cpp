@@ -51,6 +51,13 @@ TEST_F(KeyChange, AsksByTheKeyAndRegistersNobody) {
   EXPECT_TRUE(Verifies(question, Next().PublicJwk()));
 }
 
+TEST_F(KeyChange, AsksWithANonceOfItsOwn) {
+  Session fresh(ca_.DirectoryUrl(), Settings::Read());
+  fresh.SetupDirectory();
+  ca_.Once("POST /new-account", Known(ca_.AccountUrl()));
+  EXPECT_TRUE(IsKnownByKey(fresh, Account::Load(account_folder_)));
+}
+
 TEST_F(KeyChange, AnotherAccountsKeyIsNotThisOnes) {
   ca_.Once("POST /new-account", Known(ca_.Url("/account/2")));
   EXPECT_FALSE(IsKnownByKey(session_, WithNext()));
