@@ -1,12 +1,35 @@
 // What the CA says about the time of a renewal.
 #include "acme_v2/renewal_info.h"
 
+#include <curl/curl.h>
+
+#include <cstdarg>
 #include <thread>
 #include <tuple>
 
 #include "../crypto/made_certificate.h"
 #include "client_fixture.h"
 #include "wire_clock.h"
+
+namespace {
+
+long time_limit = 0;  // of the last request that has one, in milliseconds
+
+}  // namespace
+
+// The linker sends the product's calls of the second there.
+extern "C" {
+CURLcode __real_curl_easy_setopt(CURL*, CURLoption, ...);               // NOLINT
+CURLcode __wrap_curl_easy_setopt(CURL* handle, unsigned number, ...) {  // NOLINT
+  std::va_list args;
+  va_start(args, number);
+  void* value = va_arg(args, void*);  // a long is passed the same way
+  va_end(args);
+  const auto option = static_cast<CURLoption>(number);
+  if (option == CURLOPT_TIMEOUT_MS) time_limit = reinterpret_cast<long>(value);
+  return __real_curl_easy_setopt(handle, option, value);
+}
+}
 
 namespace kova::test {
 namespace {
@@ -276,7 +299,9 @@ TEST_F(Source, WaitsNoLongerThanTheSettingsAndNeverLongerThanTenSeconds) {
   for (const int longer : {0, 120}) {
     settings_.transfer_timeout = longer;
     RenewalInfoSource patient(ca_.DirectoryUrl(), settings_);
+    time_limit = 0;
     EXPECT_TRUE(patient.Ask("id.1")->info) << longer;
+    EXPECT_EQ(time_limit, 10000) << longer;
   }
 }
 
