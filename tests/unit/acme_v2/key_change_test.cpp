@@ -128,6 +128,15 @@ TEST_F(KeyChange, ThatTheCaKnowsIsFinished) {
   EXPECT_EQ(Parsed(ReadFile(account_folder_ + "/private_key.json")), Next().ToJson());
 }
 
+TEST_F(KeyChange, ThatTheCaKnowsIsToldAtLevelOne) {
+  WriteNextKey(account_folder_, Next().ToJson());
+  ca_.Once("POST /new-account", Known(ca_.AccountUrl()));
+  OutputCapture output(1);
+  EXPECT_EQ(Use(), "nothing");
+  EXPECT_EQ(output.Debug().back(),
+            "The CA knows the account by its next key. [" + account_folder_ + "]");
+}
+
 TEST_F(KeyChange, ThatTheCaDoesNotKnowLeavesBothKeys) {
   for (const HttpReply& reply : {kNoAccount, HttpReply::Text(500, "no")}) {
     WriteNextKey(account_folder_, Next().ToJson());

@@ -34,6 +34,12 @@ TEST_F(Revocation, SendsTheFirstCertificateInBase64UrlWithItsPadding) {
   EXPECT_TRUE(Verifies(ca_.Signed()[0], AccountKey()));
 }
 
+TEST_F(Revocation, AtTheCaAloneTellsAReasonAndKeepsTheRecord) {
+  EXPECT_EQ(client_->RevokeAtCa(kFolder, 4), kPem);
+  EXPECT_EQ(ca_.Signed()[0].payload, "{\"certificate\":\"MII-A_A=\",\"reason\":4}\n");
+  EXPECT_TRUE(Exists(kRecord));
+}
+
 TEST_F(Revocation, RemovesTheRecordAndNothingElse) {
   WriteFile(std::string(kFolder) + "/privkey.pem", "key", 0400);
   EXPECT_EQ(Revoke(), "nothing");
