@@ -77,6 +77,8 @@ std::optional<Certificate> Certificate::FromFile(const std::string& path) {
 }
 
 std::vector<Certificate> Certificate::ChainFromText(const std::string& pem) {
+  // Whoever reads it from a file would see it end at a line that begins so.
+  if (pem.find('\0') != std::string::npos) return {};
   const ErrorsForgotten errors;
   ERR_clear_error();  // the last error below is to be of this reading
   const BioPtr source = PemSource(pem);

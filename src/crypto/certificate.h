@@ -18,7 +18,8 @@ class Certificate {
   // phrase, and only regular files are opened.
   [[nodiscard]] static std::optional<Certificate> FromFile(const std::string& path);
 
-  // All certificates of a PEM text, in its order; empty when one of them cannot be read.
+  // All certificates of a PEM text, in its order; empty when one of them cannot be read, and for a
+  // text that is none.
   [[nodiscard]] static std::vector<Certificate> ChainFromText(const std::string& pem);
 
   // The host names and addresses of the subjectAltName, in its order; other kinds are left out.

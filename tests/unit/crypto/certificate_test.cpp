@@ -196,6 +196,7 @@ TEST_F(CertificateTest, AChainKeepsItsOrder) {
 
 TEST_F(CertificateTest, AChainWithSomethingBrokenInItIsNone) {
   const std::string good = PemOf(*root_.certificate);
+  EXPECT_THAT(Certificate::ChainFromText(std::string(1, '\0') + "\n" + good), IsEmpty());
   EXPECT_THAT(Certificate::ChainFromText(""), IsEmpty());
   EXPECT_THAT(Certificate::ChainFromText("nothing"), IsEmpty());
   EXPECT_THAT(Certificate::ChainFromText(good + good.substr(0, good.size() / 2)), IsEmpty());
