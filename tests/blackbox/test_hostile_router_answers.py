@@ -75,7 +75,8 @@ WHATEVER = (OPENED, REFUSED, NOT_SET)
 
 def lists():
     yield "slow list without end", run(slow_list, NOT_SET, within=DETECTION + RULE_SET)
-    yield "list without end", answered(LIST, igd.granted(LIST, **ENTRY), OPENED, NOT_SET)
+    yield "list without end", answered(LIST, igd.granted(LIST, **ENTRY), OPENED, NOT_SET,
+                                       within=DETECTION + 2 * RULE_SET)  # opening and closing
     for name, value in ODD.items():
         yield f"list with {name}", listing(value)
         yield f"found with {name}", finding(value)
