@@ -1,6 +1,7 @@
 // A move that is noted, and what becomes of it when its run is cut short at any point.
 #include "archive/noted_move.h"
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -141,11 +142,25 @@ TEST_F(NotedMoveTest, AMoveThatCannotBeFinishedStaysNoted) {
   EXPECT_FALSE(finished);
   EXPECT_EQ(finished.Text(), "Failed to move " + Folder("Fresh1/privkey.pem") + " to " +
                                  Folder("abc/privkey.pem") + ": Is a directory");
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to move " + Folder("Fresh1/privkey.pem") +
+                                 " to " + Folder("abc/privkey.pem") + " [21]"));
   EXPECT_TRUE(IsMoveNoted("abc"));
   EXPECT_TRUE(Exists(Folder("Fresh1/privkey.pem")));
   test::RemoveAll(Folder("abc/privkey.pem"));
   EXPECT_TRUE(FinishNotedMove("abc"));
   ExpectNewSet();
+}
+
+TEST_F(NotedMoveTest, ANoteThatCannotBeRemovedIsTold) {
+  Note();
+  const CertificateLock lock("abc");
+  const std::string note = Folder("abc/noted_move");
+  ASSERT_EQ(mount(note.c_str(), note.c_str(), "", MS_BIND, nullptr), 0);
+  EXPECT_EQ(ForgetMove(lock).Text(), "Failed to remove " + note + ": Device or resource busy");
+  EXPECT_EQ(umount2(note.c_str(), MNT_DETACH), 0);
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to remove " + note + " [16]"));
+  EXPECT_TRUE(ForgetMove(lock));
+  EXPECT_FALSE(IsMoveNoted("abc"));
 }
 
 TEST_F(NotedMoveTest, ANextMoveFinishesTheOneBefore) {
