@@ -95,8 +95,8 @@ class AcmeV2Client {
   }
   void RevokeCertificate(const std::string& folder) { Revoke(session_, folder); }
   // The first half of it: for a caller with a lock to take before the record is removed.
-  std::string RevokeAtCa(const std::string& folder, std::optional<int> reason = std::nullopt) {
-    return kova::RevokeAtCa(session_, folder, reason);
+  std::string RevokeAtCa(const std::string& folder, const RevokeOptions& options = {}) {
+    return kova::RevokeAtCa(session_, folder, options);
   }
 
  private:

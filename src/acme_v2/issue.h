@@ -29,11 +29,17 @@ Json::Value FinalizeOrder(Session& session, const Order& order, const std::strin
 // is takes its place; when there is none, the system log says so. Throws SLError 200.
 std::string DownloadChain(Session& session, const Json::Value& order, const std::string& preferred);
 
-// Revokes the certificate of an archive folder at the CA, for a reason of RFC 5280 (5.3.1) or for
-// none. Returns the text of the folder's cert.pem as it was then. Throws SLError 200, and
-// std::out_of_range when it holds no PEM block.
+struct RevokeOptions {
+  std::optional<int> reason{};  // of RFC 5280 (5.3.1); none is said without
+  // Whether a CA is believed that it has revoked the certificate before when it says so by its
+  // problem document (RFC 8555), and not by the status 409 alone.
+  bool believes_problem = false;
+};
+
+// Revokes the certificate of an archive folder at the CA. Returns the text of the folder's cert.pem
+// as it was then. Throws SLError 200, and std::out_of_range when it holds no PEM block.
 std::string RevokeAtCa(Session& session, const std::string& folder,
-                       std::optional<int> reason = std::nullopt);
+                       const RevokeOptions& options = {});
 
 // Removes the renewal record of a folder, which is then no longer renewed; its certificate stays. A
 // failure is told at debug level 1 and, unless there is none, in the log.

@@ -89,7 +89,9 @@ Reply Run(const Arguments& arguments) {
   const RenewalSettings settings = ReadSettings();
   const std::vector<std::string> names =
       ReadFacts(certificate.folder + "/cert.pem", DueRule::Of(settings), 0).names;
-  const std::optional<SLError> failure = Capture([&] { Revoke(certificate, settings, reason); });
+  const std::optional<SLError> failure = Capture([&] {
+    Revoke(certificate, settings, {reason, true});
+  });
   if (failure) {
     Reply reply;
     Explain(reply, *failure, names, "certificate [" + certificate.id + "] is not revoked: ");

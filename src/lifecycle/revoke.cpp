@@ -33,22 +33,22 @@ void RemoveRecordOf(const ArchivedCertificate& certificate, const std::string& r
 }
 
 void RevokeWithV2(const ArchivedCertificate& certificate, const RenewalRecord& record,
-                  const Settings& settings, std::optional<int> reason) {
+                  const Settings& settings, const RevokeOptions& options) {
   const std::string& folder = certificate.folder;
   AcmeV2Client client(record.server, settings);
   DebugStep("revoke with v2. [%s].", folder.c_str());
   client.SetupDirectory();
   client.LoadAccount(record.account);
   client.NewNonce();
-  RemoveRecordOf(certificate, client.RevokeAtCa(folder, reason));
+  RemoveRecordOf(certificate, client.RevokeAtCa(folder, options));
 }
 
 void RevokeByRecord(const ArchivedCertificate& certificate, const RenewalRecord& record,
-                    const Settings& settings, std::optional<int> reason) {
+                    const Settings& settings, const RevokeOptions& options) {
   if (record.version == 1) {
     RevokeWithAcmeV1(record.server, record.account, certificate.folder, settings);
   } else {
-    RevokeWithV2(certificate, record, settings, reason);
+    RevokeWithV2(certificate, record, settings, options);
   }
 }
 
@@ -59,7 +59,7 @@ void LogFailure(const std::string& folder, const std::string& reason) {
 }  // namespace
 
 void Revoke(const ArchivedCertificate& certificate, const Settings& settings,
-            std::optional<int> reason) {
+            const RevokeOptions& options) {
   const std::string& folder = certificate.folder;
   FinishRenewal(certificate);
   const std::string path = RenewalRecordPath(folder);
@@ -70,7 +70,7 @@ void Revoke(const ArchivedCertificate& certificate, const Settings& settings,
   const std::optional<RenewalRecord> record = RecordOrMessage(folder);
   if (!record) return;
   try {
-    RevokeByRecord(certificate, *record, settings, reason);
+    RevokeByRecord(certificate, *record, settings, options);
   } catch (const SLError& error) {
     LogFailure(folder, error.message);
     throw;

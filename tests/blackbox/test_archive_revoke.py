@@ -71,10 +71,18 @@ def test_another_reason_is_a_usage_error(host, ca, issued, reason):
     assert len(ca.requests) == requests and os.path.exists(issued + "/renew.json")
 
 
-def test_one_that_was_revoked_before(host, ca, issued):
-    ca.answer("revokeCert", problem("alreadyRevoked", "again?", 409))
+@pytest.mark.parametrize("status", [400, 409])
+def test_one_that_was_revoked_before(host, ca, issued, status):
+    ca.answer("revokeCert", problem("alreadyRevoked", "again?", status))
     assert revoke(host).status == 0
-    assert not os.path.exists(issued + "/renew.json")
+    assert not os.path.exists(issued + "/renew.json") and not os.path.exists(paths.CRON_JOB)
+
+
+@pytest.mark.parametrize("type_, status", [("alreadyRevoked", 403), ("badPublicKey", 400)])
+def test_one_that_the_ca_does_not_say_to_be_revoked(host, ca, issued, type_, status):
+    ca.answer("revokeCert", problem(type_, "no", status))
+    assert revoke(host).status == 1
+    assert os.path.exists(issued + "/renew.json")
 
 
 def test_refusal_of_the_ca(host, ca, issued):

@@ -8,6 +8,7 @@ import signal
 
 import pytest
 from lib import expect, paths
+from lib.archive_cli import PROGRAM, done
 from lib.bad_line import NAME, SHORT_WAITS, STEP, BadLine, nothing_left_over
 from lib.faulty_proxy import FAULTS, HARMLESS
 from lib.renewal import INDEX, Archive, Reloads, deployed, quiet, reported, serial, service
@@ -139,8 +140,9 @@ def died(result, folder, reason):
 
 
 def test_revoke(host, line):
-    """A reply that is lost after the CA has revoked is the one thing that no next run can make good
-    here: this CA refuses to revoke twice, and only the status 409 counts as done before."""
+    """A reply that is lost after the CA has revoked is the one thing that no next run of this command
+    can make good here: this CA refuses to revoke twice, and only the status 409 counts as done before.
+    kova-archive believes it."""
     lost = 0
     for fault, number in sorted({*faults(3), ("drop_reply", 3), ("drop_request", 3)}):
         folder = issue(host, line)
@@ -161,6 +163,8 @@ def test_revoke(host, line):
             else:
                 died(revoke(host, folder), folder, "Revoke failed - " + BEFORE)
                 old.stands()
+                done(host.run("revoke", os.path.basename(folder), program=PROGRAM))
+                assert not os.path.exists(folder + "/renew.json")
                 lost += 1
                 assert (fault.endswith("_reply"), number) == (True, 3)
         assert line.ca.status(certificate) == "Revoked"

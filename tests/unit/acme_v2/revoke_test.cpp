@@ -35,7 +35,7 @@ TEST_F(Revocation, SendsTheFirstCertificateInBase64UrlWithItsPadding) {
 }
 
 TEST_F(Revocation, AtTheCaAloneTellsAReasonAndKeepsTheRecord) {
-  EXPECT_EQ(client_->RevokeAtCa(kFolder, 4), kPem);
+  EXPECT_EQ(client_->RevokeAtCa(kFolder, {.reason = 4}), kPem);
   EXPECT_EQ(ca_.Signed()[0].payload, "{\"certificate\":\"MII-A_A=\",\"reason\":4}\n");
   EXPECT_TRUE(Exists(kRecord));
 }
@@ -65,6 +65,17 @@ TEST_F(Revocation, IsDoneWhenItWasDoneBefore) {
   EXPECT_FALSE(Exists(kRecord));
 }
 
+TEST_F(Revocation, IsDoneWhenAProblemThatIsBelievedSaysSo) {
+  ca_.Once("POST /revoke", ScriptedCa::Problem(400, "alreadyRevoked", "twice"));
+  EXPECT_EQ(client_->RevokeAtCa(kFolder, {.believes_problem = true}), kPem);
+  for (const HttpReply& other :
+       {ScriptedCa::Problem(400, "malformed", "no"),
+        ScriptedCa::Problem(403, "alreadyRevoked", "no"), HttpReply::Json(400, "[]")}) {
+    ca_.Once("POST /revoke", other);
+    EXPECT_THROW((void)client_->RevokeAtCa(kFolder, {.believes_problem = true}), SLError);
+  }
+}
+
 TEST_F(Revocation, ThatTheCaRefusesSaysWhyAndKeepsTheRecord) {
   struct Refusal {
     HttpReply reply;
@@ -74,6 +85,8 @@ TEST_F(Revocation, ThatTheCaRefusesSaysWhyAndKeepsTheRecord) {
       {ScriptedCa::Problem(403, "unauthorized", "not 100% yours %s"),
        "200 client_v2: Revoke failed - 403  not 100% yours %s"},
       {ScriptedCa::Problem(400, "malformed", "no"), "200 client_v2: Revoke failed - 400  no"},
+      {ScriptedCa::Problem(400, "alreadyRevoked", "twice"),
+       "200 client_v2: Revoke failed - 400  twice"},
       {HttpReply::Json(500, "{}"), "200 client_v2: Revoke failed - 500  "},
       {HttpReply::Json(500, "[]"), "200 client_v2: Revoke failed - 500  "},
       {HttpReply::Json(429, R"({"detail": {}})"), "200 client_v2: Revoke failed - 429  "},
