@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <ostream>
 
 #include "../crypto/known_keys.h"
 #include "acme_v2/client_v2.h"
@@ -225,6 +226,10 @@ struct Refusal {
   const char* body;
   const char* error;
 };
+
+void PrintTo(const Refusal& refusal, std::ostream* output) {
+  *output << refusal.status << " " << refusal.body;
+}
 
 class AccountV1RefusalTest : public AccountV1Test, public testing::WithParamInterface<Refusal> {};
 
