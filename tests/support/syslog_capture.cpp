@@ -19,10 +19,13 @@ constexpr char kSocketPath[] = "/dev/log";
 
 // "<11>Nov 21 10:00:00 program: text"
 SyslogMessage Parse(const std::string& datagram) {
-  static const std::regex form(R"(^<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d [^:]*?: ([^]*)$)");
+  // The head alone: the library needs stack for each character that it matches.
+  static const std::regex head(R"(<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d [^:]*?: )");
   std::smatch match;
-  if (!std::regex_match(datagram, match, form)) return {-1, datagram};
-  return {std::stoi(match[1]) & LOG_PRIMASK, match[2]};
+  if (!std::regex_search(datagram, match, head, std::regex_constants::match_continuous)) {
+    return {-1, datagram};
+  }
+  return {std::stoi(match[1]) & LOG_PRIMASK, match.suffix()};
 }
 
 }  // namespace
