@@ -74,7 +74,8 @@ std::string KeyPem(EVP_PKEY& key, KeyType type) {
 }
 
 void CertificateKey::MakeAhead() {
-  if (IsRsa(type_)) ahead_.emplace([type = type_] { return NewKeyPem(type); });
+  if (!IsRsa(type_) || !platform::IsSingleThreaded()) return;
+  ahead_.emplace([type = type_] { return NewKeyPem(type); });
 }
 
 EvpPkeyPtr CertificateKey::Take() {

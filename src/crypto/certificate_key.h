@@ -25,7 +25,7 @@ class CertificateKey {
   explicit CertificateKey(KeyType type) : type_(type) {}
 
   // Has a child process make the key from now on, so that it is there when the CA has validated. A
-  // key that takes no time waits for Take.
+  // key that takes no time waits for Take, and so does each in a process of several threads.
   void MakeAhead();
 
   // A key, another one at each call: the one that was made ahead, or else made now. None when it

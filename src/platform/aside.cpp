@@ -6,7 +6,10 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <iterator>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "platform/signals.h"
@@ -79,6 +82,12 @@ bool AskAside(const std::function<bool()>& question, std::chrono::milliseconds p
   const ChildEnd end = WatchChild(child, pipe.reading.Get(), {patience, 1}, answer);
   if (end != ChildEnd::kExited) kill(child, SIGKILL);
   return WaitFor(child) == 0 && answer == "y";
+}
+
+bool IsSingleThreaded() {
+  std::error_code error;
+  const std::filesystem::directory_iterator threads("/proc/self/task", error);
+  return !error && std::distance(begin(threads), end(threads)) == 1;
 }
 
 TextAside::TextAside(const std::function<std::string()>& work) {

@@ -19,7 +19,11 @@ namespace kova::platform {
 [[nodiscard]] bool AskAside(const std::function<bool()>& question,
                             std::chrono::milliseconds patience);
 
-// A text that is made while we go on.
+// Whether a child would find each lock of the libraries free: of several threads another one may
+// hold one at that moment, for ever as the child sees it.
+[[nodiscard]] bool IsSingleThreaded();
+
+// A text that is made while we go on. For a process with a single thread.
 class TextAside {
  public:
   static constexpr size_t kLongest = 16384;  // bytes; fewer than a pipe holds
