@@ -54,12 +54,14 @@ class Lab:
         self.host.write(self.workspace + "/keys/next", bytes(4))
         self.zone = self.workspace + "/zone"  # a file per TXT record, NAME.VALUE
         os.mkdir(self.zone)
+        # The tree itself may be below what the host hides.
+        tool = shutil.copy(build + "/tests/faults/fault_point", self.workspace)
         self.host.start()
         self.host.mount("/tmp", 0o1777)
         self.host.write(paths.ARCHIVE + "/INFO", "{}\n", 0o600)
         self.installed = Snapshot()
         self._faults = faults
-        self.tool = FaultPoint(self.host, build + "/tests/faults/fault_point")
+        self.tool = FaultPoint(self.host, tool)
         self.account_key = _key(f"{self.workspace}/keys/{POOLED_KEYS - 1}")
         self.ca = AcmeCa()
         tolerate_padding(self.ca)
