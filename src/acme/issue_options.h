@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "crypto/csr.h"
+#include "crypto/certificate_key.h"
 
 namespace kova {
 

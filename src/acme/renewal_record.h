@@ -20,7 +20,7 @@ struct RenewalRecord {
   int version = 0;      // of the protocol, 1 or 2; any other number is not to be used
 
   // What was chosen for this certificate and holds for its renewals; none: nothing was.
-  std::optional<std::string> key_type{};  // as crypto/csr.h names them; "" when it is no text
+  std::optional<std::string> key_type{};  // as NameOf has it; "" when it is no text
   std::string profile{};                  // empty: nothing was chosen
   std::string preferred_chain{};          // likewise
 

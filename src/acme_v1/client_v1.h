@@ -22,7 +22,7 @@
 #include "acme/nonce_pool.h"
 #include "base/settings.h"
 #include "challenge/challenge.h"
-#include "crypto/csr.h"
+#include "crypto/certificate_key.h"
 #include "crypto/rsa.h"
 #include "net/client_network.h"
 

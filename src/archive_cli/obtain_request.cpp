@@ -10,7 +10,7 @@
 #include "archive_cli/changes.h"
 #include "archive_cli/entries.h"
 #include "archive_cli/text.h"
-#include "crypto/csr.h"
+#include "crypto/certificate_key.h"
 #include "lifecycle/issue.h"
 #include "lifecycle/name_check.h"
 #include "lifecycle/names.h"

@@ -41,7 +41,6 @@ bool SetCommonName(X509_REQ& request, const std::string& name) {
 }
 
 bool AddAlternativeNames(X509_REQ& request, const std::string& names) {
-  if (names.empty()) return true;
   ExtensionPtr extension(
       X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, names.c_str()));
   const ExtensionStackPtr stack(sk_X509_EXTENSION_new_null());

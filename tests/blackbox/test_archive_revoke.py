@@ -1,13 +1,16 @@
 """kova-archive revoke: at the CA, for a reason or none; the files stay."""
 
+import fcntl
 import json
 import os
 import signal
+import threading
+import time
 
 import pytest
 from cryptography.hazmat.primitives.serialization import Encoding
 from lib import expect, jws, paths
-from lib.archive_cli import PROGRAM, ArchiveCli, done, failed, refused
+from lib.archive_cli import LOCK, PROGRAM, ArchiveCli, done, failed, refused
 from lib.interruption import ended, telling
 from lib.renewal import NAME, folder_of, record, service
 from lib.signed_server import problem
@@ -161,3 +164,24 @@ def test_signal_ends_it(host, ca, issued):
     ca.answer("revokeCert", telling(signal.SIGINT, program=PROGRAM))
     ended(revoke(host), signal.SIGINT, "kova-archive")
     assert os.path.exists(issued + "/renew.json")
+
+
+def test_job_stays_for_a_certificate_that_is_entered_meanwhile(host, ca, issued):
+    """Somebody else holds the index while the job's other users are looked for."""
+    def interfere():
+        while os.path.exists(issued + "/renew.json"):
+            time.sleep(0.01)
+        time.sleep(0.3)
+        os.makedirs(folder_of("bbb"))
+        host.write(folder_of("bbb") + "/renew.json", "{}", 0o400)
+        ArchiveCli(host).write_index({"aaa": {"services": []}, "bbb": {"services": []}})
+        fcntl.flock(lock, fcntl.LOCK_UN)
+
+    with open(LOCK, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        thread = threading.Thread(target=interfere)
+        thread.start()
+        result = revoke(host, env={"LD_PRELOAD": ""})  # its waits are real
+        thread.join()
+    assert (result.status, result.stderr) == (0, "")
+    assert os.path.exists(paths.CRON_JOB)

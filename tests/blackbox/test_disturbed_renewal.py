@@ -13,7 +13,7 @@ from cryptography.hazmat.primitives.serialization import load_pem_private_key
 from lib import expect, paths
 from lib.http_script import Reply
 from lib.issuer import Issuer
-from lib.renewal import (NAME, Archive, Reloads, deployed, folder_of, put_certificate, quiet, record,
+from lib.renewal import (NAME, Reloads, deployed, folder_of, put_certificate, quiet, record,
                          serial, service)
 
 ID = "AbC123"
@@ -21,11 +21,6 @@ FOLDER = folder_of(ID)
 FRESH = folder_of("FrEsH1")
 NOTE = FOLDER + "/noted_move"
 FILES = ["cert.pem", "chain.pem", "fullchain.pem", "privkey.pem", "renew.json"]
-
-
-@pytest.fixture
-def archive(host):
-    return Archive(host)
 
 
 @pytest.fixture
