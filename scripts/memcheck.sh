@@ -19,6 +19,15 @@ cmake --build --preset release
 export KOVA_MEMCHECK=$PWD/build/memcheck
 rm -rf "$KOVA_MEMCHECK"
 mkdir -p "$KOVA_MEMCHECK"
+# Making a key takes ten seconds under valgrind, and is tried by the unit tests.
+export KOVA_KEYS=$PWD/build/release/tests/faults/libkova_faults_preload.so
+export KOVA_KEY_POOL=$PWD/build/memcheck-keys
+mkdir -p "$KOVA_KEY_POOL"
+export KOVA_KEY_COUNT=300
+for ((number = 0; number < KOVA_KEY_COUNT; number++)); do
+  [[ -s $KOVA_KEY_POOL/$number ]] || openssl genrsa -out "$KOVA_KEY_POOL/$number" 2048
+done
+head --bytes=4 /dev/zero > "$KOVA_KEY_POOL/next"
 for program in build/release/tests/unit/*/*_test; do
   name=unit.$(basename "$program" _test)
   grep -qE "$tests" <<< "$name" || continue

@@ -1,6 +1,7 @@
 /* Preloaded into the programs of a sweep: RSA keys of 2048 bits are not made but read in turn from
- * the files that are named 0, 1, 2, ... in the folder KOVA_KEY_POOL. Its file "next" holds the
- * number of the next one, shared by all processes, so that keys in a row differ.
+ * the files that are named 0, 1, 2, ... in the folder KOVA_KEY_POOL, which has KOVA_KEY_COUNT of
+ * them (16). Its file "next" holds the number of the next one, shared by all processes, so that keys
+ * in a row differ.
  *
  * Not linked with the library of these functions: most programs that get this have none. */
 #define _GNU_SOURCE
@@ -33,7 +34,8 @@ static unsigned next_number(const char* folder) {
   close(file);
   unsigned number = atomic_fetch_add((atomic_uint*)page, 1);
   munmap(page, sizeof(atomic_uint));
-  return number % KEYS;
+  const char* count = getenv("KOVA_KEY_COUNT");
+  return number % (count != NULL ? (unsigned)atoi(count) : KEYS);
 }
 
 static EVP_PKEY* pooled_key(const char* folder) {

@@ -1,5 +1,6 @@
 """Runs of the programs under valgrind, for scripts/memcheck.sh: with KOVA_MEMCHECK=FOLDER in the
-environment each run leaves a file there when something was found, named after its test."""
+environment each run leaves a file there when something was found, named after its test. Keys are
+dealt from a pool when KOVA_KEYS names the library that does so: one that is made takes ten seconds."""
 
 import os
 import re
@@ -10,7 +11,7 @@ SLOWER = 30  # times
 # What is in a child that is not replaced by another program is in its parent's file, too. A child
 # need not free what its end frees.
 VALGRIND = ["/usr/bin/valgrind", "--quiet", "--leak-check=no", "--trace-children=no",
-            "--num-callers=30"]
+            "--num-callers=30", "--vex-guest-chase=no"]  # the latter begins a program sooner
 
 
 def command(argv, number):
@@ -19,6 +20,15 @@ def command(argv, number):
         return argv
     test = re.sub(r"[^A-Za-z0-9_.-]+", "-", os.environ.get("PYTEST_CURRENT_TEST", "no-test"))
     return [*VALGRIND, f"--log-file={FOLDER}/{test[-150:]}.{number}", *argv]
+
+
+def environment(variables):
+    """The environment of such a run, from that of a usual one."""
+    if FOLDER and os.environ.get("KOVA_KEYS") and variables.get("LD_PRELOAD"):
+        pool = {name: os.environ[name] for name in ("KOVA_KEY_POOL", "KOVA_KEY_COUNT")}
+        return {**variables, **pool,
+                "LD_PRELOAD": variables["LD_PRELOAD"] + ":" + os.environ["KOVA_KEYS"]}
+    return variables
 
 
 def patience(timeout):
