@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <span>
 
 #include "archive/noted_move.h"
 #include "archive/paths.h"
@@ -104,6 +105,14 @@ TEST_F(DeployTest, KnowsNoActionWhoseRowBearsAnotherNumber) {
   EXPECT_EQ(FindAction(damaged, 1), nullptr);
   EXPECT_EQ(FindAction(damaged, 2), nullptr);
   EXPECT_EQ(FindAction(damaged, -1), nullptr);
+}
+
+TEST_F(DeployTest, KnowsNoActionBesideTheTable) {
+  const CRTActionInfo rows[4] = {{-1, 0, 0, 1}, {0, 0, 0, 1}, {1, 0, 0, 1}, {2, 0, 0, 1}};
+  const std::span<const CRTActionInfo> table(&rows[1], 2);
+  EXPECT_EQ(FindAction(table, 1), &rows[2]);
+  EXPECT_EQ(FindAction(table, 2), nullptr);
+  EXPECT_EQ(FindAction(table, -1), nullptr);
 }
 
 TEST_F(DeployTest, RefusesAWrongActionBeforeAnyServiceIsTouched) {
@@ -249,6 +258,25 @@ TEST_F(DeployTest, TheLogHasAWarningForAScriptThatWasNotContent) {
   EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
   ASSERT_EQ(syslog_.Messages().size(), 1U);
   EXPECT_EQ(syslog_.Messages()[0].priority, LOG_WARNING);
+}
+
+TEST_F(DeployTest, AMarkThatCannotBeWrittenIsLogged) {
+  AddCertificate("abc");
+  AddReloadScript("/usr/libexec/certificate.d/mail", 3);
+  MakeFolder(std::string(kMarks) + "/occupied");
+  EXPECT_TRUE(RegisterAndDeploy("abc", List({smtp_}), "", 2));
+  EXPECT_THAT(Log(), ElementsAre(kEndedWith3,
+                                 "utils.cpp:# Failed to write [" + std::string(kMarks) + "] [21]"));
+}
+
+TEST_F(DeployTest, AMarkNeedsTheCertificatesLock) {
+  AddCertificate("abc");
+  const Service service = ServiceFrom(smtp_);
+  NoteReload("abc", service, 0);
+  EXPECT_FALSE(Exists("/run/kova-certificate")) << "there is nothing to take away";
+  MakeFolder("/run/kova-certificate/abc");  // cannot be locked
+  NoteReload("abc", service, 3);
+  EXPECT_FALSE(Exists(kMarks));
 }
 
 TEST_F(DeployTest, MarksThatCannotBeReadCountAsNone) {
@@ -403,6 +431,9 @@ TEST_F(DeployTest, OfTwoFailuresTheFirstIsTold) {
   EXPECT_EQ(RegisterAndDeploy("abc", List({smtp_}), "", 2).Text(), "Reload kovarelayd: failed");
   const Status both = RegisterAndDeploy("abc", List({Json::Value(7)}), "", 2);
   EXPECT_EQ(both.Text(), "service object is error.");
+  const Json::Value unowned = ServiceObject("mail", "smtp", "nobody-of-that-name");
+  EXPECT_EQ(RegisterAndDeploy("abc", List({Json::Value(7), unowned}), "", 2).Text(),
+            "service object is error.");
 }
 
 TEST_F(DeployTest, AnInterruptedOneCanBeFinishedByItself) {
@@ -412,6 +443,7 @@ TEST_F(DeployTest, AnInterruptedOneCanBeFinishedByItself) {
   }
   FinishInterruptedDeployment();  // no note: nothing of ours
   EXPECT_FALSE(Exists(kSmtp));
+  EXPECT_FALSE(Exists("/run/kova-certificate-deploy.lock")) << "somebody may hold it for long";
   test::NoteReplacement(kSmtp);
   FinishInterruptedDeployment();
   EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "old");
@@ -732,6 +764,13 @@ TEST_F(DeployTest, LeavesAServiceThatWasMovedSinceItsListWasRead) {
   EXPECT_EQ(Scripts(), "/usr/libexec/certificate.d/mail imap\n");
 }
 
+TEST_F(DeployTest, RedeploysNothingOfACertificateThatIsNotUsable) {
+  AddCertificate("abc", List({smtp_}));
+  EXPECT_EQ(RedeployListed("other", List({smtp_})).Text(), "Invalid cert id: [other]");
+  EXPECT_EQ(RedeployListed("other", List({})).Text(), "Invalid cert id: [other]");
+  EXPECT_FALSE(Exists("/usr/kova/running")) << "the relay daemon was asked about";
+}
+
 TEST_F(DeployTest, RedeploysWhatItWasGivenWhenTheIndexIsGone) {
   AddCertificate("abc", List({smtp_}));
   // Between the test of the certificate and the service's turn.
@@ -764,6 +803,22 @@ TEST_F(TransferTest, TakesTheServiceFromWhoeverListsItByThen) {
   EXPECT_EQ(Services("two"), List({}));
   EXPECT_EQ(Services("dst"), List({smtp_}));
   EXPECT_EQ(Read(std::string(kSmtp) + "/cert.pem"), "dst cert.pem\n");
+}
+
+TEST_F(TransferTest, TakesItFromTheOthersAlsoWhenTheTargetListsItAlready) {
+  AddCertificate("one", List({smtp_}));
+  AddCertificate("dst", List({smtp_}));
+  EXPECT_TRUE(TransferService("dst", smtp_, ""));
+  EXPECT_EQ(Services("one"), List({}));
+  EXPECT_EQ(Services("dst"), List({smtp_}));
+}
+
+TEST_F(TransferTest, NeedsAUsableTarget) {
+  AddCertificate("one", List({smtp_}));
+  EXPECT_EQ(TransferService("dst", smtp_, "").Text(), "Invalid cert id: [dst]");
+  EXPECT_FALSE(Exists(kSmtp));
+  EXPECT_FALSE(Exists("/usr/kova/running")) << "the relay daemon was asked about";
+  EXPECT_EQ(Services("one"), List({smtp_}));
 }
 
 TEST_F(TransferTest, LeavesTheIndexWhenTheTargetAloneListsIt) {
@@ -815,6 +870,13 @@ TEST_F(EntryPointTest, SetsTheSystemDefaultFlagOnSuccessOnly) {
   bool has_default = false;
   EXPECT_FALSE(DeployToOwnServices("abc", has_default));
   EXPECT_FALSE(has_default);
+}
+
+TEST_F(EntryPointTest, LocksNoCertificateThatHasNoServicesAndNoNote) {
+  AddCertificate("abc");
+  bool has_default = false;
+  EXPECT_TRUE(DeployToOwnServices("abc", has_default));
+  EXPECT_FALSE(Exists("/run/kova-certificate/abc"));
 }
 
 TEST_F(EntryPointTest, LogsWhyItDidNotDeploy) {

@@ -1,3 +1,4 @@
+#include <openssl/err.h>
 #include <syslog.h>
 
 #include <ctime>
@@ -79,6 +80,14 @@ TEST_F(ExpiryTest, WhatCannotBeReadIsNotDue) {
       ElementsAre("utils.cpp:# Failed to open /usr/kova/cert.pem (No such file or directory)",
                   "utils.cpp:# Failed to read /usr/kova/cert.pem (Success)",
                   "utils.cpp:# Failed to read /usr/kova/cert.pem (Success)"));
+}
+
+TEST_F(ExpiryTest, LeavesNoErrorForTheNextOneToFind) {
+  EXPECT_FALSE(ExpiresWithin(kPath, 30));
+  EXPECT_EQ(ERR_peek_error(), 0U);
+  Write(kPath, "no certificate");
+  EXPECT_FALSE(ExpiresWithin(kPath, 30));
+  EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
 TEST_F(ExpiryTest, ReadsTheFirstCertificate) {

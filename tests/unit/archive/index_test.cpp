@@ -127,7 +127,9 @@ TEST_F(IndexTest, LeavesTheOldIndexWhenStagingFails) {
 
 TEST_F(IndexTest, LogsARenameThatFails) {
   test::MakeFolder(std::string(kInfo) + "/occupied");
-  EXPECT_FALSE(WriteIndex(Json::Value(Json::objectValue)));
+  EXPECT_EQ(WriteIndex(Json::Value(Json::objectValue)).Text(),
+            "Failed to move /usr/kova/etc/certificate/_archive/INFO.temp to "
+            "/usr/kova/etc/certificate/_archive/INFO: Is a directory");
   EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to move "
                                  "/usr/kova/etc/certificate/_archive/INFO.temp to "
                                  "/usr/kova/etc/certificate/_archive/INFO"));
@@ -213,7 +215,8 @@ TEST_F(IndexTest, EditLeavesAnIndexThatARewriteWouldNotKeep) {
 
 TEST_F(IndexTest, EditKeepsTextsThatLookLikeHugeNumbers) {
   Write(kInfo, R"({"a": "18446744073709551616", "18446744073709551617": "\\\" 1e5", "b": 1.5e300,
-                   "c": 0.12345678901234567890123, "d": -9223372036854775808})");
+                   "c": 0.12345678901234567890123, "d": -9223372036854775808,
+                   "e": "1234567890123456789012345678901234567890"})");
   Json::Value expected = ReadInfo();
   ASSERT_TRUE(EditIndex(kUpdateTimeout, AddMark));
   expected["mark"] = true;
@@ -223,6 +226,25 @@ TEST_F(IndexTest, EditKeepsTextsThatLookLikeHugeNumbers) {
 TEST_F(IndexTest, EditCanStartANewIndex) {
   ASSERT_TRUE(EditIndex(kUpdateTimeout, AddMark, MissingIndex::kIsEmpty));
   EXPECT_EQ(Read(kInfo), "{\n   \"mark\" : true\n}\n");
+}
+
+TEST_F(IndexTest, ANewIndexIsAnEmptyObject) {
+  EXPECT_TRUE(EditIndex(
+      kUpdateTimeout,
+      [](Json::Value& info) {
+        EXPECT_EQ(info, Json::Value(Json::objectValue));
+        return IndexEdit::kLeave;
+      },
+      MissingIndex::kIsEmpty));
+  EXPECT_FALSE(Exists(kInfo));
+}
+
+TEST_F(IndexTest, AnIndexIsNotMissingBecauseSomethingElseWas) {
+  Write(kInfo, R"({"abc": {"services": []}})");
+  const IndexLock lock(kUpdateTimeout);
+  errno = ENOENT;
+  EXPECT_TRUE(EditIndex(lock, AddMark, MissingIndex::kIsEmpty));
+  EXPECT_TRUE(ReadInfo().isMember("abc"));
 }
 
 TEST_F(IndexTest, EditLogsAFailedWrite) {

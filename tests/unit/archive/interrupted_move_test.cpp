@@ -1,4 +1,7 @@
 // Every state that a killed move can leave, and what is made of it.
+#include <sys/mount.h>
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "archive/paths.h"
@@ -29,6 +32,12 @@ class InterruptedMoveTest : public ArchiveTest {
       Write(folder + "/" + name, version + name);
     }
     if (chain) Write(folder + "/chain.pem", version + "chain");
+  }
+
+  // Nothing was changed in that folder for an hour.
+  static void Age(const std::string& folder) {
+    std::filesystem::last_write_time(
+        folder, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
   }
 
   // As the next run finds it.
@@ -97,6 +106,40 @@ TEST_F(InterruptedMoveTest, KeepsANewFolderAndRemovesALeftoverBackup) {
   EXPECT_THAT(Log(), IsEmpty());
 }
 
+TEST_F(InterruptedMoveTest, AnEntryOfAnotherKindIsNoneOfTheBackup) {
+  Set(b_, "old");
+  MakeFolder(d_ + "/cert.pem");
+  Write(d_ + "/privkey.pem", "oldprivkey.pem");
+  Finish();
+  EXPECT_THAT(Names(d_), ElementsAre("cert.pem", "privkey.pem"));
+}
+
+TEST_F(InterruptedMoveTest, WhatIsNoFileIsAlikeWhenItIsOfOneKind) {
+  Set(b_, "old");
+  for (const std::string& folder : {b_, d_}) {
+    MakeFolder(folder + "/folder");
+    ASSERT_EQ(symlink(("/usr/kova/of" + folder).c_str(), (folder + "/link").c_str()), 0);
+    Write("/usr/kova/of" + folder, folder);
+  }
+  Finish();
+  EXPECT_EQ(Read(d_ + "/cert.pem"), "oldcert.pem");
+  EXPECT_THAT(Names("/usr/kova/d"), ElementsAre("D"));
+}
+
+TEST_F(InterruptedMoveTest, ABackupThatCannotBePutBackIsTriedAgain) {
+  Set(b_, "old");
+  ASSERT_EQ(mount(b_.c_str(), b_.c_str(), "", MS_BIND, nullptr), 0);
+  test::NoteReplacement(d_);
+  FinishInterruptedMove();
+  EXPECT_EQ(umount2(b_.c_str(), MNT_DETACH), 0);
+  EXPECT_THAT(Log(), ElementsAre("utils.cpp:# Failed to move /usr/kova/d/D.bak to /usr/kova/d/D "
+                                 "[16]"));
+  EXPECT_TRUE(test::Exists(kServiceMoveNote));
+  FinishInterruptedMove();
+  EXPECT_EQ(Read(d_ + "/cert.pem"), "oldcert.pem");
+  EXPECT_FALSE(test::Exists(kServiceMoveNote));
+}
+
 TEST_F(InterruptedMoveTest, DoesNotPutBackAnIncompleteBackup) {
   Write(b_ + "/cert.pem", "old");
   Finish();
@@ -161,13 +204,26 @@ TEST_F(InterruptedMoveTest, WaitsForToolsOfARunThatWasKilledJustNow) {
   EXPECT_EQ(slept_, std::chrono::seconds(1));
 }
 
+TEST_F(InterruptedMoveTest, WaitsWhereverToolsMayBeAtWork) {
+  const std::vector<std::string> folders = {"/usr/kova/d", s_, b_};
+  for (const std::string& fresh : folders) {
+    slept_ = {};
+    test::RemoveAll("/usr/kova/d");
+    Set(s_, "new");
+    Set(d_, "old");
+    MakeFolder(b_);
+    for (const std::string& folder : folders) {
+      if (folder != fresh) Age(folder);
+    }
+    Finish();
+    EXPECT_EQ(slept_, std::chrono::seconds(1)) << fresh;
+  }
+}
+
 TEST_F(InterruptedMoveTest, DoesNotWaitForLongDeadOnes) {
   Set(s_, "new");
   Set(d_, "old");
-  const auto earlier = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
-  for (const char* path : {"/usr/kova/d", "/usr/kova/d/D.temp"}) {
-    std::filesystem::last_write_time(path, earlier);
-  }
+  for (const char* path : {"/usr/kova/d", "/usr/kova/d/D.temp"}) Age(path);
   Finish();
   EXPECT_EQ(slept_, std::chrono::seconds(0));
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "archive_fixture.h"
+#include "base/unfinished_folder.h"
 #include "platform/files.h"
 
 namespace kova::cert_archive {
@@ -107,6 +108,43 @@ TEST_F(NotedMoveTest, AFolderThatOnlyBearsTheNameIsLeftAlone) {
   EXPECT_TRUE(FinishNotedMove("abc"));
   ExpectNewSet();
   EXPECT_EQ(Read(Folder("Fresh1/cert.pem")), "of another certificate");
+}
+
+TEST_F(NotedMoveTest, AFileThatOnlyBearsTheNameIsLeftAlone) {
+  Note();
+  test::RemoveAll(Folder("Fresh1"));
+  Write(Folder("Fresh1"), "no folder");
+  struct stat status {};
+  ASSERT_EQ(stat(Folder("Fresh1").c_str(), &status), 0);
+  Write(Folder("abc/noted_move"),
+        R"({"to": "abc", "from": "/usr/kova/etc/certificate/_archive/Fresh1", "inode": ")" +
+            std::to_string(status.st_ino) + R"(", "files": ["cert.pem"]})");
+  EXPECT_TRUE(FinishNotedMove("abc"));
+  EXPECT_EQ(Read(Folder("Fresh1")), "no folder");
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(NotedMoveTest, AMoveOfNoFilesIsOne) {
+  const CertificateLock lock("abc");
+  ASSERT_TRUE(NoteMove(lock, Folder("Fresh1"), {}));
+  EXPECT_TRUE(FinishNotedMove(lock));
+  EXPECT_FALSE(Exists(Folder("Fresh1")));
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(NotedMoveTest, TheMarkOfAnUnfinishedFolderGoesWithIt) {
+  test::RemoveAll(Folder("Fresh1"));
+  UnfinishedFolder fresh;
+  ASSERT_TRUE(fresh.Make(test::kRoot));
+  const std::string folder = fresh.Path();
+  for (const std::string& name : Files()) Write(folder + "/" + name, "new " + name);
+  fresh.LeaveMarked();
+  const CertificateLock lock("abc");
+  ASSERT_TRUE(NoteMove(lock, folder, Files()));
+  EXPECT_EQ(Names(test::kRoot).size(), 3U);
+  EXPECT_TRUE(FinishNotedMove(lock));
+  ExpectNewSet();
+  EXPECT_THAT(Names(test::kRoot), ElementsAre("abc"));
 }
 
 TEST_F(NotedMoveTest, ANoteThatCannotBeTrustedMovesNothing) {

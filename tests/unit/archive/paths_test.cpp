@@ -98,6 +98,13 @@ TEST_F(PathsTest, TellsADefaultThatCannotBeReadFromNone) {
   std::string id = "x";
   EXPECT_TRUE(ReadDefaultCertificate(id));
   EXPECT_EQ(id, "");
+  Write(kDefaultPath, "");
+  EXPECT_TRUE(ReadDefaultCertificate(id));
+  std::filesystem::remove(kDefaultPath);
+  MakeFolder(kDefaultPath);
+  EXPECT_EQ(ReadDefaultCertificate(id).Text(),
+            std::string("cannot read ") + kDefaultPath + ": Is a directory");
+  std::filesystem::remove(kDefaultPath);
   ASSERT_EQ(symlink("DEFAULT", kDefaultPath), 0);
   EXPECT_EQ(ReadDefaultCertificate(id).Text(),
             std::string("cannot read ") + kDefaultPath + ": Too many levels of symbolic links");

@@ -58,6 +58,9 @@ TEST_F(ServiceFilesTest, AnOptionalFileIsThereOnBothSidesOrOnNone) {
     EXPECT_EQ(Differing(), name);
     test::RemoveAll(service_.Folder() + "/" + name);
     EXPECT_EQ(Differing(), "");
+    Write(Folder("abc") + "/" + name, "");
+    EXPECT_EQ(Differing(), name) << "an empty file is not none";
+    test::RemoveAll(Folder("abc") + "/" + name);
   }
 }
 
