@@ -233,5 +233,13 @@ TEST_F(ServiceListTest, NumbersItsModesAsOthersDo) {
   EXPECT_EQ(static_cast<int>(ListUpdate::kRefresh), 2);
 }
 
+TEST_F(ServiceObjectTest, AnObjectOfServicesIsNoList) {
+  Json::Value services(Json::objectValue);
+  services["default"] = ServiceObject("system", "default");
+  EXPECT_FALSE(HasSystemDefault(services));
+  UpdateServiceList(services, ServiceObject("mail", "smtp"), ListUpdate::kAppend);
+  EXPECT_EQ(services, test::List({ServiceObject("mail", "smtp")}));
+}
+
 }  // namespace
 }  // namespace kova::cert_archive
