@@ -115,6 +115,29 @@ TEST_F(DefaultSetTest, IsFlushedToTheDisk) {
   const ReplacedTool cp("cp", "exit 0");
   EXPECT_EQ(GenerateDefaultSet(kSet).Text(),
             "Failed to flush /usr/kova/set/fullchain.pem: No such file or directory");
+  EXPECT_THAT(Reasons(), ElementsAre("mkcert.cpp:# Failed to flush /usr/kova/set/fullchain.pem "
+                                     "(No such file or directory)"));
+}
+
+TEST_F(DefaultSetTest, NoToolMayOpenAFileToOthers) {
+  const ReplacedTool openssl("openssl", "umask >> /usr/kova/umasks; exec $REAL \"$@\"");
+  ASSERT_TRUE(GenerateDefaultSet(kSet));
+  EXPECT_EQ(Read("/usr/kova/umasks"), "0077\n0077\n0077\n0077\n0077\n0077\n");
+}
+
+TEST_F(DefaultSetTest, HalfAChainDoesNotStay) {
+  const ReplacedTool cp("cp", "echo half > \"$3\"; exit 1");
+  EXPECT_EQ(GenerateDefaultSet(kSet).Text(), "Failed to copy crt to chain crt.");
+  EXPECT_TRUE(Exists(File("cert.pem")));
+  EXPECT_FALSE(Exists(File("fullchain.pem")));
+}
+
+TEST_F(DefaultSetTest, ASerialThatIsFineIsNotBlamed) {
+  Write(kSerialFile, "0A\n");
+  const ReplacedTool openssl("openssl",
+                             "case \" $* \" in *' -CA '*) echo 'no room' >&2; exit 1;; esac\n"
+                             "exec $REAL \"$@\"");
+  EXPECT_THAT(GenerateDefaultSet(kSet).Text(), testing::EndsWith(": no room"));
 }
 
 TEST_F(DefaultSetTest, SaysThatTheSerialFileIsDamaged) {

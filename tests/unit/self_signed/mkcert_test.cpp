@@ -123,6 +123,10 @@ TEST_F(GenerateKeyTest, NamesOnlyTheRandomFilesThatCanBeRead) {
                                   "/var/log/system.log:/etc/hosts:/etc/group:"
                                   "/etc/resolv.conf:/bin/ls",
                                   "-out", kKey, "1234"));
+  test::MakeFolder("/var/log/messages");
+  EXPECT_TRUE(GenerateKey(kKey, 1234));
+  EXPECT_THAT(Args()[2], StartsWith("/var/log/system.log:")) << "a folder is no file";
+  test::RemoveAll("/var/log/messages");
   Write("/var/log/messages", "x");
   Write("/run/dmesg.boot", "x");
   EXPECT_TRUE(GenerateKey(kKey, 2048));
