@@ -1,17 +1,29 @@
+// The stored accounts: how one is put there, listed, found and taken out.
+#include "acme/account_store.h"
+
 #include <glob.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
 #include <filesystem>
 
-#include "client_fixture.h"
+#include "base/json.h"
+#include "error_text.h"
 #include "failing_glob.h"
+#include "host_files.h"
 #include "small_disk.h"
+#include "syslog_capture.h"
 
 namespace kova::test {
 namespace {
 
 namespace fs = std::filesystem;
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr char kProgram[] = "/usr/kova/etc/letsencrypt";
 constexpr char kDirectory[] = "https://ca.example/directory";
@@ -33,6 +45,8 @@ Json::Value Key() {
   return key;
 }
 
+std::string Path(const std::string& name) { return std::string(kAccountStore) + "/" + name; }
+
 class AccountStore : public ::testing::Test {
  protected:
   AccountStore() { ResetHost(); }
@@ -50,7 +64,11 @@ class AccountStore : public ::testing::Test {
     return folder;
   }
 
-  static std::string Find() { return AcmeV2Client::FindAccount(kDirectory, kContact); }
+  static std::string Find(const std::string& directory = kDirectory,
+                          const std::string& contact = kContact) {
+    return FirstAccount(ListAccounts(), directory, contact, 2,
+                        [](const std::string&, const Json::Value&) { return true; });
+  }
 
   SyslogCapture syslog_;
 };
@@ -158,13 +176,13 @@ TEST_F(AccountStore, FindsNothingWhereThereIsNothing) {
 
 TEST_F(AccountStore, FindsTheAccountOfDirectoryAndContact) {
   const std::string folder = Create();
-  EXPECT_EQ(Find(), folder);
-  EXPECT_EQ(AcmeV2Client::FindAccount("https://other.example/directory", kContact), "");
-  EXPECT_EQ(AcmeV2Client::FindAccount(std::string(kDirectory) + "/", kContact), "");
-  EXPECT_EQ(AcmeV2Client::FindAccount("https://CA.example/directory", kContact), "");
-  EXPECT_EQ(AcmeV2Client::FindAccount(kDirectory, "A@b.example"), "");
-  EXPECT_EQ(AcmeV2Client::FindAccount(kDirectory, "mailto:a@b.example"), "");
-  EXPECT_EQ(AcmeV2Client::FindAccount(kDirectory, ""), "");
+  EXPECT_EQ(Find(), folder + "/");
+  EXPECT_EQ(Find("https://other.example/directory", kContact), "");
+  EXPECT_EQ(Find(std::string(kDirectory) + "/", kContact), "");
+  EXPECT_EQ(Find("https://CA.example/directory", kContact), "");
+  EXPECT_EQ(Find(kDirectory, "A@b.example"), "");
+  EXPECT_EQ(Find(kDirectory, "mailto:a@b.example"), "");
+  EXPECT_EQ(Find(kDirectory, ""), "");
 }
 
 TEST_F(AccountStore, PrefersTheFolderWhoseNameSortsFirst) {
@@ -172,24 +190,17 @@ TEST_F(AccountStore, PrefersTheFolderWhoseNameSortsFirst) {
   Put("zzzzzz", info);
   Put("aaaaaa", JsonStyledText(Info("https://ca.example/account/2")));
   Put("AAAAAA", R"({"version": 2})");
-  EXPECT_EQ(Find(), std::string(kAccountStore) + "/aaaaaa");
-}
-
-TEST_F(AccountStore, SortsByNamesAlone) {
-  Put("abc-old", JsonStyledText(Info()));
-  Put("abc", JsonStyledText(Info()));
-  Put("abc.old", JsonStyledText(Info()));
-  EXPECT_EQ(Find(), std::string(kAccountStore) + "/abc");
+  EXPECT_EQ(Find(), std::string(kAccountStore) + "/aaaaaa/");
 }
 
 TEST_F(AccountStore, PassesOverAccountsThatDoNotFit) {
   for (const char* version : {"1", "\"2\"", "3", "2.5", "null", "true", "[2]"}) {
     Json::Value info = Info();
-    info["version"] = Parsed(version);
+    ASSERT_TRUE(JsonFromText(version, info["version"]));
     Put("one", JsonStyledText(info));
     EXPECT_EQ(Find(), "") << version;
   }
-  for (const char* member : {"directory", "contact", "version", "account_url"}) {
+  for (const char* member : {"directory", "contact", "version"}) {
     Json::Value info = Info();
     info.removeMember(member);
     Put("one", JsonStyledText(info));
@@ -197,15 +208,6 @@ TEST_F(AccountStore, PassesOverAccountsThatDoNotFit) {
     info[member] = Json::Value(Json::arrayValue);
     Put("one", JsonStyledText(info));
     EXPECT_EQ(Find(), "") << member;
-  }
-}
-
-TEST_F(AccountStore, PassesOverAnAccountWithoutAUrlToUse) {
-  for (const char* url : {"\"\"", "null", "5", "{}"}) {
-    Json::Value info = Info();
-    info["account_url"] = Parsed(url);
-    Put("one", JsonStyledText(info));
-    EXPECT_EQ(Find(), "") << url;
   }
 }
 
@@ -222,7 +224,7 @@ TEST_F(AccountStore, PassesOverWhatIsNoAccount) {
   Put(".hidden", JsonStyledText(Info()));
   EXPECT_EQ(Find(), "");
   const std::string folder = Put("b", JsonStyledText(Info()));
-  EXPECT_EQ(Find(), folder);
+  EXPECT_EQ(Find(), folder + "/");
 }
 
 TEST_F(AccountStore, ThatCannotBeListedThrowsAText) {
@@ -236,6 +238,78 @@ TEST_F(AccountStore, ListsItsFoldersSortedAndWithASlash) {
   EXPECT_THAT(ListAccounts(),
               ElementsAre(std::string(kAccountStore) + "/a/", std::string(kAccountStore) + "/b/",
                           std::string(kAccountStore) + "/c/"));
+}
+
+TEST_F(AccountStore, OneThatCannotBeUsedIsPassedOver) {
+  Put("a", JsonStyledText(Info()));
+  Put("b", JsonStyledText(Info()));
+  std::vector<std::string> asked;
+  const auto is_usable = [&](const std::string& folder, const Json::Value& info) {
+    EXPECT_EQ(info, Info());
+    asked.push_back(folder);
+    return folder == Path("b/");
+  };
+  EXPECT_EQ(FirstAccount(ListAccounts(), kDirectory, kContact, 2, is_usable), Path("b/"));
+  EXPECT_THAT(asked, ElementsAre(Path("a/"), Path("b/")));
+  asked.clear();
+  EXPECT_EQ(FirstAccount(ListAccounts(), kDirectory, "you@host.example", 2, is_usable), "");
+  EXPECT_THAT(asked, IsEmpty()) << "others are not looked at";
+}
+
+TEST_F(AccountStore, AKeyIsAnObject) {
+  Put("a", JsonStyledText(Info()));
+  Json::Value key;
+  EXPECT_FALSE(ReadAccountKey(Path("a"), key));
+  for (const char* text : {"", "{", "[]", "null", "\"text\""}) {
+    WriteFile(Path("a/private_key.json"), text);
+    EXPECT_FALSE(ReadAccountKey(Path("a"), key)) << text;
+  }
+  WriteFile(Path("a/private_key.json"), "{}");
+  EXPECT_TRUE(ReadAccountKey(Path("a"), key));
+}
+
+TEST_F(AccountStore, WhatKilledRunsLeftGoesWithTheNextList) {
+  Put("abcdef", JsonStyledText(Info()));
+  WriteFile(Path(".aaaaaa.unfinished"), "");
+  WriteFile(Path("aaaaaa/private_key.json"), "{}");
+  WriteFile(Path(".gone.removed/info.json"), "{}");
+  WriteFile(Path(".kept"), "somebody's");
+  WriteFile(Path("by.removed/note"), "somebody's");
+  ListAccounts();
+  EXPECT_THAT(ListFolder(kAccountStore), ElementsAre(".kept", "abcdef", "by.removed"));
+}
+
+TEST_F(AccountStore, AnAccountIsTakenOutWhole) {
+  const std::string folder = Create();
+  RemoveAccount(folder);
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
+  EXPECT_EQ(ErrorOf([&] { RemoveAccount(folder); }),
+            "202 client_v2: cannot remove [" + folder + "]: No such file or directory");
+}
+
+TEST_F(AccountStore, WhatCannotBeDeletedIsLogged) {
+  Put("abcdef", JsonStyledText(Info()));
+  const std::string busy = Path("abcdef/busy");
+  fs::create_directory(busy);
+  ASSERT_EQ(mount("tmpfs", busy.c_str(), "tmpfs", 0, nullptr), 0);
+  RemoveAccount(Path("abcdef"));
+  const std::string removed = Path(".abcdef.removed");
+  EXPECT_TRUE(Exists(removed + "/busy"));
+  EXPECT_EQ(umount2((removed + "/busy").c_str(), MNT_DETACH), 0);
+  EXPECT_THAT(syslog_.Texts(), ElementsAre("client_v2:# Failed to remove " + removed + " [16]"));
+  EXPECT_THAT(ListAccounts(), IsEmpty());
+  EXPECT_FALSE(Exists(removed));
+}
+
+TEST_F(AccountStore, ARecordIsReplacedWhole) {
+  const std::string folder = Create();
+  umask(0);
+  ReplaceAccountInfo(folder, Info("https://ca.example/account/2"));
+  Json::Value info;
+  ASSERT_TRUE(ReadAccountInfo(folder, info));
+  EXPECT_EQ(info, Info("https://ca.example/account/2"));
+  EXPECT_EQ(ModeOf(AccountInfoPath(folder)), 0600U);
+  EXPECT_EQ(AccountFolder("abc"), Path("abc"));
 }
 
 }  // namespace
