@@ -279,14 +279,6 @@ TEST_F(AccountStore, WhatKilledRunsLeftGoesWithTheNextList) {
   EXPECT_THAT(ListFolder(kAccountStore), ElementsAre(".kept", "abcdef", "by.removed"));
 }
 
-TEST_F(AccountStore, AnAccountIsTakenOutWhole) {
-  const std::string folder = Create();
-  RemoveAccount(folder);
-  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
-  EXPECT_EQ(ErrorOf([&] { RemoveAccount(folder); }),
-            "202 client_v2: cannot remove [" + folder + "]: No such file or directory");
-}
-
 TEST_F(AccountStore, WhatCannotBeDeletedIsLogged) {
   Put("abcdef", JsonStyledText(Info()));
   const std::string busy = Path("abcdef/busy");
@@ -301,15 +293,43 @@ TEST_F(AccountStore, WhatCannotBeDeletedIsLogged) {
   EXPECT_FALSE(Exists(removed));
 }
 
-TEST_F(AccountStore, ARecordIsReplacedWhole) {
-  const std::string folder = Create();
+class AccountChangeTest : public AccountStore {
+ protected:
+  std::string folder_ = Create();
+};
+
+TEST_F(AccountChangeTest, TheRecordIsReplacedWhole) {
+  Json::Value info(Json::objectValue);
+  info["contact"] = "you@host.example";
   umask(0);
-  ReplaceAccountInfo(folder, Info("https://ca.example/account/2"));
-  Json::Value info;
-  ASSERT_TRUE(ReadAccountInfo(folder, info));
-  EXPECT_EQ(info, Info("https://ca.example/account/2"));
-  EXPECT_EQ(ModeOf(AccountInfoPath(folder)), 0600U);
-  EXPECT_EQ(AccountFolder("abc"), Path("abc"));
+  ReplaceAccountInfo(folder_, info);
+  EXPECT_EQ(ReadFile(folder_ + "/info.json"), "{\n   \"contact\" : \"you@host.example\"\n}\n");
+  EXPECT_EQ(ModeOf(folder_ + "/info.json"), 0600U);
+}
+
+TEST_F(AccountChangeTest, ARemovedAccountIsGone) {
+  WriteFile(folder_ + "/next_key.json", "{}");
+  RemoveAccount(folder_);
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
+}
+
+TEST_F(AccountChangeTest, ARemovalThatWasKilledIsFinished) {
+  const std::string name = fs::path(folder_).filename();
+  WriteFile(std::string(kAccountStore) + "/." + name + ".removed/private_key.json", "{}");
+  EXPECT_EQ(ListAccounts().size(), 1U);
+  EXPECT_THAT(ListFolder(kAccountStore), ElementsAre(name));
+}
+
+TEST_F(AccountChangeTest, ALeftoverIsNotInTheWay) {
+  const std::string name = fs::path(folder_).filename();
+  WriteFile(std::string(kAccountStore) + "/." + name + ".removed/private_key.json", "{}");
+  RemoveAccount(folder_);
+  EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
+}
+
+TEST_F(AccountChangeTest, AnAccountThatIsNotThereCannotBeRemoved) {
+  EXPECT_THAT(ErrorOf([&] { RemoveAccount(folder_ + "x"); }),
+              testing::StartsWith("202 client_v2: cannot remove [" + folder_ + "x]: "));
 }
 
 }  // namespace

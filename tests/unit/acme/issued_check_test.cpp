@@ -75,6 +75,10 @@ TEST_F(IssuedCheck, RefusesOtherNames) {
   EXPECT_EQ(CheckLeaf(named), "it is not for a.example");
 }
 
+TEST_F(IssuedCheck, NamesAreTheSameInAnyCase) {
+  EXPECT_EQ(CheckLeaf(Wish("DNS:A.Example,DNS:*.A.Example")), "nothing");
+}
+
 TEST_F(IssuedCheck, RefusesAnotherTime) {
   CertificateWish wish = Wish();
   wish.starts = 3600;

@@ -10,6 +10,7 @@
 #include "base/json.h"
 #include "error_text.h"
 #include "host_files.h"
+#include "syslog_capture.h"
 
 namespace kova::test {
 namespace {
@@ -39,6 +40,7 @@ class NextKeyTest : public ::testing::Test {
   }
 
   std::string folder_;
+  SyslogCapture syslog_;
 };
 
 TEST_F(NextKeyTest, StandsPrivatelyBesideTheKey) {
@@ -83,6 +85,27 @@ TEST_F(NextKeyTest, ThatIsNoKeyIsNeverTheSame) {
   EXPECT_EQ(Stored("private_key.json"), "old");
 }
 
+TEST_F(NextKeyTest, WithoutTheLockNothingIsPutInPlace) {
+  WriteNextKey(folder_, Key("new"));
+  std::filesystem::remove_all("/run/kova-account.lock");
+  std::filesystem::create_directory("/run/kova-account.lock");
+  EXPECT_EQ(ErrorOf([&] { CommitNextKey(folder_, Key("new")); }),
+            "202 client_v2: cannot lock [/run/kova-account.lock]: Invalid argument");
+  std::filesystem::remove("/run/kova-account.lock");
+  EXPECT_EQ(Stored("private_key.json"), "old");
+  EXPECT_THAT(syslog_.Texts(),
+              ElementsAre("client_v2:# Lock list file [/run/kova-account.lock] failed",
+                          "client_v2:# cannot lock [/run/kova-account.lock]: Invalid argument"));
+}
+
+TEST_F(NextKeyTest, ThatCannotBePutInPlaceIsTold) {
+  WriteNextKey(folder_, Key("new"));
+  std::filesystem::remove(AccountKeyPath(folder_));
+  std::filesystem::create_directories(AccountKeyPath(folder_) + "/in the way");
+  EXPECT_EQ(ErrorOf([&] { CommitNextKey(folder_, Key("new")); }),
+            "202 client_v2: cannot replace [" + AccountKeyPath(folder_) + "]: Is a directory");
+}
+
 TEST_F(NextKeyTest, IsDroppedWhenItIsTheOne) {
   WriteNextKey(folder_, Key("theirs"));
   DropNextKey(folder_, Key("ours"));
@@ -99,42 +122,6 @@ TEST_F(NextKeyTest, ThatIsNoObjectCannotBeRead) {
     WriteFile(NextKeyPath(folder_), text);
     EXPECT_FALSE(ReadNextKey(folder_, key)) << text;
   }
-}
-
-using AccountChangeTest = NextKeyTest;
-
-TEST_F(AccountChangeTest, TheRecordIsReplacedWhole) {
-  Json::Value info(Json::objectValue);
-  info["contact"] = "you@host.example";
-  umask(0);
-  ReplaceAccountInfo(folder_, info);
-  EXPECT_EQ(ReadFile(folder_ + "/info.json"), "{\n   \"contact\" : \"you@host.example\"\n}\n");
-  EXPECT_EQ(ModeOf(folder_ + "/info.json"), 0600U);
-}
-
-TEST_F(AccountChangeTest, ARemovedAccountIsGone) {
-  WriteNextKey(folder_, Key("new"));
-  RemoveAccount(folder_);
-  EXPECT_THAT(ListFolder(kAccountStore), ElementsAre());
-}
-
-TEST_F(AccountChangeTest, ARemovalThatWasKilledIsFinished) {
-  const std::string name = std::filesystem::path(folder_).filename();
-  WriteFile(std::string(kAccountStore) + "/." + name + ".removed/private_key.json", "{}");
-  EXPECT_EQ(ListAccounts().size(), 1U);
-  EXPECT_THAT(ListFolder(kAccountStore), ElementsAre(name));
-}
-
-TEST_F(AccountChangeTest, ALeftoverIsNotInTheWay) {
-  const std::string name = std::filesystem::path(folder_).filename();
-  WriteFile(std::string(kAccountStore) + "/." + name + ".removed/private_key.json", "{}");
-  RemoveAccount(folder_);
-  EXPECT_THAT(ListFolder(kAccountStore), ElementsAre());
-}
-
-TEST_F(AccountChangeTest, AnAccountThatIsNotThereCannotBeRemoved) {
-  EXPECT_THAT(ErrorOf([&] { RemoveAccount(folder_ + "x"); }),
-              StartsWith("202 client_v2: cannot remove [" + folder_ + "x]: "));
 }
 
 }  // namespace
