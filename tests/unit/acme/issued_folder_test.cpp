@@ -93,6 +93,14 @@ TEST_F(CertificateStore, MakesAFolderOfFiveFiles) {
             "}\n");
 }
 
+TEST_F(CertificateStore, RemovesFirstWhatKilledRunsLeft) {
+  const std::string archive = kArchive;
+  WriteFile(archive + "/.aaaaaa.unfinished", "");
+  WriteFile(archive + "/aaaaaa/privkey.pem", "a key");
+  const std::string name = fs::path(Store()).filename();
+  EXPECT_THAT(ListFolder(archive), ElementsAre("." + name + ".unfinished", name));
+}
+
 TEST_F(CertificateStore, HasTheSameModesUnderEveryUmask) {
   for (const mode_t mask : {0022U, 0U, 0077U, 0777U}) {
     umask(mask);
