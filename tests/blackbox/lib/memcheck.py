@@ -31,6 +31,19 @@ def environment(variables):
     return variables
 
 
+def is_run_of(process, program):
+    """Whether the process of that number runs `program`, under valgrind or not."""
+    try:
+        runs = os.readlink(f"/proc/{process}/exe")
+    except OSError:
+        return False  # it has ended
+    if runs == program or not FOLDER:
+        return runs == program
+    with open(f"/proc/{process}/cmdline", "rb") as line:
+        words = line.read().split(b"\0")
+    return b"valgrind" in words[0] and program.encode() in words
+
+
 def patience(timeout):
     """The seconds that the run may take."""
     return timeout * SLOWER if FOLDER else timeout
