@@ -1,9 +1,10 @@
 """Runs of the programs under valgrind, for scripts/memcheck.sh: with KOVA_MEMCHECK=FOLDER in the
-environment each run leaves a file there when something was found, named after its test. Keys are
+environment each run leaves a file there, named after its test, of what was found. Keys are
 dealt from a pool when KOVA_KEYS names the library that does so: one that is made takes ten seconds."""
 
 import os
 import re
+import time
 
 FOLDER = os.environ.get("KOVA_MEMCHECK")
 SLOWER = 30  # times
@@ -19,7 +20,8 @@ def command(argv, number):
     if not FOLDER:
         return argv
     test = re.sub(r"[^A-Za-z0-9_.-]+", "-", os.environ.get("PYTEST_CURRENT_TEST", "no-test"))
-    return [*VALGRIND, f"--log-file={FOLDER}/{test[-150:]}.{number}", *argv]
+    return [*VALGRIND, f"--log-file={FOLDER}/{test[-150:]}.{number}.{time.monotonic_ns()}",
+            *argv]  # a test may have several hosts
 
 
 def environment(variables):
