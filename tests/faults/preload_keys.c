@@ -1,7 +1,7 @@
-/* Preloaded into the programs of a sweep: RSA keys of 2048 bits are not made but read in turn from
- * the files that are named 0, 1, 2, ... in the folder KOVA_KEY_POOL, which has KOVA_KEY_COUNT of
- * them (16). Its file "next" holds the number of the next one, shared by all processes, so that keys
- * in a row differ.
+/* Preloaded into the programs of a sweep or under valgrind: RSA keys of 2048 bits are not made but
+ * read in turn from the files that are named 0, 1, 2, ... in the folder KOVA_KEY_POOL, which has
+ * KOVA_KEY_COUNT of them (16). Its file "next" holds the number of the next one, shared by all
+ * processes, so that keys in a row differ.
  *
  * Not linked with the library of these functions: most programs that get this have none. */
 #define _GNU_SOURCE

@@ -107,8 +107,8 @@ class Host(Servers):
         before = len(self.syslog.lines())
         argv = [program, *map(str, args)]
         options["timeout"] = memcheck.patience(options.get("timeout", 60))
-        status, out, err, seconds = run_program(memcheck.command(argv, len(self.runs)),
-                                                memcheck.environment(environment), **options)
+        status, out, err, seconds = run_program(
+            memcheck.command(argv), memcheck.environment(environment), **options)
         result = Result(argv, status, out, err, self.syslog.lines()[before:], _sleeps(log), seconds,
                         _peak(peaks))
         self.runs.append(result)

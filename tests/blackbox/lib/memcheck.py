@@ -1,6 +1,6 @@
 """Runs of the programs under valgrind, for scripts/memcheck.sh: with KOVA_MEMCHECK=FOLDER in the
-environment each run leaves a file there, named after its test, of what was found. Keys are
-dealt from a pool when KOVA_KEYS names the library that does so: one that is made takes ten seconds."""
+environment each run leaves a file there, named after its test, of what was found. Keys are dealt
+from a pool when KOVA_KEYS names the library that does so: one that is made takes ten seconds."""
 
 import os
 import re
@@ -15,13 +15,12 @@ VALGRIND = ["/usr/bin/valgrind", "--quiet", "--leak-check=no", "--trace-children
             "--num-callers=30", "--vex-guest-chase=no"]  # the latter begins a program sooner
 
 
-def command(argv, number):
-    """`argv` as it is run: as the test's run of that number under valgrind, or as it is."""
+def command(argv):
+    """`argv` as it is run: under valgrind, or as it is."""
     if not FOLDER:
         return argv
     test = re.sub(r"[^A-Za-z0-9_.-]+", "-", os.environ.get("PYTEST_CURRENT_TEST", "no-test"))
-    return [*VALGRIND, f"--log-file={FOLDER}/{test[-150:]}.{number}.{time.monotonic_ns()}",
-            *argv]  # a test may have several hosts
+    return [*VALGRIND, f"--log-file={FOLDER}/{test[-150:]}.{time.monotonic_ns()}", *argv]
 
 
 def environment(variables):

@@ -59,7 +59,7 @@ class AccountStore : public ::testing::Test {
 
   // Puts an account there as another run would have left it; the result is its folder.
   static std::string Put(const std::string& name, const std::string& info) {
-    const std::string folder = std::string(kAccountStore) + "/" + name;
+    const std::string folder = Path(name);
     WriteFile(folder + "/info.json", info);
     return folder;
   }
@@ -190,7 +190,7 @@ TEST_F(AccountStore, PrefersTheFolderWhoseNameSortsFirst) {
   Put("zzzzzz", info);
   Put("aaaaaa", JsonStyledText(Info("https://ca.example/account/2")));
   Put("AAAAAA", R"({"version": 2})");
-  EXPECT_EQ(Find(), std::string(kAccountStore) + "/aaaaaa/");
+  EXPECT_EQ(Find(), Path("aaaaaa/"));
 }
 
 TEST_F(AccountStore, PassesOverAccountsThatDoNotFit) {
@@ -212,10 +212,10 @@ TEST_F(AccountStore, PassesOverAccountsThatDoNotFit) {
 }
 
 TEST_F(AccountStore, PassesOverWhatIsNoAccount) {
-  fs::create_directories(std::string(kAccountStore) + "/aaempty");
-  fs::create_directories(std::string(kAccountStore) + "/aafolder/info.json");
-  WriteFile(std::string(kAccountStore) + "/aafile", JsonStyledText(Info()));
-  WriteFile(std::string(kAccountStore) + "/aakey/private_key.json", JsonStyledText(Key()));
+  fs::create_directories(Path("aaempty"));
+  fs::create_directories(Path("aafolder/info.json"));
+  WriteFile(Path("aafile"), JsonStyledText(Info()));
+  WriteFile(Path("aakey/private_key.json"), JsonStyledText(Key()));
   Put("abroken", R"({"version": 2, )");
   Put("alist", "[" + JsonStyledText(Info()) + "]");
   Put("anull", "null");
@@ -235,9 +235,7 @@ TEST_F(AccountStore, ThatCannotBeListedThrowsAText) {
 
 TEST_F(AccountStore, ListsItsFoldersSortedAndWithASlash) {
   for (const char* name : {"b", "c", "a"}) Put(name, "{}");
-  EXPECT_THAT(ListAccounts(),
-              ElementsAre(std::string(kAccountStore) + "/a/", std::string(kAccountStore) + "/b/",
-                          std::string(kAccountStore) + "/c/"));
+  EXPECT_THAT(ListAccounts(), ElementsAre(Path("a/"), Path("b/"), Path("c/")));
 }
 
 TEST_F(AccountStore, OneThatCannotBeUsedIsPassedOver) {
@@ -315,14 +313,14 @@ TEST_F(AccountChangeTest, ARemovedAccountIsGone) {
 
 TEST_F(AccountChangeTest, ARemovalThatWasKilledIsFinished) {
   const std::string name = fs::path(folder_).filename();
-  WriteFile(std::string(kAccountStore) + "/." + name + ".removed/private_key.json", "{}");
+  WriteFile(Path(".") + name + ".removed/private_key.json", "{}");
   EXPECT_EQ(ListAccounts().size(), 1U);
   EXPECT_THAT(ListFolder(kAccountStore), ElementsAre(name));
 }
 
 TEST_F(AccountChangeTest, ALeftoverIsNotInTheWay) {
   const std::string name = fs::path(folder_).filename();
-  WriteFile(std::string(kAccountStore) + "/." + name + ".removed/private_key.json", "{}");
+  WriteFile(Path(".") + name + ".removed/private_key.json", "{}");
   RemoveAccount(folder_);
   EXPECT_THAT(ListFolder(kAccountStore), IsEmpty());
 }
