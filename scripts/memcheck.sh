@@ -1,16 +1,17 @@
 #!/bin/bash
 # Looks with valgrind for what the programs read and write that is not theirs, or was never written:
-# the unit tests' programs, and each run of the programs in the black-box tests. Prints what it found
-# and fails when that is anything, or when nothing was run. Tests may fail on account of the time that
-# this takes; what counts is what valgrind finds. All of it takes some six hours of a processor.
+# the unit tests' programs, and each run of the programs in the black-box tests and those before real
+# neighbours. Prints what it found and fails when that is anything, or when nothing was run. Tests may
+# fail on account of the time that this takes; what counts is what valgrind finds. All of it takes some
+# six hours of a processor.
 #
 # usage: memcheck.sh [REGEX]
-#   REGEX  the tests as ctest names them (default '^(unit|blackbox)\.')
+#   REGEX  the tests as ctest names them (default '^(unit|blackbox|realworld)\.')
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 [[ $# -le 1 && ${1:-} != -* ]] || { sed -n 's/^# \(usage\|  \)/\1/p' "${BASH_SOURCE[0]}" >&2; exit 2; }
-tests=${1:-'^(unit|blackbox)\.'}
+tests=${1:-'^(unit|blackbox|realworld)\.'}
 
 scripts/install-deps.sh
 cmake --preset release > /dev/null

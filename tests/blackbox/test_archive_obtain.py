@@ -16,7 +16,7 @@ from lib import expect, paths
 from lib.acme_ca import AcmeCa
 from lib.archive_cli import DEFAULT, INDEX, LOCK, PROGRAM, ArchiveCli, done
 from lib.http_script import Reply, edited_json
-from lib.interruption import SIGNALS, ended, tell, telling, while_validating
+from lib.interruption import SIGNALS, asks_for_lock, ended, tell, telling, while_validating
 from lib.obtain import BIND, MAIL, NAMES, certificate, nothing_left, obtain
 from lib.renewal import deployed, serial
 
@@ -414,17 +414,19 @@ def test_certificate_that_was_issued_is_entered_in_spite_of_a_signal(host, ca, a
             time.sleep(0.01)
         while glob.glob(paths.ARCHIVE + "/.*.unfinished"):
             time.sleep(0.01)
-        time.sleep(0.3)
+        asked.append(asks_for_lock(LOCK, PROGRAM))
         tell(signal.SIGINT, PROGRAM)
         time.sleep(0.3)
         fcntl.flock(lock, fcntl.LOCK_UN)
 
+    asked = []
     with open(LOCK, "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         thread = threading.Thread(target=interfere)
         thread.start()
         result = obtain(host, ca, *BIND, env={"LD_PRELOAD": ""})  # its waits are real
         thread.join()
+    assert asked == [True]
     ended(result, signal.SIGINT, "kova-archive")
     assert ArchiveCli.index() == {os.path.basename(certificate(host)): {"services": []}}
 

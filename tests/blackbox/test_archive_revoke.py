@@ -11,7 +11,7 @@ import pytest
 from cryptography.hazmat.primitives.serialization import Encoding
 from lib import expect, jws, paths
 from lib.archive_cli import LOCK, PROGRAM, ArchiveCli, done, failed, refused
-from lib.interruption import ended, telling
+from lib.interruption import asks_for_lock, ended, telling
 from lib.renewal import NAME, folder_of, record, service
 from lib.signed_server import problem
 
@@ -171,17 +171,19 @@ def test_job_stays_for_a_certificate_that_is_entered_meanwhile(host, ca, issued)
     def interfere():
         while os.path.exists(issued + "/renew.json"):
             time.sleep(0.01)
-        time.sleep(0.3)
+        asked.append(asks_for_lock(LOCK, PROGRAM))
         os.makedirs(folder_of("bbb"))
         host.write(folder_of("bbb") + "/renew.json", "{}", 0o400)
         ArchiveCli(host).write_index({"aaa": {"services": []}, "bbb": {"services": []}})
         fcntl.flock(lock, fcntl.LOCK_UN)
 
+    asked = []
     with open(LOCK, "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         thread = threading.Thread(target=interfere)
         thread.start()
         result = revoke(host, env={"LD_PRELOAD": ""})  # its waits are real
         thread.join()
+    assert asked == [True]
     assert (result.status, result.stderr) == (0, "")
     assert os.path.exists(paths.CRON_JOB)

@@ -2,6 +2,7 @@
 
 import os
 import signal
+import time
 
 from . import memcheck, paths
 from .http_script import Reply
@@ -10,11 +11,33 @@ NEVER = 8  # seconds before an answer that nobody waits for
 SIGNALS = {signal.SIGTERM: "Terminated", signal.SIGINT: "Interrupt", signal.SIGHUP: "Hangup"}
 
 
+def runs_of(program):
+    """The processes that run `program`, the oldest first: a child of its own is younger."""
+    processes = sorted(int(name) for name in os.listdir("/proc") if name.isdigit())
+    return [process for process in processes if memcheck.is_run_of(process, program)]
+
+
 def tell(number, program=paths.PROGRAM):
     """Sends the signal to the program under test, the only one of this host."""
-    processes = [int(name) for name in os.listdir("/proc") if name.isdigit()]
-    processes = [process for process in processes if memcheck.is_run_of(process, program)]
-    os.kill(min(processes), number)  # a child of its own is younger
+    os.kill(runs_of(program)[0], number)
+
+
+def has_open(process, path):
+    try:
+        descriptors = os.listdir(f"/proc/{process}/fd")
+        return any(os.readlink(f"/proc/{process}/fd/{each}") == path for each in descriptors)
+    except OSError:
+        return False  # it has ended, or closed it
+
+
+def asks_for_lock(path, program=paths.PROGRAM):
+    """Waits until the program under test has opened the lock file that somebody else holds. Whether
+    it has: one that ends without is not waited for."""
+    while processes := runs_of(program):
+        if has_open(processes[0], path):
+            return True
+        time.sleep(0.01)
+    return False
 
 
 def telling(number, *look, program=paths.PROGRAM):
