@@ -28,6 +28,7 @@ deal_keys() {
   done
 }
 
+export KOVA_BOUNDS=$PWD/build/release/tests/support/libkova_valgrind_preload.so
 export KOVA_MEMCHECK=$PWD/build/memcheck
 rm -rf "$KOVA_MEMCHECK"
 mkdir -p "$KOVA_MEMCHECK"
@@ -35,8 +36,9 @@ for program in build/release/tests/unit/*/*_test; do
   name=unit.$(basename "$program" _test)
   grep -qE "$tests" <<< "$name" || continue
   echo "$name"
-  tests/sandbox/sandbox valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite \
-    --child-silent-after-fork=yes --log-file="$KOVA_MEMCHECK/$name" "$program" |
+  tests/sandbox/sandbox env LD_PRELOAD="$KOVA_BOUNDS" valgrind --quiet --leak-check=full \
+    --show-leak-kinds=definite --errors-for-leak-kinds=definite --log-file="$KOVA_MEMCHECK/$name" \
+    "$program" |
     grep -E '^\[  (PASSED|FAILED)  \]' || true
 done
 if ctest --preset release -N --tests-regex "$tests" | grep -q 'blackbox\.'; then deal_keys; fi

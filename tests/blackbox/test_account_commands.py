@@ -8,8 +8,9 @@ import signal
 import pytest
 from lib import expect, jws, paths
 from lib.accounts import store_account
-from lib.archive_cli import ArchiveCli, done, failed, refused
+from lib.archive_cli import PROGRAM, ArchiveCli, done, failed, refused
 from lib.http_script import Reply
+from lib.interruption import tell
 from lib.renewal import record
 from lib.signed_server import bad_nonce, problem
 
@@ -270,33 +271,19 @@ def test_rollover_at_a_ca_that_is_down(host, cli, ca, account):
 
 
 def kill_before(_request, _normal):
-    os.kill(running(), signal.SIGKILL)
+    tell(signal.SIGKILL, PROGRAM)
     return Reply(drop=True)
 
 
 def kill_after(_request, normal):
     normal()
-    os.kill(running(), signal.SIGKILL)
+    tell(signal.SIGKILL, PROGRAM)
     return Reply(drop=True)
 
 
 def lose_the_reply(_request, normal):
     normal()
     return Reply(drop=True)
-
-
-def running():
-    """The process id of the one kova-archive that runs."""
-    found = []
-    for process in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{process}/cmdline", "rb") as line:
-                if line.read().startswith(b"/usr/kova/sbin/kova-archive\0account\0"):
-                    found.append(int(process))
-        except OSError:
-            pass
-    [process] = found
-    return process
 
 
 def cut_short(cli, ca, account, how):

@@ -11,7 +11,7 @@ import time
 
 import pytest
 
-from lib import expect, paths
+from lib import expect, memcheck, paths
 from lib.archive_cli import INDEX, LOCK, PROGRAM, ArchiveCli, done, failed
 from lib.renewal import deployed, folder_of, service, service_folder
 
@@ -26,9 +26,10 @@ def cli(host):
 
 
 def start(*args, **environment):
-    return subprocess.Popen([PROGRAM, *args], env={**ENVIRONMENT, **environment}, stdin=subprocess.DEVNULL,
-                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                            start_new_session=True)
+    return subprocess.Popen(memcheck.command([PROGRAM, *args]),
+                            env=memcheck.environment({**ENVIRONMENT, **environment}),
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, start_new_session=True)
 
 
 def binding(identity, name, subscriber="nginx"):
@@ -161,7 +162,8 @@ def test_names_that_cannot_be_written_down_are_refused(cli, name):
     index = expect.read(INDEX)
     for words in (["add", name], ["remove", name], ["default", name], ["deploy", name],
                   [*binding("abc", name)], [*binding("abc", "x", name)], [*binding(name, "x")]):
-        run = subprocess.run([PROGRAM, *words], env=ENVIRONMENT, capture_output=True, check=False)
+        run = subprocess.run(memcheck.command([PROGRAM, *words]), env=memcheck.environment(ENVIRONMENT),
+                             capture_output=True, check=False)
         assert run.returncode == 1 and run.stdout == b""
         assert run.stderr.endswith(b"] holds a control character or bytes that are no UTF-8\n")
         assert run.stderr.count(b"\n") == 1

@@ -9,6 +9,7 @@ import termios
 
 import pytest
 
+from lib import memcheck
 from lib.archive_cli import PROGRAM, ArchiveCli, remove
 from lib.renewal import folder_of, service
 
@@ -24,9 +25,9 @@ def on_terminal(columns, **environment):
     """What a terminal of that width receives from `kova-archive list`."""
     controller, terminal = pty.openpty()
     fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
-    process = subprocess.Popen([PROGRAM, "list"], stdin=subprocess.DEVNULL, stdout=terminal,
-                               stderr=subprocess.PIPE,
-                               env={"TERM": "xterm", "LANG": "C", **environment})
+    environment = memcheck.environment({"TERM": "xterm", "LANG": "C", **environment})
+    process = subprocess.Popen(memcheck.command([PROGRAM, "list"]), stdin=subprocess.DEVNULL,
+                               stdout=terminal, stderr=subprocess.PIPE, env=environment)
     os.close(terminal)
     received = b""
     try:

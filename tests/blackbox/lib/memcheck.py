@@ -1,6 +1,7 @@
 """Runs of the programs under valgrind, for scripts/memcheck.sh: with KOVA_MEMCHECK=FOLDER in the
-environment each run leaves a file there, named after its test, of what was found. Keys are dealt
-from a pool when KOVA_KEYS names the library that does so: one that is made takes ten seconds."""
+environment each run leaves a file there, named after its test, of what was found. KOVA_BOUNDS names
+the library without which the router's child cannot bound itself there. Keys are dealt from a pool when
+KOVA_KEYS names the library that does so: one that is made takes ten seconds."""
 
 import os
 import re
@@ -25,11 +26,14 @@ def command(argv):
 
 def environment(variables):
     """The environment of such a run, from that of a usual one."""
-    if FOLDER and os.environ.get("KOVA_KEYS") and variables.get("LD_PRELOAD"):
+    if not FOLDER:
+        return variables
+    libraries = [variables.get("LD_PRELOAD"), os.environ["KOVA_BOUNDS"]]
+    if os.environ.get("KOVA_KEYS") and libraries[0]:
         pool = {name: os.environ[name] for name in ("KOVA_KEY_POOL", "KOVA_KEY_COUNT")}
-        return {**variables, **pool,
-                "LD_PRELOAD": variables["LD_PRELOAD"] + ":" + os.environ["KOVA_KEYS"]}
-    return variables
+        variables = {**variables, **pool}
+        libraries.append(os.environ["KOVA_KEYS"])
+    return {**variables, "LD_PRELOAD": ":".join(filter(None, libraries))}
 
 
 def is_run_of(process, program):

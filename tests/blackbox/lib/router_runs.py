@@ -3,7 +3,7 @@ the host may be open."""
 
 import os
 
-from . import expect, igd, paths
+from . import expect, igd, memcheck, paths
 from .homes import NEIGHBOUR, ROUTER
 from .host import MOST_MEMORY
 from .memory import Watched
@@ -37,8 +37,8 @@ def issue(home, within):
     with Watched() as memory:
         result = home.host.new_cert(home.ca.directory, [NAME])
     expect.issued(result, [NAME])
-    assert result.seconds < within + _ISSUANCE
-    if os.environ.get("KOVA_SANITIZED") != "1":
+    assert result.seconds < memcheck.patience(within + _ISSUANCE)
+    if os.environ.get("KOVA_SANITIZED") != "1" and not memcheck.FOLDER:
         assert 0 < memory.together <= MOST_MEMORY, "together"
         assert 0 < memory.single <= MOST_MEMORY, "one of them"
     home.note(f"{result.seconds:.1f} s, {memory.together:.1f} MiB together, "
