@@ -36,9 +36,9 @@ for program in build/release/tests/unit/*/*_test; do
   name=unit.$(basename "$program" _test)
   grep -qE "$tests" <<< "$name" || continue
   echo "$name"
-  tests/sandbox/sandbox env LD_PRELOAD="$KOVA_BOUNDS" valgrind --quiet --leak-check=full \
-    --show-leak-kinds=definite --errors-for-leak-kinds=definite --log-file="$KOVA_MEMCHECK/$name" \
-    "$program" |
+  # A child need not free what its parent has, and the leak sanitizer looks for leaks at every change.
+  tests/sandbox/sandbox env LD_PRELOAD="$KOVA_BOUNDS" \
+    valgrind --quiet --leak-check=no --log-file="$KOVA_MEMCHECK/$name" "$program" |
     grep -E '^\[  (PASSED|FAILED)  \]' || true
 done
 if ctest --preset release -N --tests-regex "$tests" | grep -q 'blackbox\.'; then deal_keys; fi
