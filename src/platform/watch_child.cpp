@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
@@ -24,7 +25,39 @@ using std::chrono::milliseconds;
 
 constexpr int kChunk = 4096;
 
-// poll(2) until one of the events, however often a signal interrupts it, or until the deadline.
+// How often a child is asked for where the kernel cannot tell of its end: before Linux 5.3, and
+// where a filter of system calls forbids it.
+constexpr int kAskAgain = 20;  // milliseconds
+
+// The end of a child, which stays to be collected.
+class ChildExit {
+ public:
+  explicit ChildExit(pid_t child) : child_(child), fd_(pidfd_open(child, 0)) {}
+
+  // The first of the events that Poll() is given.
+  [[nodiscard]] pollfd Event() const { return {fd_.Get(), POLLIN, 0}; }
+
+  // poll(2), which may return early, with nothing.
+  template <size_t N>
+  int Poll(std::array<pollfd, N>& events, int time) const {
+    if (fd_) return poll(events.data(), N, time);
+    const int count = poll(events.data(), N, time < 0 ? kAskAgain : std::min(time, kAskAgain));
+    if (!HasEnded()) return count;
+    events[0].revents = POLLIN;
+    return 1;
+  }
+
+ private:
+  [[nodiscard]] bool HasEnded() const {
+    siginfo_t info{};
+    return waitid(P_PID, child_, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
+  }
+
+  pid_t child_;
+  Fd fd_;
+};
+
+// Waits for one of the events, however often a signal interrupts it, or until the deadline.
 class Patience {
  public:
   explicit Patience(milliseconds time) {
@@ -33,12 +66,12 @@ class Patience {
 
   // False when the time is over.
   template <size_t N>
-  bool Poll(std::array<pollfd, N>& events) const {
+  bool Poll(const ChildExit& exit, std::array<pollfd, N>& events) const {
     int count = 0;
     do {
       const int left = Left();
       if (left == 0) return false;
-      count = poll(events.data(), events.size(), left);
+      count = exit.Poll(events, left);
     } while (count == 0 || (count < 0 && errno == EINTR));
     return true;
   }
@@ -116,33 +149,28 @@ int MakePipe(Pipe& result) {
 
 ChildEnd WatchChild(pid_t child, int reading, const ChildLimits& limits, std::string& output) {
   if (Interrupted()) return ChildEnd::kInterrupted;
-  const Fd exit(pidfd_open(child, 0));
-  if (!exit && reading < 0) return ChildEnd::kExited;  // as good as we can tell
+  const ChildExit exit(child);
   const Patience patience(WithinCleanup(limits.time));
   Collector collector(reading, limits.output, output);
-  std::array<pollfd, 3> events{
-      {{exit.Get(), POLLIN, 0}, {reading, POLLIN, 0}, {InterruptionFd(), POLLIN, 0}}};
-  while (patience.Poll(events)) {
+  std::array<pollfd, 3> events{{exit.Event(), {reading, POLLIN, 0}, {InterruptionFd(), POLLIN, 0}}};
+  while (patience.Poll(exit, events)) {
     if (const auto end = Look(events, collector)) return *end;
-    if (!collector.Ended()) continue;
-    if (!exit) return ChildEnd::kExited;
-    events[1].fd = -1;
+    if (collector.Ended()) events[1].fd = -1;
   }
   return ChildEnd::kTooLate;
 }
 
 bool AwaitExit(pid_t child) {
-  const Fd exit(pidfd_open(child, 0));
-  if (!exit) return true;  // waitpid(2) will do, without us
-  std::array<pollfd, 2> events{{{exit.Get(), POLLIN, 0}, {InterruptionFd(), POLLIN, 0}}};
+  const ChildExit exit(child);
+  std::array<pollfd, 2> events{{exit.Event(), {InterruptionFd(), POLLIN, 0}}};
   if (!Interrupted()) {
     const Patience patience(WithinCleanup(kNoTimeLimit));
-    return patience.Poll(events) && events[0].revents != 0;
+    return patience.Poll(exit, events) && events[0].revents != 0;
   }
   // Most likely what undoes an unfinished step.
   const CleanupScope cleanup;
   events[1].fd = -1;
-  return Patience(WithinCleanup(kNoTimeLimit)).Poll(events);
+  return Patience(WithinCleanup(kNoTimeLimit)).Poll(exit, events);
 }
 
 }  // namespace kova::platform

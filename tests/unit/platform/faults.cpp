@@ -120,6 +120,15 @@ ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
   return static_cast<ssize_t>(size);
 }
 
+int pidfd_open(pid_t pid, unsigned flags) noexcept {
+  auto* faults = CurrentFaults();
+  if (faults == nullptr || !faults->no_pidfd) {
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, flags));
+  }
+  errno = ENOSYS;
+  return -1;
+}
+
 int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
   auto* faults = CurrentFaults();
   if (faults == nullptr || timeout == nullptr) {

@@ -28,6 +28,7 @@ struct Faults {
 
   std::function<void(const char*)> on_unlink;  // called with the path after each unlink(2)
   bool every_file_has_a_name = false;          // as on file systems without O_TMPFILE
+  bool no_pidfd = false;                       // as before Linux 5.3
   std::vector<unsigned char> random;           // the byte that fills each getrandom(2), in turn
 
   // So many waits by ppoll(2) end at once with EINTR, as after a signal.

@@ -8,29 +8,22 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 
 #include "host_files.h"
 #include "platform/error.h"
 #include "platform/file_writer.h"
-#include "platform/signals.h"
 #include "scratch.h"
 #include "syslog_capture.h"
 
 namespace kova::platform {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
 using test::InChild;
-using test::ReadFile;
 using test::Scratch;
 using test::SyslogCapture;
 using test::WriteFile;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr char kShell[] = "/bin/sh";
@@ -239,46 +232,6 @@ TEST(ProcessTest, NoDescriptorIsLeftOpenHere) {
   EXPECT_EQ(count(), before);
 }
 
-TEST(ProcessTest, CapturedOutputHasALimit) {
-  std::string output;
-  EXPECT_EQ(RunAndCapture("/usr/bin/head", {"-c", "300000", "/dev/zero"}, 300000, output), 0);
-  EXPECT_EQ(output.size(), 300000U);
-  EXPECT_EQ(RunAndCapture("/usr/bin/head", {"-c", "300000", "/dev/zero"}, 299999, output), -1);
-  EXPECT_EQ(KLIBCErrGet(), EMSGSIZE);
-  EXPECT_EQ(output, std::string(299999, '\0'));
-  EXPECT_EQ(RunAndCapture("/bin/cat", {"/dev/zero"}, kPlenty, output), -1);
-  EXPECT_EQ(KLIBCErrGet(), EMSGSIZE);
-}
-
-TEST(ProcessTest, WhatTakesTooLongIsEndedWithAllThatItStarted) {
-  const Scratch scratch;
-  const std::string late = scratch.Path("late");
-  const KovaArgs args = {"-c", "echo begun; (sleep 0.7; touch " + late + ") & wait"};
-  std::string output;
-  const auto start = steady_clock::now();
-  EXPECT_EQ(RunWithin({milliseconds(200), kPlenty}, kShell, args, &output), -1);
-  EXPECT_EQ(KLIBCErrGet(), ETIMEDOUT);
-  EXPECT_EQ(output, "begun\n");
-  EXPECT_EQ(RunWithin({milliseconds(200), kPlenty}, kShell, {"-c", "exec >&-; sleep 30"}, &output),
-            -1);
-  EXPECT_EQ(KLIBCErrGet(), ETIMEDOUT);
-  EXPECT_EQ(RunWithin({milliseconds(200), kPlenty}, kShell, {"-c", "sleep 30"}, nullptr), -1);
-  EXPECT_EQ(KLIBCErrGet(), ETIMEDOUT);
-  EXPECT_LT(steady_clock::now() - start, seconds(10));
-  usleep(700'000);
-  EXPECT_FALSE(test::Exists(late));
-}
-
-TEST(ProcessTest, WithinItsLimitsAProgramHasItsStatus) {
-  const ChildLimits limits{seconds(60), 4};
-  std::string output;
-  EXPECT_EQ(RunWithin(limits, kShell, {"-c", "echo abc; exit 5"}, &output), 5);
-  EXPECT_EQ(output, "abc\n");
-  EXPECT_EQ(RunWithin(limits, kShell, {"-c", "yes | head -c 100000; exit 6"}, nullptr), 6);
-  EXPECT_EQ(RunWithin(limits, kShell, {"-c", "kill -9 $$"}, nullptr), -1);
-  EXPECT_EQ(KLIBCErrGet(), EINTR);
-}
-
 TEST(ProcessTest, WhatARunStartsFindsTheSbinFolders) {
   const std::string before = getenv("PATH");
   for (const char* path : {"/usr/bin:/bin", "", "/tmp"}) {
@@ -293,82 +246,6 @@ TEST(ProcessTest, WhatARunStartsFindsTheSbinFolders) {
   EXPECT_EQ(KLIBCExecl(kShell, kKovaExecScript, {"-c", "test $PATH = " + std::string(kChildPath)}),
             0);
   setenv("PATH", before.c_str(), 1);
-}
-
-// What a run does that is told to end in the middle of it.
-int Disturbed(const std::function<int()>& body) {
-  return InChild([&] {
-    return RunInterruptibly("tag", [&] {
-      const pid_t teller = fork();
-      if (teller == 0) {
-        usleep(200'000);
-        kill(getppid(), SIGTERM);
-        _exit(0);
-      }
-      return body();
-    });
-  });
-}
-
-TEST(ProcessTest, ARunThatIsToEndWaitsForNoChild) {
-  const Scratch scratch;
-  const std::string tool = scratch.Path("tool");
-  const std::string script = scratch.Path("script");
-  const std::string hook = scratch.Path("hook");
-  const auto late = [](const std::string& file) {
-    return KovaArgs{"-c", "sleep 1; touch " + file};
-  };
-  const auto start = steady_clock::now();
-  const int killed = 128 + SIGTERM;
-  EXPECT_EQ(Disturbed([&] {
-              const int result = KLIBCExec("/bin/sleep", {"60"});
-              if (result != -1 || KLIBCErrGet() != EINTR) _exit(1);
-              return 0;
-            }),
-            killed);
-  EXPECT_EQ(Disturbed([&] { return KLIBCExecl(kShell, kKovaExecTool, late(tool)); }), killed);
-  EXPECT_EQ(Disturbed([&] { return KLIBCExecl(kShell, kKovaExecScript, late(script)); }), killed);
-  EXPECT_EQ(Disturbed([&] {
-              return RunWithin({seconds(60), 1}, kShell, late(hook), nullptr);
-            }),
-            killed);
-  EXPECT_LT(steady_clock::now() - start, seconds(3));
-  usleep(1'200'000);
-  EXPECT_FALSE(test::Exists(tool));
-  EXPECT_FALSE(test::Exists(hook));
-  EXPECT_TRUE(test::Exists(script));  // half of a reload would be worse than none
-}
-
-TEST(ProcessTest, WhatUndoesAStepAfterTheSignalIsLetThrough) {
-  const Scratch scratch;
-  EXPECT_EQ(InChild([&] {
-              return RunInterruptibly("tag", [&] {
-                raise(SIGTERM);
-                KLIBCExec(kShell, {"-c", "sleep 0.1; touch " + scratch.Path("undone")});
-                return 0;
-              });
-            }),
-            128 + SIGTERM);
-  EXPECT_TRUE(test::Exists(scratch.Path("undone")));
-}
-
-TEST(ProcessTest, AChildThatClosesItsOutputIsStillWaitedFor) {
-  std::string output;
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "echo x; exec >&-; sleep 0.2; exit 8"}, kPlenty, output),
-            8);
-  EXPECT_EQ(output, "x\n");
-}
-
-TEST(ProcessTest, WhatTheChildLeavesRunningDoesNotHoldUsUp) {
-  std::string output;
-  const auto start = steady_clock::now();
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "echo hello; sleep 30 & exit 3"}, kPlenty, output), 3);
-  EXPECT_EQ(output, "hello\n");
-  // Nor when it writes for ever.
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "yes & sleep 0.1; exit 4"}, 5000, output), -1);
-  EXPECT_EQ(output.size(), 5000U);
-  EXPECT_EQ(KLIBCExecl(kShell, kKovaExecTool, {"-c", "sleep 30 & exit 0"}), 0);
-  EXPECT_LT(steady_clock::now() - start, seconds(10));
 }
 
 TEST(ProcessTest, StandardErrorOfAToolIsToldOnlyWhenItFails) {
