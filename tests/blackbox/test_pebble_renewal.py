@@ -137,7 +137,6 @@ def test_proof_that_the_ca_cannot_fetch_leaves_the_old_certificate_served(host, 
     # Of a name that it has never seen proven: seldom this CA reuses a proof that it should not.
     record = json.loads(expect.read(site.folder + "/renew.json"))
     record["domains"] += ";unproven.example"
-    os.unlink(site.folder + "/renew.json")
     host.write(site.folder + "/renew.json", json.dumps(record), 0o400)
     nginx.publish("/nowhere")
     before, workers = expect.tree(site.folder), nginx.workers

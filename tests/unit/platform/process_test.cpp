@@ -27,11 +27,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kShell[] = "/bin/sh";
-constexpr size_t kPlenty = 1 << 20;
 
-int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,
-                  std::string& output) {
-  return RunWithin({kNoTimeLimit, limit}, program, args, &output);
+int RunAndCapture(const std::string& program, const KovaArgs& args, std::string& output) {
+  return RunWithin({kNoTimeLimit, 1 << 20}, program, args, &output);
 }
 
 TEST(ProcessTest, TheExitStatusIsTheResult) {
@@ -64,7 +62,7 @@ TEST(ProcessTest, AProgramThatCannotBeRunIsANegativeResult) {
     EXPECT_LT(KLIBCExecl(program, kKovaExecTool, {}), 0) << program;
     EXPECT_EQ(KLIBCErrGet(), error) << program;
     std::string output = "before";
-    EXPECT_LT(RunAndCapture(program, {}, kPlenty, output), 0) << program;
+    EXPECT_LT(RunAndCapture(program, {}, output), 0) << program;
     EXPECT_EQ(KLIBCErrGet(), error) << program;
     EXPECT_EQ(output, "");
   }
@@ -75,7 +73,7 @@ TEST(ProcessTest, AProgramThatCannotBeRunIsANegativeResult) {
 TEST(ProcessTest, ArgumentsArriveAsTheyAre) {
   std::string output;
   const KovaArgs args = {"-c", R"(printf '[%s]' "$@")", "sh", "a b", "", "$HOME;`id`", "*", "'\""};
-  EXPECT_EQ(RunAndCapture(kShell, args, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture(kShell, args, output), 0);
   EXPECT_EQ(output, "[a b][][$HOME;`id`][*]['\"]");
 }
 
@@ -87,7 +85,7 @@ TEST(ProcessTest, AnArgumentThatWouldArriveCutIsRefused) {
 TEST(ProcessTest, TheEnvironmentIsPassedOn) {
   setenv("KOVA_TEST_WORD", "value", 1);
   std::string output;
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "echo $KOVA_TEST_WORD"}, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture(kShell, {"-c", "echo $KOVA_TEST_WORD"}, output), 0);
   EXPECT_EQ(output, "value\n");
 }
 
@@ -98,16 +96,16 @@ TEST(ProcessTest, StandardOutputNeverReachesOurs) {
   EXPECT_EQ(KLIBCExecl("/bin/echo", kKovaExecTool, {"leak"}), 0);
   EXPECT_EQ(KLIBCExecv({"/bin/echo", "leak"}, 1), 0);
   std::string output;
-  EXPECT_EQ(RunAndCapture("/bin/echo", {"kept"}, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture("/bin/echo", {"kept"}, output), 0);
   EXPECT_EQ(output, "kept\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
 TEST(ProcessTest, StandardInputIsEmpty) {
   std::string output;
-  EXPECT_EQ(RunAndCapture("/bin/cat", {}, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture("/bin/cat", {}, output), 0);
   EXPECT_EQ(output, "");
-  EXPECT_EQ(RunAndCapture("/bin/readlink", {"/proc/self/fd/0"}, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture("/bin/readlink", {"/proc/self/fd/0"}, output), 0);
   EXPECT_EQ(output, "/dev/null\n");
 }
 
@@ -115,7 +113,7 @@ TEST(ProcessTest, NoOtherDescriptorIsInherited) {
   const int ours = open("/dev/null", O_RDONLY);  // not close-on-exec
   const int high = fcntl(ours, F_DUPFD, 500);
   std::string output;
-  EXPECT_EQ(RunAndCapture("/bin/ls", {"/proc/self/fd"}, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture("/bin/ls", {"/proc/self/fd"}, output), 0);
   EXPECT_EQ(output, "0\n1\n2\n3\n");  // 3 is the listing itself
   close(ours);
   close(high);
@@ -131,7 +129,7 @@ TEST(ProcessTest, SignalsAreAtTheirDefaultsInTheChild) {
   sigprocmask(SIG_BLOCK, &blocked, &before);
   std::string output;
   const int result =
-      RunAndCapture("/bin/grep", {"-E", "Sig(Blk|Ign)", "/proc/self/status"}, kPlenty, output);
+      RunAndCapture("/bin/grep", {"-E", "Sig(Blk|Ign)", "/proc/self/status"}, output);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   signal(SIGPIPE, old_pipe);
   signal(SIGINT, old_int);
@@ -146,7 +144,7 @@ TEST(ProcessTest, TheStatusIsKnownAlsoWhereChildrenAreIgnored) {
   EXPECT_EQ(KLIBCExec(kShell, {"-c", "exit 5"}), 5);
   EXPECT_EQ(KLIBCExecl(kShell, kKovaExecTool, {"-c", "exit 0"}), 0);
   std::string output;
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "exit 6"}, kPlenty, output), 6);
+  EXPECT_EQ(RunAndCapture(kShell, {"-c", "exit 6"}, output), 6);
   EXPECT_EQ(signal(SIGCHLD, before), SIG_IGN);  // and it is ignored again afterwards
 }
 
@@ -159,7 +157,7 @@ TEST(ProcessTest, SignalsDoNotCutTheWaiting) {
   setitimer(ITIMER_REAL, &often, nullptr);
   std::string output;
   EXPECT_EQ(KLIBCExec("/bin/sleep", {"0.2"}), 0);
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "sleep 0.2; echo done"}, kPlenty, output), 0);
+  EXPECT_EQ(RunAndCapture(kShell, {"-c", "sleep 0.2; echo done"}, output), 0);
   const itimerval never{};
   setitimer(ITIMER_REAL, &never, nullptr);
   sigaction(SIGALRM, &before, nullptr);
@@ -172,9 +170,9 @@ int RunWithClosed(int mask) {
     if ((mask >> fd & 1) != 0) close(fd);
   }
   std::string output;
-  if (RunAndCapture("/bin/ls", {"/proc/self/fd"}, kPlenty, output) != 0) return 1;
+  if (RunAndCapture("/bin/ls", {"/proc/self/fd"}, output) != 0) return 1;
   if (output != "0\n1\n2\n3\n") return 2;
-  if (RunAndCapture("/bin/readlink", {"/proc/self/fd/0"}, kPlenty, output) != 0) return 3;
+  if (RunAndCapture("/bin/readlink", {"/proc/self/fd/0"}, output) != 0) return 3;
   if (output != "/dev/null\n") return 4;
   if (KLIBCExecl(kShell, kKovaExecTool, {"-c", "echo noise >&2; exit 9"}) != 9) return 5;
   if (KLIBCExec(kShell, {"-c", "test $(ls /proc/self/fd | wc -l) = 4"}) != 0) return 6;
@@ -227,8 +225,8 @@ TEST(ProcessTest, NoDescriptorIsLeftOpenHere) {
   const size_t before = count();
   std::string output;
   KLIBCExecl(kShell, kKovaExecTool, {"-c", "echo x >&2"});
-  RunAndCapture("/bin/echo", {"x"}, kPlenty, output);
-  RunAndCapture("/bin/no-such-program", {}, kPlenty, output);
+  RunAndCapture("/bin/echo", {"x"}, output);
+  RunAndCapture("/bin/no-such-program", {}, output);
   EXPECT_EQ(count(), before);
 }
 
@@ -237,8 +235,7 @@ TEST(ProcessTest, WhatARunStartsFindsTheSbinFolders) {
   for (const char* path : {"/usr/bin:/bin", "", "/tmp"}) {
     setenv("PATH", path, 1);
     std::string output;
-    EXPECT_EQ(RunAndCapture(kShell, {"-c", "env | grep ^PATH=; command -v ip"}, kPlenty, output),
-              0);
+    EXPECT_EQ(RunAndCapture(kShell, {"-c", "env | grep ^PATH=; command -v ip"}, output), 0);
     EXPECT_THAT(output, testing::MatchesRegex("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:"
                                               "/usr/bin:/sbin:/bin\n/.*sbin/ip\n"));
   }

@@ -29,11 +29,6 @@ using test::Scratch;
 constexpr char kShell[] = "/bin/sh";
 constexpr size_t kPlenty = 1 << 20;
 
-int RunAndCapture(const std::string& program, const KovaArgs& args, size_t limit,
-                  std::string& output) {
-  return RunWithin({kNoTimeLimit, limit}, program, args, &output);
-}
-
 // What a run does that is told to end in the middle of it.
 int Disturbed(const std::function<int()>& body) {
   return InChild([&] {
@@ -59,12 +54,16 @@ class WatchChildTest : public testing::TestWithParam<bool> {
 
 TEST_P(WatchChildTest, CapturedOutputHasALimit) {
   std::string output;
-  EXPECT_EQ(RunAndCapture("/usr/bin/head", {"-c", "300000", "/dev/zero"}, 300000, output), 0);
+  EXPECT_EQ(
+      RunWithin({kNoTimeLimit, 300000}, "/usr/bin/head", {"-c", "300000", "/dev/zero"}, &output),
+      0);
   EXPECT_EQ(output.size(), 300000U);
-  EXPECT_EQ(RunAndCapture("/usr/bin/head", {"-c", "300000", "/dev/zero"}, 299999, output), -1);
+  EXPECT_EQ(
+      RunWithin({kNoTimeLimit, 299999}, "/usr/bin/head", {"-c", "300000", "/dev/zero"}, &output),
+      -1);
   EXPECT_EQ(KLIBCErrGet(), EMSGSIZE);
   EXPECT_EQ(output, std::string(299999, '\0'));
-  EXPECT_EQ(RunAndCapture("/bin/cat", {"/dev/zero"}, kPlenty, output), -1);
+  EXPECT_EQ(RunWithin({kNoTimeLimit, kPlenty}, "/bin/cat", {"/dev/zero"}, &output), -1);
   EXPECT_EQ(KLIBCErrGet(), EMSGSIZE);
 }
 
@@ -141,7 +140,8 @@ TEST_P(WatchChildTest, WhatUndoesAStepAfterTheSignalIsLetThrough) {
 
 TEST_P(WatchChildTest, AChildThatClosesItsOutputIsStillWaitedFor) {
   std::string output;
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "echo x; exec >&-; sleep 0.2; exit 8"}, kPlenty, output),
+  EXPECT_EQ(RunWithin({kNoTimeLimit, kPlenty}, kShell,
+                      {"-c", "echo x; exec >&-; sleep 0.2; exit 8"}, &output),
             8);
   EXPECT_EQ(output, "x\n");
 }
@@ -149,13 +149,26 @@ TEST_P(WatchChildTest, AChildThatClosesItsOutputIsStillWaitedFor) {
 TEST_P(WatchChildTest, WhatTheChildLeavesRunningDoesNotHoldUsUp) {
   std::string output;
   const auto start = steady_clock::now();
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "echo hello; sleep 30 & exit 3"}, kPlenty, output), 3);
+  EXPECT_EQ(
+      RunWithin({kNoTimeLimit, kPlenty}, kShell, {"-c", "echo hello; sleep 30 & exit 3"}, &output),
+      3);
   EXPECT_EQ(output, "hello\n");
   // Nor when it writes for ever.
-  EXPECT_EQ(RunAndCapture(kShell, {"-c", "yes & sleep 0.1; exit 4"}, 5000, output), -1);
+  EXPECT_EQ(RunWithin({kNoTimeLimit, 5000}, kShell, {"-c", "yes & sleep 0.1; exit 4"}, &output),
+            -1);
   EXPECT_EQ(output.size(), 5000U);
   EXPECT_EQ(KLIBCExecl(kShell, kKovaExecTool, {"-c", "sleep 30 & exit 0"}), 0);
   EXPECT_LT(steady_clock::now() - start, seconds(10));
+}
+
+TEST_P(WatchChildTest, AChildThatIsGoneHasEnded) {
+  EXPECT_EQ(InChild([] {
+              (void)signal(SIGCHLD, SIG_IGN);  // nobody has to collect it
+              const pid_t child = fork();
+              if (child == 0) _exit(usleep(50'000));
+              return AwaitExit(child) ? 0 : 1;
+            }),
+            0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, WatchChildTest, testing::Bool(), [](const auto& kernel) {
